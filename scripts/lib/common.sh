@@ -1,0 +1,50 @@
+# Shared by the set-up commands: logging and idempotent installs.
+set -euo pipefail
+
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
+JOBS="${JOBS:-$(nproc)}"
+
+step() { printf '\n==> %s\n' "$*"; }
+
+# Installs the Debian packages listed (one per line, # comments) that are missing.
+ensure_apt_packages() {
+    local list=() missing=() pkg
+    while read -r pkg; do
+        pkg="${pkg%%#*}"; pkg="$(echo "$pkg" | xargs)"
+        [ -n "$pkg" ] && list+=("$pkg")
+    done < "$1"
+    for pkg in "${list[@]}"; do
+        dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        echo "apt packages: all ${#list[@]} present"
+        return
+    fi
+    echo "apt packages missing: ${missing[*]}"
+    local sudo=""
+    [ "$(id -u)" -ne 0 ] && sudo="sudo"
+    $sudo apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# Installs the pinned npm packages when the lock file changed since the last install.
+ensure_npm_packages() {
+    [ -f "$ROOT/package.json" ] || return 0
+    local stamp="$ROOT/node_modules/.installed-lock"
+    if [ -f "$stamp" ] && cmp -s "$stamp" "$ROOT/package-lock.json"; then
+        echo "npm packages: up to date"
+        return
+    fi
+    echo "npm packages: installing from package-lock.json"
+    (cd "$ROOT" && npm ci --no-audit --no-fund --loglevel=error)
+    cp "$ROOT/package-lock.json" "$stamp"
+}
+
+# Configures (once) and builds one CMake build folder.
+cmake_build() {
+    local dir="$1"; shift
+    if [ ! -f "$dir/build.ninja" ]; then
+        cmake -S "$ROOT" -B "$dir" -G Ninja "$@"
+    fi
+    cmake --build "$dir" -j "$JOBS"
+}

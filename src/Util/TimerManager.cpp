@@ -1,0 +1,190 @@
+#include "Util/TimerManager.h"
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+#include "Util/CriticalSectionManager.h"
+#include "Util/Thread.h"
+#include "Util/Tools.h"
+
+CTimerManager* CTimerManager::s_instance = nullptr;
+
+namespace {
+std::mutex g_instanceMutex;
+const int64_t kTickMs = 200;
+}
+
+CTimerManager* CTimerManager::GetInstance() {
+    std::lock_guard<std::mutex> lock(g_instanceMutex);
+    if (s_instance == nullptr) s_instance = new CTimerManager();
+    return s_instance;
+}
+
+void CTimerManager::Release() {
+    CTimerManager* instance;
+    {
+        std::lock_guard<std::mutex> lock(g_instanceMutex);
+        instance = s_instance;
+        s_instance = nullptr;
+    }
+    delete instance;
+}
+
+CTimerManager::CTimerManager() {
+    pthread_mutex_init(&m_mutex, nullptr);
+    pthread_mutex_init(&m_runMutex, nullptr);
+    m_thread = LinuxCreateThread(nullptr, &CTimerManager::TimerProc, this);
+}
+
+CTimerManager::~CTimerManager() {
+    {
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        m_stop = true;
+    }
+    m_wakeCv.notify_all();
+    pthread_join(m_thread, nullptr);
+    {
+        OCPP_SECTION(&m_mutex);
+        for (TimerItem* item : m_items) delete item;
+        m_items.clear();
+    }
+    pthread_mutex_destroy(&m_runMutex);
+    pthread_mutex_destroy(&m_mutex);
+}
+
+unsigned long long CTimerManager::GetTimerID() {
+    unsigned long long id = 1;
+    for (;;) {
+        bool used = false;
+        for (const TimerItem* item : m_items) {
+            if (item->id == id) {
+                used = true;
+                break;
+            }
+        }
+        if (!used) return id;
+        ++id;
+    }
+}
+
+unsigned long long CTimerManager::RegisterTimer(int seconds, TimerCallback callback, void* argument) {
+    if (callback == nullptr) return 0;
+    unsigned long long id;
+    {
+        OCPP_SECTION(&m_mutex);
+        TimerItem* item = new TimerItem();
+        item->callback = callback;
+        item->intervalMs = static_cast<uint32_t>(seconds < 0 ? 0 : seconds) * 1000u;
+        item->lastRunMs = CTools::GetCurRunTimeMilSec();
+        item->id = id = GetTimerID();
+        item->argument = argument;
+        m_items.push_back(item);
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        m_changed = true;
+    }
+    m_wakeCv.notify_all();
+    return id;
+}
+
+void CTimerManager::UnRegisterTimer(unsigned long long id) {
+    {
+        OCPP_SECTION(&m_mutex);
+        for (auto it = m_items.begin(); it != m_items.end(); ++it) {
+            if ((*it)->id == id) {
+                delete *it;
+                m_items.erase(it);
+                break;
+            }
+        }
+    }
+    // An owner that unregisters and then frees its argument must not race a
+    // callback in flight; from inside a callback there is nothing to wait for.
+    bool self = false;
+    {
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        self = m_running && pthread_equal(m_runningThread, pthread_self());
+    }
+    if (!self) {
+        OCPP_SECTION(&m_runMutex);
+    }
+}
+
+size_t CTimerManager::Count() {
+    OCPP_SECTION(&m_mutex);
+    return m_items.size();
+}
+
+int CTimerManager::RunDue() {
+    OCPP_SECTION(&m_runMutex);
+    {
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        m_running = true;
+        m_runningThread = pthread_self();
+    }
+    std::vector<unsigned long long> due;
+    {
+        OCPP_SECTION(&m_mutex);
+        const int64_t now = CTools::GetCurRunTimeMilSec();
+        for (const TimerItem* item : m_items)
+            if (now - item->lastRunMs >= static_cast<int64_t>(item->intervalMs)) due.push_back(item->id);
+    }
+    int ran = 0;
+    for (unsigned long long id : due) {
+        TimerCallback callback = nullptr;
+        void* argument = nullptr;
+        {
+            OCPP_SECTION(&m_mutex);
+            for (const TimerItem* item : m_items) {
+                if (item->id == id) {
+                    callback = item->callback;
+                    argument = item->argument;
+                    break;
+                }
+            }
+        }
+        if (callback == nullptr) continue;  // removed by an earlier callback
+        callback(argument);
+        ++ran;
+        OCPP_SECTION(&m_mutex);
+        const int64_t end = CTools::GetCurRunTimeMilSec();
+        for (TimerItem* item : m_items)
+            if (item->id == id && item->callback == callback) item->lastRunMs = end;
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        m_running = false;
+    }
+    return ran;
+}
+
+int64_t CTimerManager::NextDueMs() {
+    OCPP_SECTION(&m_mutex);
+    int64_t next = INT64_MAX;
+    for (const TimerItem* item : m_items) next = std::min(next, item->lastRunMs + static_cast<int64_t>(item->intervalMs));
+    return next;
+}
+
+void* CTimerManager::TimerProc(void* self) {
+    static_cast<CTimerManager*>(self)->Loop();
+    return nullptr;
+}
+
+void CTimerManager::Loop() {
+    for (;;) {
+        // Sleep until the earliest timer is due (at the 200 ms tick's granularity),
+        // or until a registration or shutdown wakes us.
+        const int64_t next = NextDueMs();
+        int64_t waitMs = next == INT64_MAX ? 60000 : next - CTools::GetCurRunTimeMilSec();
+        waitMs = std::max<int64_t>(kTickMs, std::min<int64_t>(waitMs, 60000));
+        {
+            std::unique_lock<std::mutex> lock(m_wakeMutex);
+            m_wakeCv.wait_for(lock, std::chrono::milliseconds(waitMs), [this] { return m_stop || m_changed; });
+            if (m_stop) return;
+            m_changed = false;
+        }
+        RunDue();
+    }
+}

@@ -1,0 +1,54 @@
+#pragma once
+#include <pthread.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <list>
+#include <mutex>
+
+typedef void* (*TimerCallback)(void*);
+
+struct TimerItem {
+    TimerCallback callback;
+    uint32_t intervalMs;
+    int64_t lastRunMs;
+    unsigned long long id;
+    void* argument;
+};
+
+// Periodic callbacks run one after another on one worker thread. Intervals are
+// measured from the end of the previous run, so periods drift by the run time.
+class CTimerManager {
+public:
+    static CTimerManager* GetInstance();
+    static void Release();
+
+    unsigned long long RegisterTimer(int seconds, TimerCallback callback, void* argument);
+    void UnRegisterTimer(unsigned long long id);
+
+    // Runs every due callback once; what the worker does on each wake-up.
+    int RunDue();
+    size_t Count();
+
+protected:
+    CTimerManager();
+    virtual ~CTimerManager();
+    unsigned long long GetTimerID();  // caller holds m_mutex
+
+private:
+    static void* TimerProc(void* self);
+    void Loop();
+    int64_t NextDueMs();
+
+    static CTimerManager* s_instance;
+    pthread_mutex_t m_mutex;      // the list
+    pthread_mutex_t m_runMutex;   // held while callbacks run
+    std::list<TimerItem*> m_items;
+    std::mutex m_wakeMutex;
+    std::condition_variable m_wakeCv;
+    bool m_stop = false;
+    bool m_changed = false;
+    pthread_t m_thread{};
+    pthread_t m_runningThread{};
+    bool m_running = false;
+};

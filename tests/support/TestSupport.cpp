@@ -1,0 +1,112 @@
+#include "TestSupport.h"
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "OcppProtocol.h"
+#include "Util/Tools.h"
+
+namespace ocpptest {
+
+namespace {
+std::mutex g_captureMutex;
+LogCapture* g_capture = nullptr;
+
+void CaptureLog(LOGLEVEL level, const char* function, const char* file, int line, const char* text);
+}  // namespace
+
+TempDir::TempDir() {
+    char tmpl[] = "/tmp/ocpptest-XXXXXX";
+    const char* made = mkdtemp(tmpl);
+    m_path = made ? made : "";
+    EXPECT_FALSE(m_path.empty()) << "could not create a temporary folder";
+}
+
+TempDir::~TempDir() {
+    if (m_path.rfind("/tmp/ocpptest-", 0) == 0) {
+        const std::string cmd = "rm -rf '" + m_path + "'";
+        if (system(cmd.c_str()) != 0) ADD_FAILURE() << "could not remove " << m_path;
+    }
+}
+
+LogCapture::LogCapture() {
+    {
+        std::lock_guard<std::mutex> lock(g_captureMutex);
+        g_capture = this;
+    }
+    OcppProtocol_SetLog(&CaptureLog);
+}
+
+LogCapture::~LogCapture() {
+    OcppProtocol_SetLog(nullptr);
+    std::lock_guard<std::mutex> lock(g_captureMutex);
+    if (g_capture == this) g_capture = nullptr;
+}
+
+LogCapture* LogCapture::Current() { return g_capture; }
+
+std::vector<LogLine> LogCapture::Lines() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lines;
+}
+
+bool LogCapture::Contains(const std::string& needle, int level) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& l : m_lines)
+        if (l.text.find(needle) != std::string::npos && (level < 0 || l.level == level)) return true;
+    return false;
+}
+
+size_t LogCapture::Count(const std::string& needle) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    size_t n = 0;
+    for (const auto& l : m_lines)
+        if (l.text.find(needle) != std::string::npos) ++n;
+    return n;
+}
+
+void LogCapture::Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_lines.clear();
+}
+
+namespace {
+void CaptureLog(LOGLEVEL level, const char* function, const char* file, int line, const char* text) {
+    std::lock_guard<std::mutex> lock(g_captureMutex);
+    if (g_capture == nullptr) return;
+    LogLine l{static_cast<int>(level), function ? function : "", file ? file : "", line, text ? text : ""};
+    std::lock_guard<std::mutex> inner(g_capture->m_mutex);
+    g_capture->m_lines.push_back(std::move(l));
+}
+}  // namespace
+
+bool WaitFor(const std::function<bool()>& pred, int timeoutMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() >= deadline) return pred();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+ClockGuard::ClockGuard() { CTools::ResetClock(); }
+ClockGuard::~ClockGuard() { CTools::ResetClock(); }
+
+std::string ReadText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+}
+
+}  // namespace ocpptest

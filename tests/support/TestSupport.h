@@ -1,0 +1,62 @@
+#pragma once
+// Fixtures shared by every test: a temporary cache folder, captured log lines
+// and a clock the test can move.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace ocpptest {
+
+// A fresh folder under /tmp, removed with its content when the object dies.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::string& path() const { return m_path; }      // no trailing slash
+    std::string file(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+struct LogLine {
+    int level;
+    std::string function;
+    std::string file;
+    int line;
+    std::string text;
+};
+
+// Captures the library's diagnostic log while alive.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    std::vector<LogLine> Lines();
+    bool Contains(const std::string& needle, int level = -1);
+    size_t Count(const std::string& needle);
+    void Clear();
+    static LogCapture* Current();
+
+    // Public so the capture sink can append; tests use the accessors.
+    std::mutex m_mutex;
+    std::vector<LogLine> m_lines;
+};
+
+// Waits until `pred` holds or `timeoutMs` passes; polls every millisecond.
+bool WaitFor(const std::function<bool()>& pred, int timeoutMs = 2000);
+
+// Restores the library's clocks when the test ends.
+class ClockGuard {
+public:
+    ClockGuard();
+    ~ClockGuard();
+};
+
+std::string ReadText(const std::string& path);
+void WriteText(const std::string& path, const std::string& text);
+
+}  // namespace ocpptest
