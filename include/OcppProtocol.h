@@ -16,6 +16,7 @@
 
 #include "OcppExport.h"
 #include "OcppRecords.h"
+#include "OcppLog.h"
 
 OCPP_EXTERN_C_BEGIN
 
