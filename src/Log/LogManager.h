@@ -3,11 +3,12 @@
 
 #include <OcppLog.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "Log/RotatingLogFile.h"
 #include "Util/DbDriver.h"
@@ -89,11 +90,21 @@ private:
 
     pthread_t m_writer{};
     bool m_bWriterRunning = false;  // guarded by m_pendingMutex
-    bool m_bStop = false;           // guarded by m_pendingMutex
-    int64_t m_lastPurgeSec = 0;     // writer thread only (or tests)
+    std::atomic<bool> m_bStop{false};
+    int64_t m_lastPurgeSec = 0;  // guarded by m_dbMutex
 
+    struct ExportThread {
+        pthread_t handle{};
+        std::atomic<bool> done{false};
+    };
+    struct ExportArg {
+        CLogManager* self;
+        ExportThread* thread;
+        LogExportJob job;
+    };
+    void ReapExports(bool all);
     pthread_mutex_t m_exportMutex;
-    std::vector<pthread_t> m_exports;
+    std::list<std::unique_ptr<ExportThread>> m_exports;
 
     CRotatingLogFile m_file;
 };
