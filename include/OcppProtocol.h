@@ -12,6 +12,7 @@
 #ifndef OCPP_PROTOCOL_H
 #define OCPP_PROTOCOL_H
 
+#include <pthread.h>
 #include <stdint.h>
 
 #include "OcppExport.h"
@@ -27,6 +28,124 @@ typedef void (*OcppLogCallBack)(LOGLEVEL level, const char* function, const char
 
 /* Registers (or replaces) the host's diagnostic log sink; without one, lines go to standard output. */
 OCPP_API void OcppProtocol_SetLog(OcppLogCallBack callback);
+
+/* Protocol version of the current connection. */
+typedef enum {
+    OCPPPROTOCOL_16 = 0,
+    OCPPPROTOCOL_201 = 1,
+    OCPPPROTOCOL_21 = 2,
+    OCPPPROTOCOL_NONE = 255 /* not negotiated yet */
+} OCPPPROTOCOL;
+
+/* Library state as the host sees it; every change arrives as an SdkStatusChange record. */
+typedef enum {
+    SDKSTATUS_DISCONNECTED = 0, /* no link to the CSMS */
+    SDKSTATUS_CONNECTED = 1,    /* link open, boot not finished */
+    SDKSTATUS_SUBMITTING = 2,   /* replaying messages kept while offline */
+    SDKSTATUS_OK = 3,           /* online and ready */
+    SDKSTATUS_NONE = 255        /* reset, nothing active */
+} SDKSTATUS;
+
+typedef enum {
+    SECURITYEVENTTYPE_FIRMWAREUPDATED = 0,
+    SECURITYEVENTTYPE_FAILEDTOAUTHENTICATEATCSMS = 1,
+    SECURITYEVENTTYPE_CSMSFAILEDTOAUTHENTICATE = 2,
+    SECURITYEVENTTYPE_SETTINGSYSTEMTIME = 3,
+    SECURITYEVENTTYPE_STARTUPOFTHEDEVICE = 4,
+    SECURITYEVENTTYPE_RESETORREBOOT = 5,
+    SECURITYEVENTTYPE_SECURITYLOGWASCLEARED = 6,
+    SECURITYEVENTTYPE_RECONFIGURATIONOFSECURITYPARAMETERS = 7,
+    SECURITYEVENTTYPE_MEMORYEXHAUSTION = 8,
+    SECURITYEVENTTYPE_INVALIDMESSAGES = 9,
+    SECURITYEVENTTYPE_ATTEMPTEDREPLAYATTACKS = 10,
+    SECURITYEVENTTYPE_TAMPERDETECTIONACTIVATED = 11,
+    SECURITYEVENTTYPE_INVALIDFIRMWARESIGNATURE = 12,
+    SECURITYEVENTTYPE_INVALIDFIRMWARESIGNINGCERTIFICATE = 13,
+    SECURITYEVENTTYPE_INVALIDCSMSCERTIFICATE = 14,
+    SECURITYEVENTTYPE_INVALIDCHARGINGSTATIONCERTIFICATE = 15,
+    SECURITYEVENTTYPE_INVALIDTLSVERSION = 16,
+    SECURITYEVENTTYPE_INVALIDTLSCIPHERSUITE = 17,
+    SECURITYEVENTTYPE_MAINTENANCELOGINACCEPTED = 18,
+    SECURITYEVENTTYPE_MAINTENANCELOGINFAILED = 19
+} SECURITYEVENTTYPE;
+
+/* When transaction events may be kept while offline. */
+typedef enum {
+    TRANSACTIONSTOREPOINT_ALWAYS = 0,
+    TRANSACTIONSTOREPOINT_TXBEFOREACCEPTED_OR_ACCEPTED = 1, /* TxBeforeAcceptedEnabled, or profile accepted by the CSMS */
+    TRANSACTIONSTOREPOINT_ACCEPTED = 2,                     /* only once the profile was accepted by the CSMS */
+    TRANSACTIONSTOREPOINT_NEVER = 3
+} TRANSACTIONSTOREPOINT;
+
+/* Connection type of a profile; the value is the security profile number. */
+typedef enum {
+    CONNTYPE_PLAIN = 0,      /* ws://, no authentication */
+    CONNTYPE_BASIC = 1,      /* ws://, HTTP Basic */
+    CONNTYPE_TLS_BASIC = 2,  /* wss:// checked against the CA, HTTP Basic */
+    CONNTYPE_TLS_CLIENT = 3  /* wss:// with client certificate */
+} CONNTYPE;
+
+/* One CSMS connection profile, copied by value. */
+typedef struct {
+    int32_t id;             /* configuration slot */
+    int32_t priority;       /* larger is tried first */
+    int32_t protocol;       /* OCPPPROTOCOL */
+    int32_t connType;       /* CONNTYPE */
+    int32_t messageTimeout; /* seconds */
+    char url[600];          /* ws:// or wss:// address without the station identity */
+} ConnectionItem;
+OCPP_STATIC_ASSERT(sizeof(ConnectionItem) == 620, "ConnectionItem is copied as raw bytes");
+
+/* The host's callback table. The library keeps only the pointer; the table must outlive it. */
+typedef struct {
+    void (*OnConnected)(void);    /* link opened, status became SDKSTATUS_CONNECTED */
+    void (*OnDisconnected)(void); /* link lost, status became SDKSTATUS_DISCONNECTED */
+    /* Every notification record, from the library's notification thread; valid only during the call. */
+    void (*OnMessage)(const char* record, uint32_t length);
+} OcppProtocolCallBack;
+
+/* Stores the callback table when `reserved` is 0; any other value stores nothing. Always 1. */
+OCPP_API int OcppProtocol_Init(int reserved, OcppProtocolCallBack* callback);
+/* Folder under which every store lives (one sub-folder per CSMS). 0 when it is not writable. */
+OCPP_API int OcppProtocol_SetCacheDir(const char* dir);
+/* Starts connecting; with 1 the host will report its variables and every connector is reported on OK. */
+OCPP_API int OcppProtocol_ActiveConnection(int reportVariables);
+/* Stops every worker and closes every store. The callback table stays registered. */
+OCPP_API void OcppProtocol_Release(void);
+
+OCPP_API SDKSTATUS OcppProtocol_GetStatus(void);
+OCPP_API int OcppProtocol_IsEnterOfflineMode(void);
+OCPP_API OCPPPROTOCOL OcppProtocol_GetOcppProtocol(void);
+/* "OCPP16", "OCPP20" or "OCPP21" (exact case) to its OCPPPROTOCOL; 0 when unknown. */
+OCPP_API int OcppProtocol_GetOcppProtocolType(const char* name, OCPPPROTOCOL* out);
+/* 1 when the host must report its device-model variables; always 0 before a protocol is chosen. */
+OCPP_API int OcppProtocol_IsNeedReportVariables(void);
+OCPP_API void OcppProtocol_SetNeedReportVariables(int need);
+/* Highest EVSE id the host has reported a status for. */
+OCPP_API int OcppProtocol_GetMaxEvse(void);
+/* Writes "Branch: ...\nBuild: ...\n" into `out`, which must hold 255 bytes. */
+OCPP_API int OcppProtocol_Version(char* out);
+
+/* The library's traced locking, for host code that wants the same diagnostics. */
+OCPP_API int OcppProtocol_EnterCriticalSection(pthread_mutex_t* mutex, const char* file, int line, const char* function);
+OCPP_API int OcppProtocol_LeaveCriticalSection(pthread_mutex_t* mutex, const char* file, int line, const char* function);
+
+/* Settings. */
+/* 0: transaction messages go through the retry queue; 1: they are sent and answered synchronously. */
+OCPP_API void OcppProtocol_SetSdkVersion(int version);
+OCPP_API void OcppProtocol_SetSqlLogLevel(int level);
+OCPP_API int OcppProtocol_GetSqlLogLevel(void);
+OCPP_API void OcppProtocol_SetOfflineTransactionStorePoint(TRANSACTIONSTOREPOINT point);
+OCPP_API TRANSACTIONSTOREPOINT OcppProtocol_GetOfflineTransactionStorePoint(void);
+/* Also write the hardware clock whenever the CSMS sets the time (2.0.1 and 2.1 only). */
+OCPP_API void OcppProtocol_SysToHcUtcEnabled(void);
+/* Security events to report once the station is online again. */
+OCPP_API void OcppProtocol_SetInvalidCsmsCertificate(int invalid);
+OCPP_API void OcppProtocol_SetInvalidTLSVersion(int invalid);
+OCPP_API void OcppProtocol_SetInvalidTLSCiphersuite(int invalid);
+
+/* Station operations. */
+OCPP_API int OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE type);
 
 OCPP_EXTERN_C_END
 

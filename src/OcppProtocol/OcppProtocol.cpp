@@ -3,13 +3,133 @@
 #include <pthread.h>
 
 #include <cstdio>
+#include <cstring>
+#include <vector>
 
+#include "BuildInfo.h"
+#include "Log/LogManager.h"
+#include "Ocpp20/Process/VariableCache.h"
+#include "OcppProtocol/MessageCallBack.h"
+#include "Process/BootHeartbeat.h"
+#include "Process/ConnectManager.h"
+#include "Process/ConnectorManager.h"
 #include "Util/CriticalSectionManager.h"
+#include "Util/CryptoUtil.h"
+#include "Util/FileUtil.h"
+#include "Util/TimerManager.h"
+#include "Util/Tools.h"
+
+std::atomic<OCPPPROTOCOL> g_eOcppProtocol{OCPPPROTOCOL_NONE};
+std::atomic<SDKSTATUS> g_eSdkStatus{SDKSTATUS_NONE};
+std::atomic<int32_t> g_bNeedReportVariables{1};
+std::atomic<int32_t> g_eSqlLogLevel{2};
+std::atomic<OcppProtocolCallBack*> g_pOcppProtocolCallBack{nullptr};
+std::atomic<int32_t> g_iEvseNum{0};
+std::atomic<int32_t> g_iPrevUnconnectTimeSec{0};
+std::atomic<int32_t> g_iPrevConnectTimeSec{0};
+std::atomic<int32_t> g_bEnterOfflineMode{0};
+std::atomic<int32_t> g_eSdkVersion{0};
+std::atomic<int32_t> g_bSysToHcUtcEnabled{0};
+std::atomic<int32_t> g_bInvalidCsmsCertificate{0};
+std::atomic<int32_t> g_bInvalidTLSVersion{0};
+std::atomic<int32_t> g_bInvalidTLSCiphersuite{0};
+std::atomic<int32_t> g_eOfflineTransactionStorePoint{TRANSACTIONSTOREPOINT_ALWAYS};
 
 namespace {
 OcppLogCallBack g_logCallBack = nullptr;
 pthread_mutex_t g_logSection = PTHREAD_MUTEX_INITIALIZER;
+
+std::string g_strCacheDir;
+pthread_mutex_t g_cacheDirSection = PTHREAD_MUTEX_INITIALIZER;
+
+// Serialises status changes so the host sees them in the order they were made.
+pthread_mutex_t g_statusSection = PTHREAD_MUTEX_INITIALIZER;
+
+std::atomic<SecurityEventObserver> g_securityEventObserver{nullptr};
+
+const char kProtocolNames[3][10] = {"OCPP16", "OCPP20", "OCPP21"};
+
+const char* const kSecurityEventTypes[] = {"FirmwareUpdated",
+                                           "FailedToAuthenticateAtCsms",
+                                           "CsmsFailedToAuthenticate",
+                                           "SettingSystemTime",
+                                           "StartupOfTheDevice",
+                                           "ResetOrReboot",
+                                           "SecurityLogWasCleared",
+                                           "ReconfigurationOfSecurityParameters",
+                                           "MemoryExhaustion",
+                                           "InvalidMessages",
+                                           "AttemptedReplayAttacks",
+                                           "TamperDetectionActivated",
+                                           "InvalidFirmwareSignature",
+                                           "InvalidFirmwareSigningCertificate",
+                                           "InvalidCsmsCertificate",
+                                           "InvalidChargingStationCertificate",
+                                           "InvalidTLSVersion",
+                                           "InvalidTLSCipherSuite",
+                                           "MaintenanceLoginAccepted",
+                                           "MaintenanceLoginFailed"};
+
+int32_t RunTimeSec() { return static_cast<int32_t>(CTools::GetCurRunTimeSec()); }
+
+enum ConnectorReport { REPORT_NONE, REPORT_ALL, REPORT_CACHED };
+
+// The decision half of the status-change option; the connector report it asks
+// for is made by the caller once no lock is held (it talks to the CSMS).
+int DecideStatusChangeOption(SDKSTATUS status, ConnectorReport* report) {
+    *report = REPORT_NONE;
+    if (status == SDKSTATUS_DISCONNECTED) {
+        g_iPrevUnconnectTimeSec = RunTimeSec();
+        return 0;
+    }
+    if (status != SDKSTATUS_OK) return 0;
+    const OCPPPROTOCOL protocol = g_eOcppProtocol.load();
+    const int32_t now = RunTimeSec();
+    if (protocol != OCPPPROTOCOL_201 && protocol != OCPPPROTOCOL_21) {
+        g_iPrevConnectTimeSec = now;
+        return 0;
+    }
+    const int threshold = CVariableCache::GetInstance()->OCPPCommCtrlrOfflineThreshold();
+    const int32_t prevConnect = g_iPrevConnectTimeSec.load();
+    int option;
+    if (prevConnect == 0 || threshold < now - g_iPrevUnconnectTimeSec.load()) {
+        LOG_INFO("报告所有枪状态 OCPPCommCtrlrOfflineThreshold:%d g_iPrevConnectTimeSec:%lld\n", threshold,
+                 (long long)prevConnect);
+        *report = REPORT_ALL;
+        option = 1;
+    } else {
+        *report = REPORT_CACHED;
+        option = 2;
+    }
+    g_iPrevConnectTimeSec = now;
+    return option;
 }
+
+void RunConnectorReport(ConnectorReport report) {
+    if (report == REPORT_ALL) CConnectorManager::GetInstance()->ReportAllConnectorStatus();
+    if (report == REPORT_CACHED) CConnectorManager::GetInstance()->ReportAllCacheConnectorStatus();
+}
+
+void PostOfflineModeRecord() {
+    ServerRecvBase record;
+    memset(&record, 0, sizeof record);
+    record.type = SERVERRECVTYPE_ENTEROFFLINEMODE;
+    CMessageCallBack::GetInstance()->OnMessage(reinterpret_cast<const char*>(&record), sizeof record, 1);
+}
+
+// Under g_statusSection.
+void EnterOfflineModeLocked() {
+    if (g_bEnterOfflineMode.load() == 1) return;
+    LOG_INFO("========================>Enter OFFLineMode<========================");
+    g_bEnterOfflineMode = 1;
+    PostOfflineModeRecord();
+    char name[1024] = {0};
+    OcppProtocol_GetOcppProtocolType(g_eOcppProtocol.load(), name);
+    LOG_INFO("EnterOfflineMode Protocol:%s", name);
+}
+}  // namespace
+
+// ---- Logging -------------------------------------------------------------
 
 void OcppProtocol_SetLog(OcppLogCallBack callback) {
     OCPP_SECTION(&g_logSection);
@@ -26,3 +146,300 @@ void OcppProtocol_WriteLog(int level, const char* function, const char* file, in
         fflush(stdout);
     }
 }
+
+// ---- Lifecycle -----------------------------------------------------------
+
+int OcppProtocol_Init(int reserved, OcppProtocolCallBack* callback) {
+    if (reserved == 0) g_pOcppProtocolCallBack = callback;
+    return 1;
+}
+
+int OcppProtocol_SetCacheDir(const char* dir) {
+    if (dir == nullptr || CFileUtil::CanWriteDir(dir) != 1) {
+        LOG_ERROR("不能写cache:%s\n", dir ? dir : "");
+        return 0;
+    }
+    std::string folder = dir;
+    if (folder.empty() || folder.back() != '/') folder += "/";
+    {
+        OCPP_SECTION(&g_cacheDirSection);
+        g_strCacheDir = folder;
+    }
+    LOG_INFO("ocpp cache folder:%s", folder.c_str());
+    CConnectManager::GetInstance()->SetStoreFile(folder + "csmscfg.json");
+    return 1;
+}
+
+std::string OcppProtocol_GetCacheDir() {
+    OCPP_SECTION(&g_cacheDirSection);
+    return g_strCacheDir;
+}
+
+int OcppProtocol_ActiveConnection(int reportVariables) {
+    if (reportVariables == 1) {
+        g_bNeedReportVariables = 1;
+        g_iPrevConnectTimeSec = 0;
+    }
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_NONE);
+    OcppProtocol_SetStatus(SDKSTATUS_NONE);
+    return CConnectManager::GetInstance()->ActiveConnect();
+}
+
+int OcppProtocol_ResourceInit(ConnectionItem item) {
+    item.url[sizeof item.url - 1] = '\0';
+    LOG_INFO("==================>Using connection:%s\n", item.url);
+    if (item.url[0] == '\0') {
+        LOG_ERROR("ResourceInit Error! Reason:URL is empty!");
+        return 0;
+    }
+    OcppProtocol_ResetSystem();
+    OcppProtocol_InitOcppProtocol(static_cast<OCPPPROTOCOL>(item.protocol));
+    const int result = OcppProtocol_InitCache(item.url);
+    CTools::SleepMs(1000);
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    return result;
+}
+
+int OcppProtocol_InitCache(std::string url) {
+    const std::string cacheDir = OcppProtocol_GetCacheDir();
+    if (cacheDir.empty()) {
+        LOG_INFO("No need load cache");
+        return 1;
+    }
+    const std::string folder = cacheDir + CCryptoUtil::GenSha256(url) + "/";
+
+    // The folder is made without a shell, so no folder name can become a command;
+    // the command text is still composed for the same length diagnostics.
+    char command[510];
+    const int needed = snprintf(command, sizeof command, "mkdir %s -p", folder.c_str());
+    if (needed < 0) {
+        LOG_ERROR("snprintf error: ret=%d", needed);
+    } else if (needed > (int)sizeof command - 1) {
+        LOG_ERROR("Command truncated: required length=%d, buffer size=%zu", needed, sizeof command);
+    }
+    CFileUtil::MakeDirs(folder);
+    LOG_INFO("CSMS Cache Folder = %s", folder.c_str());
+
+    const std::string variableCheckFile = folder + "variableCheck.json";  // fed to its store elsewhere
+    (void)variableCheckFile;
+
+    // Stores of each version open here as they arrive; the authorization store's
+    // result becomes the result of this function.
+    int result = 0;
+    switch (g_eOcppProtocol.load()) {
+        case OCPPPROTOCOL_16:
+            result = 1;
+            break;
+        case OCPPPROTOCOL_201:
+        case OCPPPROTOCOL_21:
+            CVariableCache::GetInstance()->SetStoreFile(folder + "variablecache.json");
+            result = 1;
+            break;
+        default:
+            result = 0;
+            break;
+    }
+
+    const std::string logFile = g_strLogFile.empty() ? folder + "log.db" : g_strLogFile;
+    CLogManager::GetInstance()->SetStoreFile(logFile);
+    return result;
+}
+
+void OcppProtocol_ReleaseCache() {
+    CVariableCache::Release();
+    CLogManager::Release();
+}
+
+void OcppProtocol_ResetSystem() {
+    g_eSdkStatus = SDKSTATUS_NONE;
+    CMessageCallBack::Release();
+    OcppProtocol_ReleaseCache();
+}
+
+void OcppProtocol_Release() {
+    CConnectorManager::Release();
+    CBootHeartbeat::Release();
+    CTimerManager::Release();
+    CConnectManager::Release();
+    OcppProtocol_ResetSystem();
+    // The log lock is static and stays valid; only the callback goes.
+    OcppProtocol_SetLog(nullptr);
+}
+
+// ---- Status --------------------------------------------------------------
+
+SDKSTATUS OcppProtocol_GetStatus(void) { return g_eSdkStatus.load(); }
+
+void OcppProtocol_SetStatus(SDKSTATUS status) {
+    std::vector<SECURITYEVENTTYPE> pendingEvents;
+    ConnectorReport report = REPORT_NONE;
+    {
+        OCPP_SECTION(&g_statusSection);
+        const SDKSTATUS old = g_eSdkStatus.load();
+        if (status == old) return;
+        if (status == SDKSTATUS_OK) {
+            if (g_bInvalidCsmsCertificate.exchange(0) == 1) {
+                LOG_DEBUG("OcppProtocol_SetStatus is SDKSTATUS_OK and g_bInvalidCsmsCertificate is true");
+                pendingEvents.push_back(SECURITYEVENTTYPE_INVALIDCSMSCERTIFICATE);
+            }
+            if (g_bInvalidTLSVersion.exchange(0) == 1) {
+                LOG_DEBUG("OcppProtocol_SetStatus is SDKSTATUS_OK and g_bInvalidTLSVersion is true");
+                pendingEvents.push_back(SECURITYEVENTTYPE_INVALIDTLSVERSION);
+            }
+            if (g_bInvalidTLSCiphersuite.exchange(0) == 1) {
+                LOG_DEBUG("OcppProtocol_SetStatus is SDKSTATUS_OK and g_bInvalidTLSCiphersuite is true");
+                pendingEvents.push_back(SECURITYEVENTTYPE_INVALIDTLSCIPHERSUITE);
+            }
+        }
+        const int option = DecideStatusChangeOption(status, &report);
+
+        SdkStatusChange record;
+        memset(&record, 0, sizeof record);
+        record.base.type = SERVERRECVTYPE_SDKSTATUSCHANGE;
+        record.status = status;
+        record.statusChangeOption = option;
+        record.protocol = g_eOcppProtocol.load();
+        record.needReportVariables = g_bNeedReportVariables.load();
+        record.resetFactoryConfig = CConnectManager::GetInstance()->IsResetFactoryConfig();
+        CMessageCallBack::GetInstance()->OnMessage(reinterpret_cast<const char*>(&record), sizeof record, 1);
+
+        if (status == SDKSTATUS_DISCONNECTED &&
+            (old == SDKSTATUS_CONNECTED || old == SDKSTATUS_SUBMITTING || old == SDKSTATUS_OK)) {
+            EnterOfflineModeLocked();
+        }
+        if (status != SDKSTATUS_DISCONNECTED) g_bEnterOfflineMode = 0;
+        g_eSdkStatus = status;
+    }
+    // Both talk to the CSMS and may wait for answers, so no lock is held here.
+    for (SECURITYEVENTTYPE type : pendingEvents) OcppProtocol_SecurityEventNotification(type);
+    RunConnectorReport(report);
+}
+
+int OcppProtocol_GetStatusChangeOption(SDKSTATUS status) {
+    ConnectorReport report = REPORT_NONE;
+    int option;
+    {
+        OCPP_SECTION(&g_statusSection);
+        option = DecideStatusChangeOption(status, &report);
+    }
+    RunConnectorReport(report);
+    return option;
+}
+
+int OcppProtocol_IsEnterOfflineMode(void) { return g_bEnterOfflineMode.load(); }
+
+void OcppProtocol_EnterOfflineMode() {
+    OCPP_SECTION(&g_statusSection);
+    EnterOfflineModeLocked();
+}
+
+// ---- Protocol ------------------------------------------------------------
+
+OCPPPROTOCOL OcppProtocol_GetOcppProtocol(void) { return g_eOcppProtocol.load(); }
+
+void OcppProtocol_InitOcppProtocol(OCPPPROTOCOL protocol) { g_eOcppProtocol = protocol; }
+
+int OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL protocol, char* out) {
+    const int index = static_cast<int>(protocol);
+    if (index >= 3 || index < 0) return 0;
+    if (out == nullptr) return 1;
+    CTools::CopyField(out, sizeof kProtocolNames[index], kProtocolNames[index]);
+    return 1;
+}
+
+int OcppProtocol_GetOcppProtocolType(const char* name, OCPPPROTOCOL* out) {
+    if (name == nullptr) return 0;
+    for (int i = 0; i < 3; ++i) {
+        if (strcmp(name, kProtocolNames[i]) == 0) {
+            if (out != nullptr) *out = static_cast<OCPPPROTOCOL>(i);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int OcppProtocol_IsNeedReportVariables(void) {
+    if (g_eOcppProtocol.load() == OCPPPROTOCOL_NONE) return 0;
+    return g_bNeedReportVariables.load();
+}
+
+void OcppProtocol_SetNeedReportVariables(int need) {
+    g_bNeedReportVariables = need;
+    // Under 2.1 the smart-charging manager fetches its charging parameters again
+    // once the host has reported; it attaches here.
+}
+
+int OcppProtocol_GetMaxEvse(void) { return g_iEvseNum.load(); }
+
+int OcppProtocol_Version(char* out) {
+    if (out == nullptr) return 0;
+    const int size = 255;
+    const int ret = snprintf(out, size, "Branch: %s\nBuild: %s\n", OCPP_BUILD_BRANCH, OCPP_BUILD_STAMP);
+    if (ret < 0) return printf("snprintf error: ret=%d\n", ret);
+    if (ret > size - 1) {
+        return printf("snprintf truncated output: required length=%d, buffer size=%d\n", ret, size);
+    }
+    return ret;
+}
+
+int OcppProtocol_EnterCriticalSection(pthread_mutex_t* mutex, const char* file, int line, const char* function) {
+    if (mutex == nullptr) return 0;
+    return CCriticalSectionManager::GetInstance()->Enter(mutex, file, line, function);
+}
+
+int OcppProtocol_LeaveCriticalSection(pthread_mutex_t* mutex, const char* file, int line, const char* function) {
+    if (mutex == nullptr) return 0;
+    return CCriticalSectionManager::GetInstance()->Leave(mutex, file, line, function);
+}
+
+// ---- Settings ------------------------------------------------------------
+
+void OcppProtocol_SetSdkVersion(int version) { g_eSdkVersion = version; }
+
+void OcppProtocol_SetSqlLogLevel(int level) { g_eSqlLogLevel = level; }
+
+int OcppProtocol_GetSqlLogLevel(void) { return g_eSqlLogLevel.load(); }
+
+void OcppProtocol_SetOfflineTransactionStorePoint(TRANSACTIONSTOREPOINT point) {
+    g_eOfflineTransactionStorePoint = static_cast<int32_t>(point);
+}
+
+TRANSACTIONSTOREPOINT OcppProtocol_GetOfflineTransactionStorePoint(void) {
+    return static_cast<TRANSACTIONSTOREPOINT>(g_eOfflineTransactionStorePoint.load());
+}
+
+void OcppProtocol_SysToHcUtcEnabled(void) {
+    const OCPPPROTOCOL protocol = g_eOcppProtocol.load();
+    if (protocol == OCPPPROTOCOL_201 || protocol == OCPPPROTOCOL_21) g_bSysToHcUtcEnabled = 1;
+}
+
+void OcppProtocol_SetInvalidCsmsCertificate(int invalid) { g_bInvalidCsmsCertificate = invalid; }
+
+void OcppProtocol_SetInvalidTLSVersion(int invalid) { g_bInvalidTLSVersion = invalid; }
+
+void OcppProtocol_SetInvalidTLSCiphersuite(int invalid) { g_bInvalidTLSCiphersuite = invalid; }
+
+// ---- Security events -----------------------------------------------------
+
+const char* OcppEnumTrans_SecurityEvevtType(SECURITYEVENTTYPE type) {
+    const int index = static_cast<int>(type);
+    if (index < 0 || index >= (int)(sizeof kSecurityEventTypes / sizeof kSecurityEventTypes[0])) return "";
+    return kSecurityEventTypes[index];
+}
+
+int OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE type) {
+    const char* text = OcppEnumTrans_SecurityEvevtType(type);
+    CTools::Log(3, __FUNCTION__, __FILE__, __LINE__, "%s", text);
+    const OCPPPROTOCOL protocol = g_eOcppProtocol.load();
+    if (protocol == OCPPPROTOCOL_201 || protocol == OCPPPROTOCOL_21) return OcppProtocol_SendSecurityEvent(text);
+    return 1;
+}
+
+int OcppProtocol_SendSecurityEvent(const char* eventType) {
+    SecurityEventObserver observer = g_securityEventObserver.load();
+    if (observer != nullptr) observer(eventType);
+    // The 2.0.1 sender takes over here: sent at once when connected, kept offline otherwise.
+    return 1;
+}
+
+void OcppProtocol_SetSecurityEventObserver(SecurityEventObserver observer) { g_securityEventObserver = observer; }

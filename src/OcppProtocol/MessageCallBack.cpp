@@ -1,0 +1,209 @@
+#include "OcppProtocol/MessageCallBack.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include "OcppProtocol/OcppProtocol.h"
+#include "Util/CriticalSectionManager.h"
+#include "Util/Thread.h"
+#include "Util/Tools.h"
+
+CMessageCallBack* CMessageCallBack::s_instance = nullptr;
+std::atomic<CMessageCallBack::FrameObserver> CMessageCallBack::s_frameObserver{nullptr};
+
+namespace {
+pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
+const auto kIdleWait = std::chrono::milliseconds(200);
+
+inline char* Payload(MessageCallBackItem* item) { return reinterpret_cast<char*>(item) + sizeof(MessageCallBackItem); }
+
+struct WorkerStart {
+    CMessageCallBack* self;
+    uint64_t generation;
+};
+}  // namespace
+
+// The object outlives every Release: producers on other threads may still hold
+// the pointer they got a moment ago, so a release only stops the worker and
+// empties the lists; the next GetInstance starts a fresh worker.
+CMessageCallBack* CMessageCallBack::GetInstance() {
+    OCPP_SECTION(&g_instanceSection);
+    if (s_instance == nullptr) s_instance = new CMessageCallBack();
+    s_instance->Open();
+    return s_instance;
+}
+
+void CMessageCallBack::Release() {
+    CMessageCallBack* instance;
+    {
+        OCPP_SECTION(&g_instanceSection);
+        instance = s_instance;
+    }
+    if (instance != nullptr) instance->Close();
+}
+
+void CMessageCallBack::SetFrameObserver(FrameObserver observer) { s_frameObserver.store(observer); }
+
+CMessageCallBack::CMessageCallBack() { pthread_mutex_init(&m_mutex, nullptr); }
+
+void CMessageCallBack::Open() {
+    if (!m_closed.load()) return;
+    WorkerStart* start = new WorkerStart{this, 0};
+    {
+        OCPP_SECTION(&m_mutex);
+        if (!m_closed.load()) {
+            delete start;
+            return;
+        }
+        start->generation = ++m_generation;
+        const pthread_t worker = LinuxCreateThread(nullptr, &CMessageCallBack::MessageProc, start);
+        if (pthread_equal(worker, pthread_t{})) {
+            delete start;  // stays closed; the next GetInstance tries again
+            return;
+        }
+        m_thread = worker;
+        m_hasThread = true;
+        m_closed.store(false);
+    }
+}
+
+void CMessageCallBack::OnWebSocketMessage(const char* frame, unsigned int len) {
+    if (frame == nullptr && len > 0) return;
+    Push(0, frame, len, true, false);
+}
+
+void CMessageCallBack::OnMessage(const char* record, unsigned int len, int priority) {
+    if (len > kMaxRecordLen) {
+        LOG_ERROR("CMessageCallBack::OnMessage MessageLen over 10*MAX_PACKAGE_LEN");
+        return;
+    }
+    if (record == nullptr && len > 0) return;
+    Push(1, record, len, false, priority != 0);
+}
+
+void CMessageCallBack::Push(int32_t kind, const char* data, unsigned int len, bool front, bool priority) {
+    MessageCallBackItem* item = static_cast<MessageCallBackItem*>(calloc(1, sizeof(MessageCallBackItem) + len));
+    if (item == nullptr) {
+        LOG_ERROR("CMessageCallBack: out of memory for %u bytes", len);
+        return;
+    }
+    item->kind = kind;
+    item->length = len;
+    if (len > 0) memcpy(Payload(item), data, len);
+    {
+        OCPP_SECTION(&m_mutex);
+        if (m_closed.load()) {
+            // Released while the producer still held the pointer: nobody would deliver it.
+            free(item);
+            return;
+        }
+        if (priority) {
+            m_priority.push_back(item);
+        } else if (front) {
+            m_frames.push_front(item);
+        } else {
+            m_frames.push_back(item);
+        }
+    }
+    m_wake.notify_one();
+}
+
+void CMessageCallBack::Reset() {
+    OCPP_SECTION(&m_mutex);
+    ClearLocked();
+}
+
+void CMessageCallBack::ClearLocked() {
+    for (MessageCallBackItem* item : m_frames) free(item);
+    for (MessageCallBackItem* item : m_priority) free(item);
+    m_frames.clear();
+    m_priority.clear();
+}
+
+void CMessageCallBack::Close() {
+    pthread_t worker{};
+    bool join = false;
+    {
+        OCPP_SECTION(&m_mutex);
+        if (m_closed.load()) return;
+        m_closed.store(true);
+        ++m_generation;
+        // Emptied now, so nothing queued before the release can reach the host.
+        ClearLocked();
+        if (m_hasThread) {
+            worker = m_thread;
+            m_hasThread = false;
+            join = true;
+        }
+    }
+    m_wake.notify_all();
+    if (!join) return;
+    if (pthread_equal(worker, pthread_self())) {
+        // Released from inside a host callback: the worker ends when the callback returns.
+        pthread_detach(worker);
+    } else {
+        pthread_join(worker, nullptr);
+    }
+}
+
+void* CMessageCallBack::MessageProc(void* arg) {
+    WorkerStart* start = static_cast<WorkerStart*>(arg);
+    CMessageCallBack* self = start->self;
+    const uint64_t generation = start->generation;
+    delete start;
+    self->Loop(generation);
+    return nullptr;
+}
+
+void CMessageCallBack::Loop(uint64_t generation) {
+    for (;;) {
+        MessageCallBackItem* item = nullptr;
+        {
+            OCPP_SECTION_NAMED(guard, &m_mutex);
+            while (m_generation == generation && m_priority.empty() && m_frames.empty()) {
+                m_wake.wait_for(guard, kIdleWait);
+            }
+            if (m_generation != generation) return;
+            std::list<MessageCallBackItem*>& from = m_priority.empty() ? m_frames : m_priority;
+            item = from.front();
+            from.pop_front();
+        }
+        Dispatch(item);
+        free(item);
+    }
+}
+
+void CMessageCallBack::Dispatch(MessageCallBackItem* item) {
+    try {
+        if (item->kind == 0) {
+            DispatchFrame(Payload(item), item->length);
+            return;
+        }
+        OcppProtocolCallBack* callback = g_pOcppProtocolCallBack.load();
+        if (callback != nullptr && callback->OnMessage != nullptr) callback->OnMessage(Payload(item), item->length);
+    } catch (const std::exception& e) {
+        LOG_ERROR("CMessageCallBack: item of kind %d failed: %s", (int)item->kind, e.what());
+    } catch (...) {
+        LOG_ERROR("CMessageCallBack: item of kind %d failed", (int)item->kind);
+    }
+}
+
+void CMessageCallBack::DispatchFrame(const char* frame, uint32_t len) {
+    FrameObserver observer = s_frameObserver.load();
+    if (observer != nullptr) observer(frame, len);
+    switch (OcppProtocol_GetOcppProtocol()) {
+        case OCPPPROTOCOL_16:
+            // the 1.6 engine takes (frame, len) here
+            break;
+        case OCPPPROTOCOL_201:
+            // the 2.0.1 dispatcher takes (frame, len) here
+            break;
+        case OCPPPROTOCOL_21:
+            // the 2.1 front end takes (frame, len) here
+            break;
+        default:
+            break;  // no protocol negotiated: nobody to answer
+    }
+}

@@ -1,0 +1,59 @@
+#pragma once
+#include <pthread.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <list>
+
+// One queued item: this head, then `length` payload bytes in the same block.
+struct MessageCallBackItem {
+    int32_t kind;     // 0 frame from the CSMS, 1 record for the host
+    uint32_t length;  // payload bytes
+};
+
+// The single thread on which inbound frames are handled and host records are
+// delivered, so protocol handlers and host callbacks never run concurrently.
+class CMessageCallBack {
+public:
+    static CMessageCallBack* GetInstance();
+    // Stops the worker (after the item in hand) and discards everything queued.
+    static void Release();
+
+    // Newest frame first: it goes to the front of the frame list.
+    void OnWebSocketMessage(const char* frame, unsigned int len);
+    // Priority records overtake everything; ordinary ones queue behind waiting frames.
+    void OnMessage(const char* record, unsigned int len, int priority);
+    void Reset();
+    void Close();
+
+    // Observes every frame at the point where the protocol engines take it.
+    typedef void (*FrameObserver)(const char* frame, uint32_t len);
+    static void SetFrameObserver(FrameObserver observer);
+
+    static const uint32_t kMaxPackageLen = 65535;
+    static const uint32_t kMaxRecordLen = 10 * kMaxPackageLen;  // longer records are refused
+
+private:
+    CMessageCallBack();
+    ~CMessageCallBack() = delete;  // lives for the whole process, see GetInstance
+    void Open();
+    void ClearLocked();
+    static void* MessageProc(void* start);
+    void Loop(uint64_t generation);
+    void Dispatch(MessageCallBackItem* item);
+    void DispatchFrame(const char* frame, uint32_t len);
+    void Push(int32_t kind, const char* data, unsigned int len, bool front, bool priority);
+
+    pthread_mutex_t m_mutex;
+    std::condition_variable_any m_wake;
+    std::list<MessageCallBackItem*> m_frames;
+    std::list<MessageCallBackItem*> m_priority;
+    std::atomic<bool> m_closed{true};
+    uint64_t m_generation = 0;  // a worker runs while this still equals the value it started with
+    bool m_hasThread = false;
+    pthread_t m_thread{};
+
+    static CMessageCallBack* s_instance;
+    static std::atomic<FrameObserver> s_frameObserver;
+};

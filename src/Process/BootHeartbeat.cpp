@@ -1,0 +1,29 @@
+#include "Process/BootHeartbeat.h"
+
+#include <pthread.h>
+
+#include "Util/CriticalSectionManager.h"
+
+CBootHeartbeat* CBootHeartbeat::s_instance = nullptr;
+
+namespace {
+pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
+}
+
+CBootHeartbeat* CBootHeartbeat::GetInstance() {
+    OCPP_SECTION(&g_instanceSection);
+    if (s_instance == nullptr) s_instance = new CBootHeartbeat();
+    return s_instance;
+}
+
+void CBootHeartbeat::Release() {
+    CBootHeartbeat* instance;
+    {
+        OCPP_SECTION(&g_instanceSection);
+        instance = s_instance;
+        s_instance = nullptr;
+    }
+    delete instance;
+}
+
+int CBootHeartbeat::GetBootStatus() { return 0; }
