@@ -66,6 +66,7 @@ TEST(Platform32Bit, NotificationRecordsKeepTheirByteLayout) {
 
     // Records follow each other without padding, so the second starts at an odd address.
     ServerRecvBase pair[2];
+    memset(pair, 'x', sizeof pair);
     EXPECT_EQ(sizeof pair, 82u);
     pair[1].type = 36;
     CTools::CopyField(pair[1].messageId, "0123456789abcdef0123456789abcdef0123456789");
