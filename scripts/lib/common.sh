@@ -23,7 +23,10 @@ ensure_apt_packages() {
     echo "apt packages missing: ${missing[*]}"
     local sudo=""
     [ "$(id -u)" -ne 0 ] && sudo="sudo"
-    $sudo apt-get update -qq
+    # One index that fails (a mirror mid-sync, often a foreign architecture's)
+    # must not stop installing from the others; a package that is really
+    # missing still fails the install below.
+    $sudo apt-get update -qq || echo "apt-get update reported errors; installing from the indexes it got"
     DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 

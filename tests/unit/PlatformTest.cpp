@@ -1,0 +1,79 @@
+// Faults that show only on the 32-bit ARM target, where long and time_t are
+// 4 bytes and 64-bit variadic arguments sit on 8-byte boundaries. The same
+// checks run natively and under qemu-arm.
+#include <gtest/gtest.h>
+
+#include <OcppRecords.h>
+
+#include <cstddef>
+#include <cstring>
+
+#include "TestSupport.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+namespace {
+const int64_t kYear2020Ms = 1577836800000LL;
+const int64_t kYear2100Ms = 4102444800000LL;
+const int64_t kFiftyDaysMs = 50LL * 86400 * 1000;  // beyond both 2^31 and 2^32 ms
+}  // namespace
+
+TEST(Platform32Bit, MillisecondClocksDoNotWrapOnA32BitLong) {
+    const int64_t wallMs = CTools::CurTimeMilSec();
+    EXPECT_GT(wallMs, kYear2020Ms) << "wall clock in ms wrapped or was truncated";
+    EXPECT_LT(wallMs, kYear2100Ms);
+    EXPECT_LE(CTools::CurTimeSec() - wallMs / 1000, 1);
+
+    // A station that has run for 50 days has a monotonic ms count past 2^32.
+    ClockGuard guard;
+    CTools::FreezeClock(true);
+    const int64_t wall = CTools::CurTimeMilSec();
+    const int64_t mono = CTools::GetCurRunTimeMilSec();
+    CTools::AdvanceClockMs(kFiftyDaysMs);
+    EXPECT_EQ(CTools::CurTimeMilSec() - wall, kFiftyDaysMs);
+    EXPECT_EQ(CTools::GetCurRunTimeMilSec() - mono, kFiftyDaysMs);
+    EXPECT_EQ(CTools::GetCurRunTimeSec(), (mono + kFiftyDaysMs) / 1000);
+}
+
+TEST(Platform32Bit, CsmsTimesAfter2038KeepTheirValue) {
+    EXPECT_EQ(CTools::GetTimeByString("2038-01-19T03:14:07Z"), 2147483647LL);
+    EXPECT_EQ(CTools::GetTimeByString("2038-01-19T03:14:08Z"), 2147483648LL);
+    EXPECT_EQ(CTools::GetTimeByString("2106-02-07T06:28:16Z"), 4294967296LL);
+    EXPECT_EQ(CTools::GetTimeByString("2045-06-30T23:59:59.999+02:00"), 2382472799LL);
+    EXPECT_TRUE(CTools::IsValidUTCTime("2040-02-29T00:00:00Z"));
+
+    // What the station sends back must be the same instant, not a 1901 date.
+    EXPECT_EQ(CTools::GetLocalTime(2147483648LL), "2038-01-19T03:14:08.000Z");
+    EXPECT_EQ(CTools::GetLocalTime(4294967296LL), "2106-02-07T06:28:16.000Z");
+}
+
+TEST(Platform32Bit, SixtyFourBitValuesFormatWithoutTruncation) {
+    const int64_t big = 4294967296123LL;
+    EXPECT_EQ(CTools::StringFormat("%lld", static_cast<long long>(big)), "4294967296123");
+    EXPECT_EQ(CTools::StringFormat("%lld", static_cast<long long>(-big)), "-4294967296123");
+    // A 64-bit value after a 32-bit one is padded to 8 bytes in the argument
+    // list on ARM; the values after it must still line up.
+    EXPECT_EQ(CTools::StringFormat("%d|%lld|%s|%u", 7, static_cast<long long>(big), "evse", 4000000000u),
+              "7|4294967296123|evse|4000000000");
+}
+
+TEST(Platform32Bit, NotificationRecordsKeepTheirByteLayout) {
+    EXPECT_EQ(sizeof(ServerRecvBase), 41u);
+    EXPECT_EQ(offsetof(ServerRecvBase, type), 0u);
+    EXPECT_EQ(offsetof(ServerRecvBase, messageId), 4u);
+    EXPECT_EQ(alignof(ServerRecvBase), 1u) << "records are packed; the host reads them at any offset";
+
+    // Records follow each other without padding, so the second starts at an odd address.
+    ServerRecvBase pair[2];
+    memset(pair, 'x', sizeof pair);
+    EXPECT_EQ(sizeof pair, 82u);
+    pair[1].type = 36;
+    CTools::CopyField(pair[1].messageId, "0123456789abcdef0123456789abcdef0123456789");
+    unsigned char bytes[82];
+    memcpy(bytes, pair, sizeof bytes);
+    const unsigned char expectType[4] = {36, 0, 0, 0};  // little-endian on the wire to the host
+    EXPECT_EQ(memcmp(bytes + 41, expectType, 4), 0);
+    EXPECT_EQ(bytes[45 + 36], 0) << "messageId must be terminated within its 37 bytes";
+    EXPECT_EQ(strlen(reinterpret_cast<const char*>(bytes + 45)), 36u);
+}
