@@ -30,9 +30,26 @@ ensure_apt_packages() {
     DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
+# Node.js and npm: machines may already carry a Node.js with its own npm, which
+# Debian's npm package would conflict with, so install only what is absent.
+ensure_node() {
+    local missing=()
+    command -v node >/dev/null 2>&1 || missing+=(nodejs)
+    command -v npm >/dev/null 2>&1 || missing+=(npm)
+    if [ ${#missing[@]} -eq 0 ]; then
+        echo "node $(node --version), npm $(npm --version)"
+        return
+    fi
+    local list; list="$(mktemp)"
+    printf '%s\n' "${missing[@]}" > "$list"
+    ensure_apt_packages "$list"
+    rm -f "$list"
+}
+
 # Installs the pinned npm packages when the lock file changed since the last install.
 ensure_npm_packages() {
     [ -f "$ROOT/package.json" ] || return 0
+    ensure_node
     local stamp="$ROOT/node_modules/.installed-lock"
     if [ -f "$stamp" ] && cmp -s "$stamp" "$ROOT/package-lock.json"; then
         echo "npm packages: up to date"
