@@ -173,6 +173,11 @@ void CTools::SetSetTimeHook(SetTimeHook hook) { g_setTimeHook = hook; }
 
 int CTools::SetTimeSec(int64_t epochSec) {
     if (SetTimeHook hook = g_setTimeHook.load()) return hook(epochSec);
+    // A 32-bit time_t would wrap a time after 2038 back to 1901: refuse it.
+    if (static_cast<int64_t>(static_cast<time_t>(epochSec)) != epochSec || epochSec < 0) {
+        LOG_ERROR("system time %lld out of range", static_cast<long long>(epochSec));
+        return 0;
+    }
     struct timeval tv;
     tv.tv_sec = static_cast<time_t>(epochSec);
     tv.tv_usec = 0;
