@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 
@@ -31,6 +33,14 @@ std::string DoubleQuotes(const std::string& text) {
 }
 
 bool ThreadStarted(pthread_t handle) { return handle != pthread_t{}; }
+
+// Host-given seconds; out-of-range values are clamped rather than overflowing.
+int64_t SecToMs(int64_t sec) {
+    const int64_t limit = INT64_MAX / 1000;
+    if (sec > limit) return limit * 1000;
+    if (sec < -limit) return -limit * 1000;
+    return sec * 1000;
+}
 }  // namespace
 
 CLogManager* CLogManager::GetInstance() {
@@ -151,7 +161,7 @@ void CLogManager::Add(int type, int level, const char* text) {
             start = true;
         }
     }
-    m_pendingCv.notify_one();
+    m_pendingCv.notify_all();  // Flush may be waiting on the same variable
     if (start) {
         const pthread_t handle = LinuxCreateThread(nullptr, &CLogManager::TimerProc, this);
         OCPP_SECTION(&m_pendingMutex);
@@ -235,8 +245,8 @@ int CLogManager::FilterLog(const char* dir, const OcppLogFilter& filter, OcppLog
     LogExportJob& job = arg->job;
     job.dir = dir;
     if (job.dir.empty() || job.dir.back() != '/') job.dir += '/';
-    job.startMs = filter.startTime * 1000;
-    job.endMs = filter.endTime == 0 ? CTools::CurTimeMilSec() : filter.endTime * 1000;
+    job.startMs = SecToMs(filter.startTime);
+    job.endMs = filter.endTime == 0 ? CTools::CurTimeMilSec() : SecToMs(filter.endTime);
     job.hasType = filter.hasLogType != 0;
     job.type = filter.logType;
     job.text.assign(filter.text, strnlen(filter.text, OCPP_LOG_FILTER_TEXT_LEN));
@@ -315,14 +325,16 @@ int CLogManager::RunExport(const LogExportJob& job) {
         cond += part;
     }
 
-    int total = 0;
+    int total = -1;
     {
         OCPP_SECTION(&m_dbMutex);
-        if (!m_db.IsOpen()) return fail();
-        const DbRows rows = m_db.QuerySQLText("select count(*) as logcount from log where " + cond);
-        if (rows.empty()) return fail();
-        total = atoi(rows.front().at("logcount").c_str());
+        if (m_db.IsOpen()) {
+            const DbRows rows = m_db.QuerySQLText("select count(*) as logcount from log where " + cond);
+            if (!rows.empty() && rows.front().count("logcount") != 0)
+                total = atoi(rows.front().find("logcount")->second.c_str());
+        }
     }
+    if (total < 0) return fail();  // the host's callback never runs under our lock
 
     FILE* out = fopen(logName.c_str(), "w");
     if (out == nullptr) return fail();

@@ -56,12 +56,12 @@ public:
     // Exactly the configuration text the rotating file follows; empty when it does not fit.
     static std::string BuildZlogConf(const std::string& dir);
 
-    static const int64_t kKeepMs = 2592000000LL;  // 30 days
-    static const int64_t kPurgeEverySec = 86401;
-    static const int kPurgeHour = 23;
-    static const int kWriterIdleMs = 300;
-    static const int kExportPage = 100;
-    static const uint64_t kRotateBytes = 10ULL * 1024 * 1024;
+    static constexpr int64_t kKeepMs = 2592000000LL;  // 30 days
+    static constexpr int64_t kPurgeEverySec = 86401;
+    static constexpr int kPurgeHour = 23;
+    static constexpr int kWriterIdleMs = 300;
+    static constexpr int kExportPage = 100;
+    static constexpr uint64_t kRotateBytes = 10ULL * 1024 * 1024;
 
 private:
     CLogManager();

