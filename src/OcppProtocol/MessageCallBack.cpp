@@ -115,6 +115,11 @@ void CMessageCallBack::Reset() {
     ClearLocked();
 }
 
+size_t CMessageCallBack::Pending() {
+    OCPP_SECTION(&m_mutex);
+    return m_frames.size() + m_priority.size();
+}
+
 void CMessageCallBack::ClearLocked() {
     for (MessageCallBackItem* item : m_frames) free(item);
     for (MessageCallBackItem* item : m_priority) free(item);

@@ -26,6 +26,8 @@ public:
     void OnMessage(const char* record, unsigned int len, int priority);
     void Reset();
     void Close();
+    // Items waiting, not counting the one in hand.
+    size_t Pending();
 
     // Observes every frame at the point where the protocol engines take it.
     typedef void (*FrameObserver)(const char* frame, uint32_t len);

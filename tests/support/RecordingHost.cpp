@@ -1,0 +1,179 @@
+#include "RecordingHost.h"
+
+#include <chrono>
+#include <cstring>
+
+#include "OcppProtocol/MessageCallBack.h"
+#include "OcppProtocol/OcppProtocol.h"
+
+namespace ocpptest {
+
+namespace {
+std::mutex g_hostMutex;
+RecordingHost* g_host = nullptr;
+}  // namespace
+
+RecordingHost::RecordingHost() {
+    m_table.OnConnected = &RecordingHost::Connect;
+    m_table.OnDisconnected = &RecordingHost::Disconnect;
+    m_table.OnMessage = &RecordingHost::Message;
+    {
+        std::lock_guard<std::mutex> lock(g_hostMutex);
+        g_host = this;
+    }
+    OcppProtocol_Init(0, &m_table);
+}
+
+RecordingHost::~RecordingHost() {
+    Unblock();
+    // Stop deliveries before the table goes away.
+    CMessageCallBack::Release();
+    OcppProtocol_Init(0, nullptr);
+    std::lock_guard<std::mutex> lock(g_hostMutex);
+    if (g_host == this) g_host = nullptr;
+}
+
+void RecordingHost::Connect() {
+    std::lock_guard<std::mutex> lock(g_hostMutex);
+    if (g_host == nullptr) return;
+    std::lock_guard<std::mutex> inner(g_host->m_mutex);
+    ++g_host->m_connected;
+}
+
+void RecordingHost::Disconnect() {
+    std::lock_guard<std::mutex> lock(g_hostMutex);
+    if (g_host == nullptr) return;
+    std::lock_guard<std::mutex> inner(g_host->m_mutex);
+    ++g_host->m_disconnected;
+}
+
+void RecordingHost::Message(const char* record, uint32_t length) {
+    RecordingHost* host;
+    {
+        std::lock_guard<std::mutex> lock(g_hostMutex);
+        host = g_host;
+    }
+    if (host != nullptr) host->Store(record, length);
+}
+
+void RecordingHost::Store(const char* record, uint32_t length) {
+    std::function<void(const char*, uint32_t)> hook;
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        HostRecord r;
+        r.type = length >= 4 ? Int32At(std::string(record, 4), 0) : -1;
+        r.bytes.assign(record, length);
+        m_records.push_back(std::move(r));
+        hook = m_hook;
+        if (m_blockNext) {
+            m_blockNext = false;
+            m_blocked = true;
+            m_release = false;
+            m_cv.notify_all();
+            m_cv.wait(lock, [this] { return m_release; });
+            m_blocked = false;
+        }
+        m_cv.notify_all();
+    }
+    if (hook) hook(record, length);
+}
+
+std::vector<HostRecord> RecordingHost::Records() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_records;
+}
+
+std::vector<int32_t> RecordingHost::Types() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<int32_t> types;
+    for (const auto& r : m_records) types.push_back(r.type);
+    return types;
+}
+
+size_t RecordingHost::Count() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_records.size();
+}
+
+size_t RecordingHost::Count(int32_t type) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    size_t n = 0;
+    for (const auto& r : m_records)
+        if (r.type == type) ++n;
+    return n;
+}
+
+int RecordingHost::Connected() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_connected;
+}
+
+int RecordingHost::Disconnected() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_disconnected;
+}
+
+void RecordingHost::Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_records.clear();
+}
+
+bool RecordingHost::WaitForCount(size_t n, int timeoutMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return m_records.size() >= n; });
+}
+
+bool RecordingHost::WaitForType(int32_t type, size_t n, int timeoutMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
+        size_t c = 0;
+        for (const auto& r : m_records)
+            if (r.type == type) ++c;
+        return c >= n;
+    });
+}
+
+void RecordingHost::BlockNext() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_blockNext = true;
+}
+
+bool RecordingHost::WaitBlocked(int timeoutMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return m_blocked; });
+}
+
+void RecordingHost::Unblock() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_blockNext = false;
+    m_release = true;
+    m_cv.notify_all();
+}
+
+void RecordingHost::OnRecord(std::function<void(const char*, uint32_t)> hook) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_hook = std::move(hook);
+}
+
+int32_t Int32At(const std::string& bytes, size_t offset) {
+    int32_t v = 0;
+    if (offset + sizeof v <= bytes.size()) memcpy(&v, bytes.data() + offset, sizeof v);
+    return v;
+}
+
+void ResetSdkState() {
+    CMessageCallBack::Release();
+    g_eOcppProtocol = OCPPPROTOCOL_NONE;
+    g_eSdkStatus = SDKSTATUS_NONE;
+    g_bNeedReportVariables = 1;
+    g_iPrevUnconnectTimeSec = 0;
+    g_iPrevConnectTimeSec = 0;
+    g_bEnterOfflineMode = 0;
+    g_bInvalidCsmsCertificate = 0;
+    g_bInvalidTLSVersion = 0;
+    g_bInvalidTLSCiphersuite = 0;
+    OcppProtocol_SetSecurityEventObserver(nullptr);
+    CMessageCallBack::SetFrameObserver(nullptr);
+}
+
+}  // namespace ocpptest

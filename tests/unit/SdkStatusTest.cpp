@@ -1,0 +1,318 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "OcppProtocol/MessageCallBack.h"
+#include "OcppProtocol/OcppProtocol.h"
+#include "RecordingHost.h"
+#include "TestSupport.h"
+#include "Util/CryptoUtil.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+namespace {
+
+class Sdk : public ::testing::Test {
+protected:
+    void SetUp() override { ResetSdkState(); }
+    void TearDown() override { ResetSdkState(); }
+
+    // Status records in delivery order: (status, option).
+    std::vector<std::pair<int, int>> StatusRecords(RecordingHost& host) {
+        std::vector<std::pair<int, int>> out;
+        for (const auto& r : host.Records())
+            if (r.type == SERVERRECVTYPE_SDKSTATUSCHANGE) out.emplace_back(Int32At(r.bytes, 41), Int32At(r.bytes, 45));
+        return out;
+    }
+
+    // Option of the record that announced the latest OK.
+    int LastOkOption(RecordingHost& host, size_t expectedOkRecords) {
+        EXPECT_TRUE(WaitForOk(host, expectedOkRecords));
+        int option = -1;
+        for (const auto& s : StatusRecords(host))
+            if (s.first == SDKSTATUS_OK) option = s.second;
+        return option;
+    }
+
+    bool WaitForOk(RecordingHost& host, size_t n) {
+        return WaitFor([&] {
+            size_t c = 0;
+            for (const auto& s : StatusRecords(host))
+                if (s.first == SDKSTATUS_OK) ++c;
+            return c >= n;
+        });
+    }
+
+    void GoOnline() {
+        OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
+        OcppProtocol_SetStatus(SDKSTATUS_SUBMITTING);
+        OcppProtocol_SetStatus(SDKSTATUS_OK);
+    }
+};
+
+std::mutex g_eventsMutex;
+std::vector<std::string> g_events;
+
+void RecordEvent(const char* type) {
+    std::lock_guard<std::mutex> lock(g_eventsMutex);
+    g_events.push_back(type);
+}
+
+std::vector<std::string> Events() {
+    std::lock_guard<std::mutex> lock(g_eventsMutex);
+    return g_events;
+}
+
+}  // namespace
+
+TEST_F(Sdk, InitWithNonZeroFirstArgumentKeepsNoCallbackTable) {
+    OcppProtocolCallBack table{};
+    OcppProtocol_Init(0, nullptr);
+    EXPECT_EQ(OcppProtocol_Init(1, &table), 1);
+    EXPECT_EQ(g_pOcppProtocolCallBack.load(), nullptr);
+    EXPECT_EQ(OcppProtocol_Init(0, &table), 1);
+    EXPECT_EQ(g_pOcppProtocolCallBack.load(), &table);
+    OcppProtocol_Init(0, nullptr);
+}
+
+TEST_F(Sdk, CacheFolderGetsOneTrailingSlashAndUnwritableFolderIsRefused) {
+    TempDir dir;
+    LogCapture log;
+    ASSERT_EQ(OcppProtocol_SetCacheDir(dir.path().c_str()), 1);
+    EXPECT_EQ(OcppProtocol_GetCacheDir(), dir.path() + "/");
+    ASSERT_EQ(OcppProtocol_SetCacheDir((dir.path() + "/").c_str()), 1);
+    EXPECT_EQ(OcppProtocol_GetCacheDir(), dir.path() + "/");
+    EXPECT_TRUE(log.Contains("ocpp cache folder:" + dir.path() + "/", OCPP_LOG_INFO));
+
+    EXPECT_EQ(OcppProtocol_SetCacheDir((dir.path() + "/missing").c_str()), 0);
+    EXPECT_EQ(OcppProtocol_SetCacheDir(nullptr), 0);
+    EXPECT_TRUE(log.Contains("不能写cache:" + dir.path() + "/missing", OCPP_LOG_ERROR));
+    EXPECT_EQ(OcppProtocol_GetCacheDir(), dir.path() + "/") << "a refused folder must not replace the previous one";
+}
+
+TEST_F(Sdk, SameStatusTwiceNotifiesHostOnce) {
+    RecordingHost host;
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
+    ASSERT_TRUE(host.WaitForCount(2));
+    CMessageCallBack::GetInstance()->OnMessage("\x63\0\0\0", 4, 0);  // marker: everything before it is delivered
+    ASSERT_TRUE(host.WaitForType(99));
+    EXPECT_EQ(host.Types(), (std::vector<int32_t>{0, 0, 99}));
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_CONNECTED);
+}
+
+TEST_F(Sdk, StatusRecordCarriesStatusOptionProtocolAndReportFlagAtFixedOffsets) {
+    RecordingHost host;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    OcppProtocol_SetNeedReportVariables(0);
+    OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
+    ASSERT_TRUE(host.WaitForCount(1));
+    const std::string r = host.Records()[0].bytes;
+    ASSERT_EQ(r.size(), 61u);
+    EXPECT_EQ(Int32At(r, 0), 0);
+    EXPECT_EQ(r[4], '\0') << "status records answer no CSMS request";
+    EXPECT_EQ(Int32At(r, 41), SDKSTATUS_CONNECTED);
+    EXPECT_EQ(Int32At(r, 45), 0);
+    EXPECT_EQ(Int32At(r, 49), OCPPPROTOCOL_201);
+    EXPECT_EQ(Int32At(r, 53), 0);
+    EXPECT_EQ(Int32At(r, 57), 0);
+}
+
+TEST_F(Sdk, DropFromOkAnnouncesOfflineModeOnce) {
+    RecordingHost host;
+    LogCapture log;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    EXPECT_EQ(OcppProtocol_IsEnterOfflineMode(), 0) << "255 -> 0 is a start, not an outage";
+    GoOnline();
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    EXPECT_EQ(OcppProtocol_IsEnterOfflineMode(), 1);
+    // The connection manager announces again while it tries the other profiles.
+    OcppProtocol_EnterOfflineMode();
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_ENTEROFFLINEMODE));
+    ASSERT_TRUE(host.WaitForCount(6));
+    EXPECT_EQ(host.Types(), (std::vector<int32_t>{0, 0, 0, 0, 0, 36}));
+    const HostRecord offline = host.Records().back();
+    EXPECT_EQ(offline.bytes, std::string("\x24\0\0\0", 4) + std::string(37, '\0'));
+    EXPECT_EQ(log.Count("========================>Enter OFFLineMode<========================"), 1u);
+    EXPECT_TRUE(log.Contains("EnterOfflineMode Protocol:OCPP20"));
+
+    // Back online, then lost again: a new outage is announced again.
+    OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
+    EXPECT_EQ(OcppProtocol_IsEnterOfflineMode(), 0);
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_ENTEROFFLINEMODE, 2));
+}
+
+TEST_F(Sdk, PendingTlsSecurityEventsAreSentOnceInOrderOnReachingOk) {
+    RecordingHost host;
+    {
+        std::lock_guard<std::mutex> lock(g_eventsMutex);
+        g_events.clear();
+    }
+    OcppProtocol_SetSecurityEventObserver(&RecordEvent);
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    OcppProtocol_SetInvalidTLSCiphersuite(1);
+    OcppProtocol_SetInvalidCsmsCertificate(1);
+    OcppProtocol_SetInvalidTLSVersion(1);
+    OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
+    OcppProtocol_SetStatus(SDKSTATUS_SUBMITTING);
+    EXPECT_TRUE(Events().empty()) << "events wait until the station is fully online";
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    EXPECT_EQ(Events(), (std::vector<std::string>{"InvalidCsmsCertificate", "InvalidTLSVersion", "InvalidTLSCipherSuite"}));
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    GoOnline();
+    EXPECT_EQ(Events().size(), 3u) << "an event is reported once, not on every reconnect";
+}
+
+TEST_F(Sdk, SecurityEventUnder16IsLoggedButNotHandedToTheSender) {
+    LogCapture log;
+    {
+        std::lock_guard<std::mutex> lock(g_eventsMutex);
+        g_events.clear();
+    }
+    OcppProtocol_SetSecurityEventObserver(&RecordEvent);
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
+    EXPECT_EQ(OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE_RESETORREBOOT), 1);
+    EXPECT_TRUE(Events().empty());
+    EXPECT_TRUE(log.Contains("ResetOrReboot", 3));
+    EXPECT_STREQ(OcppEnumTrans_SecurityEvevtType(SECURITYEVENTTYPE_MAINTENANCELOGINFAILED), "MaintenanceLoginFailed");
+    EXPECT_STREQ(OcppEnumTrans_SecurityEvevtType(static_cast<SECURITYEVENTTYPE>(20)), "");
+    EXPECT_STREQ(OcppEnumTrans_SecurityEvevtType(static_cast<SECURITYEVENTTYPE>(-1)), "");
+}
+
+TEST_F(Sdk, ReconnectReportsEveryConnectorOnlyAfterLongOutageOrFreshActivation) {
+    ClockGuard clock;
+    CTools::FreezeClock(true);
+    RecordingHost host;
+    OcppProtocol_ActiveConnection(1);
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    GoOnline();
+    EXPECT_EQ(LastOkOption(host, 1), 1) << "first OK after activation reports every connector";
+
+    // Threshold is 10 s: 11 s offline is long.
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    CTools::AdvanceClockMs(11000);
+    GoOnline();
+    EXPECT_EQ(LastOkOption(host, 2), 1);
+
+    // Exactly the threshold counts as short.
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    CTools::AdvanceClockMs(10000);
+    GoOnline();
+    EXPECT_EQ(LastOkOption(host, 3), 2);
+
+    // Activation without reporting variables keeps the short-outage rule.
+    OcppProtocol_ActiveConnection(0);
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    GoOnline();
+    EXPECT_EQ(LastOkOption(host, 4), 2);
+
+    // Reporting variables again forgets the previous connection.
+    OcppProtocol_ActiveConnection(1);
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    CTools::AdvanceClockMs(60000);
+    GoOnline();
+    EXPECT_EQ(LastOkOption(host, 5), 0) << "1.6 reports connectors itself";
+}
+
+TEST_F(Sdk, ActivationResetsProtocolAndStatusAndNotifiesOnce) {
+    RecordingHost host;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_21);
+    OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
+    EXPECT_EQ(OcppProtocol_ActiveConnection(1), 1);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_NONE);
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_NONE);
+    EXPECT_EQ(OcppProtocol_IsNeedReportVariables(), 0) << "nothing to report before a protocol is chosen";
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    EXPECT_EQ(OcppProtocol_IsNeedReportVariables(), 1);
+    OcppProtocol_ActiveConnection(1);
+    ASSERT_TRUE(host.WaitForCount(2));
+    EXPECT_EQ(StatusRecords(host), (std::vector<std::pair<int, int>>{{1, 0}, {255, 0}}));
+}
+
+TEST_F(Sdk, ProtocolNamesConvertBothWays) {
+    char out[1024] = {0};
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_NONE, out), 0);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(static_cast<OCPPPROTOCOL>(3), out), 0);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_201, static_cast<char*>(nullptr)), 1);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_201, out), 1);
+    EXPECT_STREQ(out, "OCPP20");
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_21, out), 1);
+    EXPECT_STREQ(out, "OCPP21");
+
+    OCPPPROTOCOL p = OCPPPROTOCOL_NONE;
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("OCPP20", &p), 1);
+    EXPECT_EQ(p, OCPPPROTOCOL_201);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("OCPP16", &p), 1);
+    EXPECT_EQ(p, OCPPPROTOCOL_16);
+    p = OCPPPROTOCOL_NONE;
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("ocpp20", &p), 0);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("OCPP201", &p), 0);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(static_cast<const char*>(nullptr), &p), 0);
+    EXPECT_EQ(p, OCPPPROTOCOL_NONE);
+}
+
+TEST_F(Sdk, VersionReportsBranchAndBuildTime) {
+    char out[255];
+    const int n = OcppProtocol_Version(out);
+    EXPECT_EQ(n, (int)strlen(out));
+    EXPECT_TRUE(std::regex_match(std::string(out),
+                                 std::regex("Branch: [^\n]+\nBuild: \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ\n")))
+        << out;
+}
+
+TEST_F(Sdk, ResourceInitWithEmptyUrlChangesNothing) {
+    RecordingHost host;
+    LogCapture log;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    ConnectionItem item{};
+    item.protocol = OCPPPROTOCOL_16;
+    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
+    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
+}
+
+TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
+    TempDir dir;
+    // A folder name a shell would take as two commands; the second would run in the working folder.
+    char previousCwd[4096];
+    ASSERT_NE(getcwd(previousCwd, sizeof previousCwd), nullptr);
+    ASSERT_EQ(chdir(dir.path().c_str()), 0);
+    const std::string cache = dir.path() + "/cache;touch pwned;";
+    ASSERT_EQ(mkdir(cache.c_str(), 0755), 0);
+    ASSERT_EQ(OcppProtocol_SetCacheDir(cache.c_str()), 1);
+    RecordingHost host;
+    LogCapture log;
+    ConnectionItem item{};
+    item.protocol = OCPPPROTOCOL_201;
+    CTools::CopyField(item.url, "ws://csms.example/ocpp");
+    EXPECT_EQ(OcppProtocol_ResourceInit(item), 1);
+
+    const std::string folder = cache + "/" + CCryptoUtil::GenSha256("ws://csms.example/ocpp");
+    struct stat st;
+    EXPECT_EQ(stat(folder.c_str(), &st), 0) << folder;
+    EXPECT_NE(stat((dir.path() + "/pwned").c_str(), &st), 0) << "the folder name ran as a command";
+    EXPECT_TRUE(log.Contains("CSMS Cache Folder = " + folder + "/"));
+    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_DISCONNECTED);
+    ASSERT_TRUE(host.WaitForCount(1));
+    EXPECT_EQ(Int32At(host.Records()[0].bytes, 41), SDKSTATUS_DISCONNECTED);
+    OcppProtocol_Release();
+    EXPECT_EQ(chdir(previousCwd), 0);
+}
