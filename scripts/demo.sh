@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Builds the library and runs the demonstration host against a fresh cache folder.
+source "$(dirname "$0")/lib/common.sh"
+cd "$ROOT"
+
+step "Dependencies"
+ensure_apt_packages scripts/deps-apt.txt
+
+step "Build in build/"
+cmake_build build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+cache="$(mktemp -d /tmp/ocpp-demo-XXXXXX)"
+trap 'rm -rf "$cache"' EXIT
+
+step "Run the C host with cache folder $cache"
+build/examples/c-host/ocpp_c_host "$cache"
+
+step "Run the demo host with cache folder $cache"
+build/examples/demo-host/ocpp_demo_host "$cache"
+
+step "Demo finished"
