@@ -97,7 +97,7 @@ int CDbusTools::InitConn(const char* name, void* context, DbusRecvCallBack callb
     dbus_connection_set_wakeup_main_function(m_pDBusConnection, &CDbusTools::WakeupMain, this, nullptr);
     m_thread = LinuxCreateThread(nullptr, &CDbusTools::DbusMessageProc, this);
     m_threadStarted = true;
-    LOG_INFO("dbus module %s connected", busName);
+    LOG_DEBUG("dbus module %s connected", busName);
     return 1;
 }
 

@@ -9,11 +9,11 @@
 // random bytes to the end of the payload and is stored high byte first.
 class CPackage {
 public:
-    static const uint8_t kHead0 = 0xFF;
-    static const uint8_t kHead1 = 0x6A;
-    static const uint8_t kHead2 = 0xA6;
-    static const uint32_t kOverhead = 11;              // header, length, command, CRC
-    static const uint32_t kMaxPayload = 0xFFFF - 4;    // the length field is 16 bits
+    static constexpr uint8_t kHead0 = 0xFF;
+    static constexpr uint8_t kHead1 = 0x6A;
+    static constexpr uint8_t kHead2 = 0xA6;
+    static constexpr uint32_t kOverhead = 11;              // header, length, command, CRC
+    static constexpr uint32_t kMaxPayload = 0xFFFF - 4;    // the length field is 16 bits
 
     static uint16_t Crc16Modbus(const uint8_t* data, size_t length);
 
