@@ -96,6 +96,12 @@ int CDbusTools::InitConn(const char* name, void* context, DbusRecvCallBack callb
     // A sender that could not write everything at once hands the rest to the receive thread.
     dbus_connection_set_wakeup_main_function(m_pDBusConnection, &CDbusTools::WakeupMain, this, nullptr);
     m_thread = LinuxCreateThread(nullptr, &CDbusTools::DbusMessageProc, this);
+    if (m_thread == pthread_t{}) {  // already logged; without a receive thread the module is deaf
+        CloseConnection();
+        close(m_wakeFd);
+        m_wakeFd = -1;
+        return 0;
+    }
     m_threadStarted = true;
     LOG_DEBUG("dbus module %s connected", busName);
     return 1;
@@ -188,6 +194,11 @@ int CDbusTools::SendDataSync(const char* target, const uint8_t* data, uint32_t l
                              std::vector<uint8_t>& answer) {
     answer.clear();
     if (m_pDBusConnection == nullptr || !dbus_connection_get_is_connected(m_pDBusConnection)) return 0;
+    if (IsReceiveThread()) {
+        // The answer could only arrive on this very thread, which would be blocked waiting for it.
+        LOG_ERROR("synchronous dbus send from the module's own receive thread refused");
+        return 0;
+    }
     DBusMessage* message = GetDBusMessage(target);
     if (message == nullptr) return 0;
     if (!AppendPacket(message, data, length)) {

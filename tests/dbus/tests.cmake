@@ -6,8 +6,8 @@ add_executable(ocpp_dbus_tests ${CMAKE_CURRENT_LIST_DIR}/DbusBusTest.cpp)
 target_link_libraries(ocpp_dbus_tests PRIVATE ocpp_test_support GTest::gtest_main)
 
 add_test(NAME DbusBus COMMAND ${OCPP_DBUS_RUN_SESSION} -- $<TARGET_FILE:ocpp_dbus_tests>)
-set_tests_properties(DbusBus PROPERTIES LABELS dbus TIMEOUT 120
-  ENVIRONMENT "LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/lsan.supp")
+# libdbus leaves no leak reports of its own, so the sanitizer build needs no suppressions.
+set_tests_properties(DbusBus PROPERTIES LABELS dbus TIMEOUT 120)
 
 # The C interface's header must stay usable from C.
 add_library(ocpp_libdbus_c_header OBJECT ${CMAKE_CURRENT_LIST_DIR}/HeaderIsC.c)
