@@ -78,14 +78,16 @@ int CDbusTools::InitConn(const char* name, void* context, DbusRecvCallBack callb
         return 0;
     }
 
-    dbus_bus_request_name(m_pDBusConnection, busName,
-                          DBUS_NAME_FLAG_ALLOW_REPLACEMENT | DBUS_NAME_FLAG_REPLACE_EXISTING, &err);
+    const int owner = dbus_bus_request_name(m_pDBusConnection, busName,
+                                            DBUS_NAME_FLAG_ALLOW_REPLACEMENT | DBUS_NAME_FLAG_REPLACE_EXISTING, &err);
     if (dbus_error_is_set(&err)) {
         printf("Name Error (%s)\n", err.message);
         dbus_error_free(&err);
         CloseConnection();
         return 0;
     }
+    if (owner != DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER && owner != DBUS_REQUEST_NAME_REPLY_ALREADY_OWNER)
+        LOG_ERROR("dbus name %s is held by another process that keeps it; packets go there", busName);
 
     m_wakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (m_wakeFd < 0) {
