@@ -32,23 +32,22 @@ struct Received {
 
 enum class Answer { None, Echo, Fixed };
 
+std::mutex g_modulesMutex;
+std::map<void*, class Module*> g_modules;
+
 // One module on the bus, recording what reaches it and answering as told.
 class Module {
 public:
-    Module(const char* name, int timeoutSec = 5) {
-        m_handle = LibDbus_Init(name, timeoutSec, &Module::OnPacket);
-        if (m_handle != nullptr) {
-            std::lock_guard<std::mutex> lock(Registry());
-            Modules()[m_handle] = this;
-        }
+    explicit Module(const char* name) : m_handle(LibDbus_Init(name, 5, &Module::OnPacket)) {
+        std::lock_guard<std::mutex> lock(g_modulesMutex);
+        if (m_handle != nullptr) g_modules[m_handle] = this;
     }
     ~Module() {
         LibDbus_UnInit(m_handle);
-        std::lock_guard<std::mutex> lock(Registry());
-        Modules().erase(m_handle);
+        std::lock_guard<std::mutex> lock(g_modulesMutex);
+        g_modules.erase(m_handle);
     }
     void* handle() const { return m_handle; }
-
     void AnswerWith(Answer mode, Bytes fixed = Bytes()) {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_answer = mode;
@@ -58,42 +57,25 @@ public:
         std::lock_guard<std::mutex> lock(m_mutex);
         return m_got;
     }
-    size_t Count() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_got.size();
-    }
+    size_t Count() { return Got().size(); }
 
 private:
-    static std::mutex& Registry() {
-        static std::mutex m;
-        return m;
-    }
-    static std::map<void*, Module*>& Modules() {
-        static std::map<void*, Module*> m;
-        return m;
-    }
     static void OnPacket(void* handle, void* message, uint16_t command, const uint8_t* data, uint32_t length) {
         Module* self;
         {
-            std::lock_guard<std::mutex> lock(Registry());
-            auto it = Modules().find(handle);
-            if (it == Modules().end()) return;
-            self = it->second;
+            std::lock_guard<std::mutex> lock(g_modulesMutex);
+            if (g_modules.count(handle) == 0) return;
+            self = g_modules[handle];
         }
-        Answer mode;
-        Bytes fixed;
-        {
-            std::lock_guard<std::mutex> lock(self->m_mutex);
-            self->m_got.push_back({command, Bytes(data, data + length)});
-            mode = self->m_answer;
-            fixed = self->m_fixed;
-        }
-        if (mode == Answer::Echo) LibDbus_Reply(handle, message, static_cast<uint16_t>(command + 1), data, length);
-        if (mode == Answer::Fixed)
-            LibDbus_Reply(handle, message, command, fixed.data(), static_cast<uint32_t>(fixed.size()));
+        std::lock_guard<std::mutex> lock(self->m_mutex);
+        self->m_got.push_back({command, Bytes(data, data + length)});
+        if (self->m_answer == Answer::Echo)
+            LibDbus_Reply(handle, message, static_cast<uint16_t>(command + 1), data, length);
+        if (self->m_answer == Answer::Fixed)
+            LibDbus_Reply(handle, message, command, self->m_fixed.data(), static_cast<uint32_t>(self->m_fixed.size()));
     }
 
-    void* m_handle = nullptr;
+    void* m_handle;
     std::mutex m_mutex;
     std::vector<Received> m_got;
     Answer m_answer = Answer::None;

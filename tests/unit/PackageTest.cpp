@@ -39,20 +39,14 @@ TEST(PacketCodec, AbcPacketIsFramedByteForByte) {
     expected.push_back(static_cast<uint8_t>(crc >> 8));
     expected.push_back(static_cast<uint8_t>(crc & 0xFF));
     EXPECT_EQ(packet, expected);
+    const uint8_t check[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
+    EXPECT_EQ(CPackage::Crc16Modbus(check, sizeof check), 0x4B37);  // the catalogue check value
 
     CPackage parsed;
     ASSERT_TRUE(parsed.Parse(packet.data(), packet.size()));
     EXPECT_EQ(parsed.GetCommand(), 7);
     ASSERT_EQ(parsed.GetDataLength(), 3u);
     EXPECT_EQ(std::vector<uint8_t>(parsed.GetData(), parsed.GetData() + 3), abc);
-}
-
-TEST(PacketCodec, TableCrcAgreesWithBitwiseCrcOnEveryByteValue) {
-    std::vector<uint8_t> all;
-    for (int i = 0; i < 256; ++i) all.push_back(static_cast<uint8_t>(i));
-    EXPECT_EQ(CPackage::Crc16Modbus(all.data(), all.size()), BitwiseModbusCrc(all));
-    const std::vector<uint8_t> check = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
-    EXPECT_EQ(CPackage::Crc16Modbus(check.data(), check.size()), 0x4B37);  // the catalogue check value
 }
 
 TEST(PacketCodec, OneMatchingLeadByteIsEnoughTheCrcDecides) {
@@ -112,16 +106,11 @@ TEST(PacketCodec, EmptyPayloadRoundTripsWithAOneByteBuffer) {
 }
 
 TEST(PacketCodec, PayloadTooLongForTheLengthFieldIsRefused) {
-    std::vector<uint8_t> largest(CPackage::kMaxPayload, 0x5A);
+    std::vector<uint8_t> tooLong(CPackage::kMaxPayload + 1, 0x5A);
     CPackage package;
-    ASSERT_TRUE(package.Build(1, largest.data(), static_cast<uint32_t>(largest.size()), 0, 0));
-    CPackage parsed;
-    ASSERT_TRUE(parsed.Parse(package.GetPacket(), package.GetPacketLength()));
-    EXPECT_EQ(parsed.GetDataLength(), CPackage::kMaxPayload);
-
-    largest.push_back(0);
-    EXPECT_FALSE(package.Build(1, largest.data(), static_cast<uint32_t>(largest.size()), 0, 0));
+    EXPECT_FALSE(package.Build(1, tooLong.data(), static_cast<uint32_t>(tooLong.size()), 0, 0));
     EXPECT_EQ(package.GetPacketLength(), 0u);
+    EXPECT_TRUE(package.Build(1, tooLong.data(), CPackage::kMaxPayload, 0, 0));
 }
 
 TEST(PacketCodec, RandomBytesFollowTheSecondSeedAndLeaveTheHostsSequenceAlone) {
