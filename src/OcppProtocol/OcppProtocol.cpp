@@ -413,6 +413,15 @@ void OcppProtocol_SysToHcUtcEnabled(void) {
     if (protocol == OCPPPROTOCOL_201 || protocol == OCPPPROTOCOL_21) g_bSysToHcUtcEnabled = 1;
 }
 
+int OcppProtocol_SetSystemTime(int64_t epochSec) {
+    if (CTools::SetTimeSec(epochSec) != 1) return 0;
+    if (g_bSysToHcUtcEnabled.load() == 1) {
+        CTools::SysToHcUtc();
+        LOG_INFO("ocpp protocol sys to hc utc");
+    }
+    return 1;
+}
+
 void OcppProtocol_SetInvalidCsmsCertificate(int invalid) { g_bInvalidCsmsCertificate = invalid; }
 
 void OcppProtocol_SetInvalidTLSVersion(int invalid) { g_bInvalidTLSVersion = invalid; }

@@ -42,6 +42,10 @@ int OcppProtocol_GetStatusChangeOption(SDKSTATUS status);
 void OcppProtocol_EnterOfflineMode();
 
 void OcppProtocol_InitOcppProtocol(OCPPPROTOCOL protocol);
+
+// Sets the system clock from the CSMS; when the host asked for it, the hardware
+// clock follows. 1 when the system clock was set.
+int OcppProtocol_SetSystemTime(int64_t epochSec);
 // Version string of `protocol` into `out` (10 bytes at most); 0 when there is none.
 int OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL protocol, char* out);
 

@@ -160,7 +160,8 @@ TEST_F(Queue, NothingQueuedBeforeResetReachesHost) {
 
 TEST_F(Queue, HostMayCallBackIntoTheLibraryFromItsCallback) {
     RecordingHost host;
-    static std::atomic<bool> released{false};
+    static std::atomic<bool> released;
+    released = false;
     host.OnRecord([](const char* r, uint32_t len) {
         int32_t type;
         memcpy(&type, r, sizeof type);
