@@ -154,7 +154,10 @@ void CVariableCache::Release() {
     delete instance;
 }
 
-CVariableCache::CVariableCache() { pthread_mutex_init(&m_mutex, nullptr); }
+CVariableCache::CVariableCache() {
+    pthread_mutex_init(&m_mutex, nullptr);
+    InitDefault();  // a store opened without InitDefault still gets its defaults
+}
 
 CVariableCache::~CVariableCache() { pthread_mutex_destroy(&m_mutex); }
 
