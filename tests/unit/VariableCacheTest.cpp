@@ -363,3 +363,13 @@ TEST(VariableRecords, OverlongTextsAreCutToTheirFields) {
     EXPECT_EQ(item.attributeType, 0);
     EXPECT_FALSE(item.FromJson(Json::Value("text")));
 }
+
+TEST_F(VariableStore, StoredTextsSurviveQuotesControlCharactersAndChinese) {
+    CVariableCache* cache = Open();
+    const std::string tricky = "say \"hi\"\\ \n\t\x01 充电桩";
+    ASSERT_EQ(cache->SetVariables({Var("HostCtrlr", "Greeting", tricky.c_str())}), 1);
+    const std::string text = ReadText(path);
+    EXPECT_EQ(text.rfind("[{\"type\":0,\"variablemode\":0,\"value\":\"PowerPathClosed", 0), 0u)
+        << "keys are written in the file's fixed order";
+    EXPECT_EQ(Reopen()->GetVariable("HostCtrlr", "Greeting").attributeValue, tricky);
+}

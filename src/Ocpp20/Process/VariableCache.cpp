@@ -293,19 +293,13 @@ int CVariableCache::SyncToFile() {
     {
         OCPP_SECTION(&m_mutex);
         if (m_path.empty()) return 1;
-        if (m_items.empty()) {
-            text = "[]";
-        } else {
-            Json::Value root(Json::arrayValue);
-            for (const VariableDataItem20& item : m_items) {
-                Json::Value obj;
-                item.ToJson(obj);
-                root.append(obj);
-            }
-            Json::StreamWriterBuilder builder;
-            builder["indentation"] = "";
-            text = Json::writeString(builder, root);
+        text.reserve(m_items.size() * 256 + 2);
+        text += '[';
+        for (size_t i = 0; i < m_items.size(); ++i) {
+            if (i) text += ',';
+            m_items[i].AppendJson(text);
         }
+        text += ']';
         seq = ++m_snapshotSeq;
     }
     OCPP_SECTION(&m_mutex);

@@ -16,6 +16,7 @@
 
 #include <json/json.h>
 
+#include "Ocpp20/Process/JsonText.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/FileUtil.h"
 #include "Util/Tools.h"
@@ -170,21 +171,22 @@ bool VariableCharacteristics::IsSame(const VariableCharacteristics& o) const {
            evseId == o.evseId && connectorId == o.connectorId;
 }
 
-void VariableCharacteristics::ToJson(Json::Value& out) const {
-    out = Json::Value(Json::objectValue);
-    out["evseid"] = evseId;
-    out["connectorid"] = connectorId;
-    out["componentname"] = componentName;
-    out["variablename"] = variableName;
-    out["unit"] = unit;
-    out["datatype"] = dataType;
-    out["minilimit"] = minLimit;
-    out["maxlimit"] = maxLimit;
-    out["limitflag"] = limitFlag;
-    out["valueslist"] = valuesList;
-    out["notsupportsmonitoring"] = notSupportsMonitoring;
-    out["variableinstance"] = variableInstance;
-    out["componentinstance"] = componentInstance;
+void VariableCharacteristics::AppendJson(std::string& out) const {
+    out += '{';
+    CJsonText::AppendInt(out, "evseid", evseId, true);
+    CJsonText::AppendInt(out, "connectorid", connectorId);
+    CJsonText::AppendString(out, "componentname", componentName);
+    CJsonText::AppendString(out, "variablename", variableName);
+    CJsonText::AppendString(out, "unit", unit);
+    CJsonText::AppendInt(out, "datatype", dataType);
+    CJsonText::AppendFloat(out, "minilimit", minLimit);
+    CJsonText::AppendFloat(out, "maxlimit", maxLimit);
+    CJsonText::AppendInt(out, "limitflag", limitFlag);
+    CJsonText::AppendString(out, "valueslist", valuesList);
+    CJsonText::AppendInt(out, "notsupportsmonitoring", notSupportsMonitoring);
+    CJsonText::AppendString(out, "variableinstance", variableInstance);
+    CJsonText::AppendString(out, "componentinstance", componentInstance);
+    out += '}';
 }
 
 bool VariableCharacteristics::FromJson(const Json::Value& in) {
@@ -393,19 +395,13 @@ int CVariableCharacteristics::SyncToFile() {
     {
         OCPP_SECTION(&m_mutex);
         if (m_path.empty()) return 1;
-        if (m_items.empty()) {
-            text = "[]";
-        } else {
-            Json::Value root(Json::arrayValue);
-            for (const VariableCharacteristics& c : m_items) {
-                Json::Value obj;
-                c.ToJson(obj);
-                root.append(obj);
-            }
-            Json::StreamWriterBuilder builder;
-            builder["indentation"] = "";
-            text = Json::writeString(builder, root);
+        text.reserve(m_items.size() * 256 + 2);
+        text += '[';
+        for (size_t i = 0; i < m_items.size(); ++i) {
+            if (i) text += ',';
+            m_items[i].AppendJson(text);
         }
+        text += ']';
         seq = ++m_snapshotSeq;
     }
     OCPP_SECTION(&m_mutex);

@@ -44,7 +44,7 @@ struct VariableCharacteristics {
     int32_t notSupportsMonitoring = 0;
 
     bool IsSame(const VariableCharacteristics& other) const;
-    void ToJson(Json::Value& out) const;
+    void AppendJson(std::string& out) const;  // keys in the file's order
     bool FromJson(const Json::Value& in);
     static VariableCharacteristics FromPublic(const VariableDataItem& in);
     void ToPublic(VariableDataItem& out) const;

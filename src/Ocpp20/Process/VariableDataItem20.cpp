@@ -4,6 +4,7 @@
 
 #include <json/json.h>
 
+#include "Ocpp20/Process/JsonText.h"
 #include "Util/Tools.h"
 
 namespace {
@@ -65,19 +66,20 @@ std::string VariableDataItem20::ToString() const {
         componentInstance, variableInstance);
 }
 
-void VariableDataItem20::ToJson(Json::Value& out) const {
-    out = Json::Value(Json::objectValue);
-    out["type"] = attributeType;
-    out["variablemode"] = mode;
-    out["value"] = attributeValue;
-    out["componentname"] = componentName;
-    out["variablename"] = variableName;
-    out["componentinstance"] = componentInstance;
-    out["variableinstance"] = variableInstance;
-    out["evseid"] = evseId;
-    out["connectorid"] = connectorId;
-    out["notpersistent"] = notPersistent;
-    out["constant"] = constant;
+void VariableDataItem20::AppendJson(std::string& out) const {
+    out += '{';
+    CJsonText::AppendInt(out, "type", attributeType, true);
+    CJsonText::AppendInt(out, "variablemode", mode);
+    CJsonText::AppendString(out, "value", attributeValue);
+    CJsonText::AppendString(out, "componentname", componentName);
+    CJsonText::AppendString(out, "variablename", variableName);
+    CJsonText::AppendString(out, "componentinstance", componentInstance);
+    CJsonText::AppendString(out, "variableinstance", variableInstance);
+    CJsonText::AppendInt(out, "evseid", evseId);
+    CJsonText::AppendInt(out, "connectorid", connectorId);
+    CJsonText::AppendInt(out, "notpersistent", notPersistent);
+    CJsonText::AppendInt(out, "constant", constant);
+    out += '}';
 }
 
 bool VariableDataItem20::FromJson(const Json::Value& in) {

@@ -40,7 +40,8 @@ struct VariableDataItem20 {
     bool IsSameComponent(const VariableDataItem20& other) const;
     std::string ToString() const;
 
-    void ToJson(Json::Value& out) const;
+    // Appends the stored object, keys in the file's order.
+    void AppendJson(std::string& out) const;
     // Fills the record from one stored object; false when it is not an object.
     bool FromJson(const Json::Value& in);
 
