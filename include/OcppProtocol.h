@@ -18,6 +18,7 @@
 #include "OcppExport.h"
 #include "OcppRecords.h"
 #include "OcppLog.h"
+#include "OcppVariables.h"
 
 OCPP_EXTERN_C_BEGIN
 

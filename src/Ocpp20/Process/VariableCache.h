@@ -1,19 +1,158 @@
 #pragma once
-#include <string>
+#include <pthread.h>
 
-// The device model's variables and their stored values.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Ocpp20/Process/VariableDataItem20.h"
+
+// Transaction start and stop points, in the order the transaction manager uses.
+enum TRANSACTIONSTARTPOINT {
+    TRANSACTIONSTARTPOINT_NONE = 0,
+    TRANSACTIONSTARTPOINT_PARKINGBAYOCCUPANCY = 1,
+    TRANSACTIONSTARTPOINT_EVCONNECTED = 2,
+    TRANSACTIONSTARTPOINT_AUTHORIZED = 3,
+    TRANSACTIONSTARTPOINT_POWERPATHCLOSED = 4,
+    TRANSACTIONSTARTPOINT_ENERGYTRANSFER = 5,
+    TRANSACTIONSTARTPOINT_DATASIGNED = 6
+};
+
+// The device model: one ordered list of variable records, persisted as a JSON
+// array, seeded from the built-in register.
 class CVariableCache {
 public:
     static CVariableCache* GetInstance();
     static void Release();
 
+    static const int kMaxRecords = 3000;
+
     int SetStoreFile(const std::string& path);
-    // OCPPCommCtrlr.OfflineThreshold, seconds.
+    void InitDefault();
+    int LoadDefault();
+    int CheckFromDefault();
+    int SyncFromFile();
+    int SyncToFile();
+
+    std::vector<VariableDataItem20> GetVariables(const VariableDataItem20& query, int exact);
+    VariableDataItem20 GetVariable(const char* component, const char* variable);
+    int GetVariable(VariableDataItem20* item);
+    std::string GetVariableAttributeValue(const VariableDataItem20& item);
+    static std::string GetValue(const std::vector<VariableDataItem20>& list, int attributeType);
+    static std::string GetMaxValue(const std::vector<VariableDataItem20>& list);
+    static std::string GetMinValue(const std::vector<VariableDataItem20>& list);
+
+    int UpdateVariableValue(const VariableDataItem20& item);
+    int SetVariables(const std::vector<VariableDataItem20>& list);
+    int UpgradeVariable(const VariableUpgradeItem& upgradeItem);
+
+    int CheckStatus(const VariableDataItem20& item, int& mode);
+    int CheckComponentStatus(const VariableDataItem20& item, int& mode);
+    int CheckVariableStatus(const VariableDataItem20& item, int& mode);
+    int IsProtocolSdkOpt(const VariableDataItem20& item);
+
+    // Status of one SetVariables entry before the host sees it: 0 to 5 decided
+    // here, VARIABLESTATUS_HOSTDECIDE when the host owns the variable.
+    int CheckSetVariable(VariableDataItem20& item);
+    // Answers of a GetVariables request; entries whose record vanished meanwhile are dropped.
+    std::vector<VariableDataItem20> AnswerGetVariables(const std::vector<VariableDataItem20>& queries);
+
+    std::vector<VariableDataItem20> FilterFromVariableMode(int mode);
+    std::vector<VariableDataItem20> GetFullVariables();
+    std::vector<VariableDataItem20> GetSummaryInventoryVariables();
+
+    void OnVariableChange(const VariableDataItem20& item);
+    static std::vector<int> GetPoint(const std::string& text);
+    std::vector<int> TxCtrlrTxStartPoint();
+    std::vector<int> TxCtrlrTxStopPoint();
+
+    size_t RegisterSize();
+
+    // Typed accessors.
     int OCPPCommCtrlrOfflineThreshold();
+    int OCPPCommCtrlrRetryBackOffWaitMinimum();
+    int OCPPCommCtrlrRetryBackOffRandomRange();
+    int OCPPCommCtrlrRetryBackOffRepeatTimes();
+    int OCPPCommCtrlrMessageAttemptsTransactionEvent();
+    int OCPPCommCtrlrMessageAttemptIntervalTransactionEvent();
+    int OCPPCommCtrlrWebSocketPingInterval();
+    int OCPPCommCtrlrMessageTimeout();
+    bool AuthCtrlrEnabled();
+    bool AuthCtrlrLocalPreAuthorize();
+    bool AuthCtrlrLocalAuthorizeOffline();
+    bool AuthCtrlrOfflineTxForUnknownIdEnabled();
+    bool AuthCtrlrAuthorizeRemoteStart();
+    bool AuthCtrlrDisableRemoteAuthorization();
+    std::string AuthCtrlrMasterPassGroupId();
+    bool AuthCacheCtrlrEnabled();
+    bool AuthCacheCtrlrAvailable();
+    bool AuthCacheCtrlrDisablePostAuthorize();
+    int AuthCacheCtrlrLifeTime();
+    bool LocalAuthListCtrlrAvailable();
+    bool LocalAuthListCtrlrEnabled();
+    bool LocalAuthListCtrlrDisablePostAuthorize();
+    int LocalAuthListCtrlrItemsPerMessage();
+    int DeviceDataCtrlrItemsPerMessageGetReport();
+    int DeviceDataCtrlrItemsPerMessageGetVariables();
+    int DeviceDataCtrlrItemsPerMessageSetVariables();
+    int DeviceDataCtrlrBytesPerMessageGetReport();
+    int DeviceDataCtrlrBytesPerMessageGetVariables();
+    int DeviceDataCtrlrBytesPerMessageSetVariables();
+    int SmartChargingCtrlrProfileStackLevel();
+    int SmartChargingCtrlrPeriodsPerSchedule();
+    int SmartChargingCtrlrEntries();
+    bool SmartChargingCtrlrEnabled();
+    bool SmartChargingCtrlrAvailable();
+    bool SmartChargingCtrlrNotifyChargingLimitWithSchedules();
+    std::string SmartChargingCtrlrRateUnit();
+    std::string SmartChargingCtrlrSetpointPriority();
+    float SmartChargingCtrlrLimitChangeSignificance();
+    int SecurityCtrlrSecurityProfile();
+    int MonitoringCtrlrItemsPerMessageClearVariableMonitoring();
+    int MonitoringCtrlrItemsPerMessageSetVariableMonitoring();
+    int MonitoringCtrlrBytesPerMessageClearVariableMonitoring();
+    int MonitoringCtrlrBytesPerMessageSetVariableMonitoring();
+    int MonitoringCtrlrActiveMonitoringLevel();
+    int OfflineMonitoringEventQueuingSeverity();
+    int TxCtrlrEVConnectionTimeOut();
+    bool TxCtrlrStopTxOnEVSideDisconnect();
+    bool TxCtrlrStopTxOnInvalidId();
+    bool TxCtrlrTxBeforeAcceptedEnabled();
+    bool SampledDataCtrlrEnable();
+    bool SampledDataCtrlrAvailable();
+    int SampledDataCtrlrTxUpdatedInterval();
+    bool DisplayMessageCtrlrDisplayMessageEnabled();
+    bool DisplayMessageCtrlrDisplayMessageAvailable();
+    int DisplayMessageCtrlrNumberOfDisplayMessages();
+    std::string DisplayMessageCtrlrDisplayMessageSupportedFormats();
+    std::string DisplayMessageCtrlrDisplayMessageSupportedPriorities();
+    float V2XLocalLoadBalancingUpperThreshold();
+    float V2XLocalLoadBalancingLowerThreshold();
+    float V2XChargingCtrlrLocalFrequencyUpdateThreshold();
 
 private:
-    CVariableCache() = default;
-    ~CVariableCache() = default;
+    CVariableCache();
+    ~CVariableCache();
+    CVariableCache(const CVariableCache&) = delete;
+    CVariableCache& operator=(const CVariableCache&) = delete;
+
+    // Caller holds m_mutex; the pointers are only valid while it does.
+    std::vector<VariableDataItem20*> GetItem(const char* component, const char* variable);
+    // Runs every change notification of one changed record; caller holds m_mutex.
+    void NotifyChange(const VariableDataItem20& item);
+    bool ReadText(const char* component, const char* variable, const char* instance, std::string& value);
+    int ReadInt(const char* component, const char* variable, const char* instance = "");
+    bool ReadBool(const char* component, const char* variable, const char* instance = "");
+    std::string ReadString(const char* component, const char* variable, const char* instance = "");
+    float ReadFloat(const char* component, const char* variable, const char* instance, const char* missingLog);
+    int WriteImage(const std::string& text);
 
     static CVariableCache* s_instance;
+    pthread_mutex_t m_mutex;
+    std::string m_path;
+    std::vector<VariableItemRegister> m_register;
+    std::vector<VariableDataItem20> m_items;
+    // Snapshots are numbered so that a slower writer never puts an older image over a newer one.
+    uint64_t m_snapshotSeq = 0;
+    uint64_t m_writtenSeq = 0;
 };

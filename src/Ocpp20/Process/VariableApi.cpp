@@ -1,0 +1,86 @@
+// Host entries for device-model variables.
+#include <OcppVariables.h>
+
+#include <cstring>
+#include <vector>
+
+#include "Ocpp20/Process/VariableCache.h"
+#include "Ocpp20/Process/VariableCharacteristics.h"
+#include "Util/Tools.h"
+
+namespace {
+
+// Hooks to blocks that are not in this library build yet.
+// The negotiated protocol; until the SDK core keeps it, the 2.0.1 stores serve every call.
+bool IsOcpp16Selected() { return false; }
+void NotifyMonitorOnlyWrite(const std::vector<VariableDataItem20>& /*variables*/) {}
+// Sends the SetVariablesResponse of the host's answer; 1 when sent.
+int SendSetVariablesResponse(const char* /*messageId*/, int /*count*/, const VariableDataItem* /*items*/) { return 1; }
+
+}  // namespace
+
+int OcppProtocol_SetVariableData(int count, const VariableDataItem* items, int fromResponse) {
+    if (count < 0 || (count > 0 && items == nullptr)) return 0;
+    std::vector<VariableDataItem20> kept;
+    for (int i = 0; i < count; ++i) {
+        if (items[i].status != VARIABLESTATUS_ACCEPTED) continue;
+        kept.push_back(VariableDataItem20::FromPublic(items[i]));
+        if (IsOcpp16Selected()) {
+            const VariableDataItem20& v = kept.back();
+            LOG_INFO("ComponentName = %s, VariableName = %s, AttributeValue = %s", v.componentName, v.variableName,
+                     v.attributeValue);
+        } else if (fromResponse == 0) {
+            CVariableCharacteristics::GetInstance()->AddVariableCharacteristics(items[i]);
+        }
+    }
+    if (IsOcpp16Selected()) return 1;
+    const int rc = CVariableCache::GetInstance()->SetVariables(kept);
+    if (rc == 1) NotifyMonitorOnlyWrite(kept);
+    return rc;
+}
+
+int OcppProtocol_SetVariables(const char* messageId, int count, const VariableDataItem* items) {
+    if (count < 0 || (count > 0 && items == nullptr)) return 0;
+    const int sent = SendSetVariablesResponse(messageId, count, items);
+    const int stored = OcppProtocol_SetVariableData(count, items, 1);
+    return sent == 1 && stored == 1 ? 1 : 0;
+}
+
+int OcppProtocol_GetVariableData(const VariableDataItem* query, int option, int* count, VariableDataItem* out) {
+    if (query == nullptr || count == nullptr || *count < 0) return 0;
+    const int capacity = out != nullptr ? *count : 0;
+    const VariableDataItem20 q = VariableDataItem20::FromPublic(*query);
+    const std::vector<VariableDataItem20> found = CVariableCache::GetInstance()->GetVariables(q, option == 1 ? 1 : 0);
+    CVariableCharacteristics* characteristics = CVariableCharacteristics::GetInstance();
+    for (int i = 0; i < capacity && i < static_cast<int>(found.size()); ++i) {
+        VariableDataItem record;
+        memset(&record, 0, sizeof record);
+        const VariableDataItem20& v = found[static_cast<size_t>(i)];
+        v.ToPublic(record);
+        VariableCharacteristics c;
+        if (characteristics->GetVariableCharacteristics(c, v.componentName, v.variableName, v.componentInstance,
+                                                        v.variableInstance, v.evseId, v.connectorId))
+            c.ToPublic(record);
+        else
+            record.supportsMonitoring = 1;
+        memcpy(&out[i], &record, sizeof record);
+    }
+    *count = static_cast<int>(found.size());
+    return 1;
+}
+
+int OcppProtocol_UpdateVariableValue(const VariableDataItem* variable, const char* value) {
+    if (variable == nullptr || value == nullptr) return VARIABLESTATUS_REJECTED;
+    VariableDataItem20 item = VariableDataItem20::FromPublic(*variable);
+    CTools::CopyField(item.attributeValue, value);
+    return CVariableCache::GetInstance()->UpdateVariableValue(item);
+}
+
+int OcppProtocol_UpgrageVariableData(int count, const VariableUpgradeItem* items) {
+    if (count < 0 || (count > 0 && items == nullptr)) return 0;
+    for (int i = 0; i < count; ++i) {
+        CVariableCache::GetInstance()->UpgradeVariable(items[i]);
+        CVariableCharacteristics::GetInstance()->UpgradeCharacteristics(items[i]);
+    }
+    return 1;
+}

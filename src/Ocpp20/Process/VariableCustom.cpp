@@ -1,0 +1,137 @@
+#include "Ocpp20/Process/VariableCustom.h"
+
+#include <cstring>
+#include <memory>
+#include <mutex>
+
+#include <json/json.h>
+
+#include "Util/CriticalSectionManager.h"
+#include "Util/Tools.h"
+
+namespace {
+
+std::mutex g_instanceMutex;
+
+const char* const kTokenTypes[] = {"Central", "eMAID", "ISO14443", "ISO15693",
+                                   "KeyCode", "Local", "MacAddress", "NoAuthorization"};
+const char* const kTokenStatuses[] = {"Accepted", "Blocked",    "ConcurrentTx",       "Expired",
+                                      "Invalid",  "NoCredit",   "NotAllowedTypeEVSE", "NotAtThisLocation",
+                                      "NotAtThisTime", "Unknown"};
+
+// The authorization store is not in this build yet: the list reads as empty
+// and a written list is parsed but goes nowhere.
+std::string ReadTokenWhiteList() { return "[]"; }
+void ReplaceTokenWhiteList(const std::vector<CustomTokenItem>& /*items*/) {}
+
+bool IsListContent(const VariableDataItem20& v) {
+    return strcmp(v.componentName, "LocalAuthListCtrlr") == 0 && strcmp(v.variableName, "ListContent") == 0;
+}
+
+std::string TextOf(const Json::Value& obj, const char* key) {
+    const Json::Value& v = obj[key];
+    return v.isString() ? v.asString() : std::string();
+}
+
+}  // namespace
+
+CVariableCustom* CVariableCustom::s_instance = nullptr;
+
+CVariableCustom* CVariableCustom::GetInstance() {
+    std::lock_guard<std::mutex> lock(g_instanceMutex);
+    if (s_instance == nullptr) s_instance = new CVariableCustom();
+    return s_instance;
+}
+
+void CVariableCustom::Release() {
+    CVariableCustom* instance;
+    {
+        std::lock_guard<std::mutex> lock(g_instanceMutex);
+        instance = s_instance;
+        s_instance = nullptr;
+    }
+    delete instance;
+}
+
+CVariableCustom::CVariableCustom() {
+    pthread_mutex_init(&m_mutex, nullptr);
+    Init();
+}
+
+CVariableCustom::~CVariableCustom() { pthread_mutex_destroy(&m_mutex); }
+
+void CVariableCustom::Init() {
+    OCPP_SECTION(&m_mutex);
+    m_custom.clear();
+    m_custom.push_back(VariableDataItem20::Make("LocalAuthListCtrlr", "ListContent"));
+}
+
+bool CVariableCustom::IsCustomVariable(const VariableDataItem20& variable) {
+    OCPP_SECTION(&m_mutex);
+    for (const VariableDataItem20& c : m_custom)
+        if (c.IsSameVariable(variable, 1)) return true;
+    return false;
+}
+
+std::string CVariableCustom::GetCustomVariable(const VariableDataItem20& variable) {
+    if (IsListContent(variable)) return ReadTokenWhiteList();
+    return std::string();
+}
+
+int CVariableCustom::SetCustomVariable(const VariableDataItem20& variable) {
+    if (!IsCustomVariable(variable) || !IsListContent(variable)) return 0;
+    std::vector<CustomTokenItem> items;
+    if (!ParseTokenList(variable.attributeValue, items)) return 0;
+    ReplaceTokenWhiteList(items);
+    return 1;
+}
+
+bool CVariableCustom::ParseTokenList(const std::string& text, std::vector<CustomTokenItem>& items) {
+    items.clear();
+    Json::Value root;
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string errors;
+    bool parsed = false;
+    try {
+        parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
+    } catch (const std::exception&) {
+        parsed = false;
+    }
+    if (!parsed || !root.isArray()) return false;
+    for (const Json::Value& element : root) {
+        if (!element.isObject()) continue;
+        CustomTokenItem item{};
+        CTools::CopyField(item.idToken, TextOf(element, "idToken"));
+        item.type = GetTokenTypeInInt(TextOf(element, "type"));
+        item.status = GetTokenStatusInInt(TextOf(element, "status"));
+        CTools::CopyField(item.groupIdToken, TextOf(element, "groupIdToken"));
+        const std::string expiry = TextOf(element, "ExpiryDateTime");
+        item.expiryDateTime = expiry.empty() ? -1 : CTools::GetTimeByString(expiry);
+        items.push_back(item);
+    }
+    return true;
+}
+
+int CVariableCustom::GetTokenTypeInInt(const std::string& name) {
+    for (size_t i = 0; i < sizeof kTokenTypes / sizeof kTokenTypes[0]; ++i)
+        if (name == kTokenTypes[i]) return static_cast<int>(i);
+    return -1;
+}
+
+std::string CVariableCustom::GetTokenTypeInString(int type) {
+    if (type < 0 || type >= static_cast<int>(sizeof kTokenTypes / sizeof kTokenTypes[0])) return std::string();
+    return kTokenTypes[type];
+}
+
+int CVariableCustom::GetTokenStatusInInt(const std::string& name) {
+    for (size_t i = 0; i < sizeof kTokenStatuses / sizeof kTokenStatuses[0]; ++i)
+        if (name == kTokenStatuses[i]) return static_cast<int>(i);
+    return -1;
+}
+
+std::string CVariableCustom::GetTokenStatusInString(int status) {
+    if (status < 0 || status >= static_cast<int>(sizeof kTokenStatuses / sizeof kTokenStatuses[0]))
+        return std::string();
+    return kTokenStatuses[status];
+}

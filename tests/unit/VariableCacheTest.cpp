@@ -1,0 +1,375 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <json/json.h>
+
+#include "Ocpp20/Process/VariableCache.h"
+#include "Ocpp20/Process/VariableCharacteristics.h"
+#include "TestSupport.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+namespace {
+
+Json::Value ParseFile(const std::string& path) {
+    const std::string text = ReadText(path);
+    Json::Value root;
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string errors;
+    reader->parse(text.data(), text.data() + text.size(), &root, &errors);
+    return root;
+}
+
+ino_t InodeOf(const std::string& path) {
+    struct stat st {};
+    stat(path.c_str(), &st);
+    return st.st_ino;
+}
+
+std::string HostRecords(int count) {
+    std::string text = "[";
+    for (int i = 0; i < count; ++i) {
+        if (i) text += ",";
+        text += "{\"type\":0,\"variablemode\":0,\"value\":\"" + std::to_string(i) +
+                "\",\"componentname\":\"HostCtrlr\",\"variablename\":\"V" + std::to_string(i) +
+                "\",\"componentinstance\":\"\",\"variableinstance\":\"\",\"evseid\":0,\"connectorid\":0}";
+    }
+    return text + "]";
+}
+
+VariableDataItem20 Var(const char* component, const char* variable, const char* value = "",
+                       const char* instance = "") {
+    VariableDataItem20 v = VariableDataItem20::Make(component, variable, instance);
+    CTools::CopyField(v.attributeValue, value);
+    return v;
+}
+
+class VariableStore : public ::testing::Test {
+protected:
+    void SetUp() override { path = dir.file("variablecache.json"); }
+    void TearDown() override {
+        CVariableCache::Release();
+        CVariableCharacteristics::Release();
+    }
+    CVariableCache* Open() {
+        CVariableCache* cache = CVariableCache::GetInstance();
+        cache->InitDefault();
+        EXPECT_EQ(cache->SetStoreFile(path), 1);
+        return cache;
+    }
+    CVariableCache* Reopen() {
+        CVariableCache::Release();
+        return Open();
+    }
+    TempDir dir;
+    std::string path;
+};
+
+}  // namespace
+
+TEST_F(VariableStore, NewStationStartsWithTheBuiltInDefaults) {
+    CVariableCache* cache = Open();
+    const Json::Value file = ParseFile(path);
+    ASSERT_TRUE(file.isArray());
+    ASSERT_EQ(file.size(), 63u);
+    EXPECT_EQ(file[0]["componentname"].asString(), "TxCtrlr");
+    EXPECT_EQ(file[0]["variablename"].asString(), "TxStartPoint");
+    EXPECT_EQ(file[62]["variablename"].asString(), "SetpointPriority");
+    EXPECT_EQ(ReadText(path).find('\n'), std::string::npos) << "the store is one compact line";
+
+    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 10);
+    EXPECT_EQ(cache->OCPPCommCtrlrWebSocketPingInterval(), 30);
+    EXPECT_EQ(cache->DeviceDataCtrlrItemsPerMessageSetVariables(), 4);
+    EXPECT_EQ(cache->DeviceDataCtrlrBytesPerMessageSetVariables(), 5000);
+    EXPECT_EQ(cache->OCPPCommCtrlrMessageAttemptsTransactionEvent(), 2);
+    EXPECT_EQ(cache->MonitoringCtrlrBytesPerMessageSetVariableMonitoring(), 50000);
+    EXPECT_TRUE(cache->AuthCtrlrEnabled());
+    EXPECT_FALSE(cache->AuthCtrlrOfflineTxForUnknownIdEnabled());
+    EXPECT_FLOAT_EQ(cache->SmartChargingCtrlrLimitChangeSignificance(), 0.2f);
+    EXPECT_EQ(cache->SmartChargingCtrlrSetpointPriority(), "CSMS");
+    EXPECT_EQ(cache->TxCtrlrTxStartPoint(),
+              (std::vector<int>{TRANSACTIONSTARTPOINT_POWERPATHCLOSED, TRANSACTIONSTARTPOINT_EVCONNECTED,
+                                TRANSACTIONSTARTPOINT_AUTHORIZED}));
+    // Not in the register and not declared by the host: neutral values, no failure.
+    EXPECT_EQ(cache->OCPPCommCtrlrMessageTimeout(), 0);
+    EXPECT_FALSE(cache->TxCtrlrStopTxOnInvalidId());
+    EXPECT_EQ(cache->SampledDataCtrlrTxUpdatedInterval(), 0);
+}
+
+TEST_F(VariableStore, DamagedOrEmptyStoreFallsBackToDefaults) {
+    const std::string deep(5000, '[');
+    for (const std::string& content : {std::string("{not json"), std::string(""), std::string("[]"),
+                                       std::string("{\"type\":0}"), std::string("42"), deep}) {
+        LogCapture log;
+        WriteText(path, content);
+        CVariableCache* cache = Reopen();
+        EXPECT_EQ(cache->GetFullVariables().size(), 63u) << content.substr(0, 20);
+        EXPECT_EQ(ParseFile(path).size(), 63u) << "the defaults must be written back";
+        if (content != "[]") {
+            EXPECT_TRUE(log.Contains("Variables File  json parse failed \n")) << content.substr(0, 20);
+        }
+    }
+}
+
+TEST_F(VariableStore, StoreOfThreeThousandRecordsLoadsButOneMoreIsReplacedByDefaults) {
+    WriteText(path, HostRecords(3000));
+    CVariableCache* cache = Open();
+    EXPECT_EQ(cache->GetFullVariables().size(), 3000u + 63u);
+    EXPECT_STREQ(cache->GetVariable("HostCtrlr", "V2999").attributeValue, "2999");
+
+    LogCapture log;
+    WriteText(path, HostRecords(3001));
+    cache = Reopen();
+    EXPECT_EQ(cache->GetFullVariables().size(), 63u);
+    EXPECT_TRUE(log.Contains("变量数量超标(3001 > 3000)，加载默认配置"));
+}
+
+TEST_F(VariableStore, NotPersistentVariablesAreForgottenAfterRestart) {
+    CVariableCache* cache = Open();
+    VariableDataItem20 session = Var("HostCtrlr", "SessionKey", "abc");
+    session.notPersistent = 1;
+    ASSERT_EQ(cache->SetVariables({session, Var("HostCtrlr", "Kept", "1")}), 1);
+    EXPECT_STREQ(cache->GetVariable("HostCtrlr", "SessionKey").attributeValue, "abc");
+
+    cache = Reopen();
+    VariableDataItem20 query = Var("HostCtrlr", "SessionKey");
+    EXPECT_EQ(cache->GetVariable(&query), 0);
+    EXPECT_STREQ(cache->GetVariable("HostCtrlr", "Kept").attributeValue, "1");
+}
+
+TEST_F(VariableStore, OlderStoreKeepsItsValuesAndGainsNewDefaultsAtTheEnd) {
+    WriteText(path,
+              "[{\"type\":0,\"variablemode\":0,\"value\":\"99\",\"componentname\":\"OCPPCommCtrlr\","
+              "\"variablename\":\"OfflineThreshold\",\"componentinstance\":\"\",\"variableinstance\":\"\","
+              "\"evseid\":0,\"connectorid\":0}]");
+    CVariableCache* cache = Open();
+    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 99);
+    const std::vector<VariableDataItem20> all = cache->GetFullVariables();
+    ASSERT_EQ(all.size(), 63u);
+    EXPECT_STREQ(all[0].variableName, "OfflineThreshold");
+    EXPECT_STREQ(all[1].variableName, "TxStartPoint");
+    EXPECT_EQ(ParseFile(path).size(), 63u);
+}
+
+TEST_F(VariableStore, SetVariablesEntryStatusesAtTheStore) {
+    CVariableCache* cache = Open();
+    cache->SetVariables({Var("HostCtrlr", "Brightness", "50")});  // declared by the host
+
+    struct Case {
+        VariableDataItem20 item;
+        int status;
+    };
+    VariableDataItem20 target = Var("AuthCtrlr", "Enabled", "false");
+    target.attributeType = VARIABLEATTRIBUTETYPE_TARGET;
+    const Case cases[] = {
+        {Var("OCPPCommCtrlr", "OfflineThreshold", "20"), VARIABLESTATUS_ACCEPTED},
+        {Var("DeviceDataCtrlr", "ItemsPerMessage", "8", "SetVariables"), VARIABLESTATUS_REJECTED},
+        {Var("TariffCostCtrlr", "Currency", "EURO"), VARIABLESTATUS_REJECTED},
+        {Var("NoSuchCtrlr", "Enabled", "true"), VARIABLESTATUS_UNKNOWNCOMPONENT},
+        {Var("AuthCtrlr", "NoSuchVariable", "true"), VARIABLESTATUS_UNKNOWNVARIABLE},
+        {target, VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE},
+        {Var("HostCtrlr", "Brightness", "80"), VARIABLESTATUS_HOSTDECIDE},
+        // The connection manager refuses priority lists it cannot apply.
+        {Var("OCPPCommCtrlr", "NetworkConfigurationPriority", "9"), VARIABLESTATUS_REJECTED},
+    };
+    for (const Case& c : cases) {
+        VariableDataItem20 item = c.item;
+        EXPECT_EQ(cache->CheckSetVariable(item), c.status) << item.ToString();
+        EXPECT_EQ(item.status, c.status);
+    }
+    // Checking alone changes nothing.
+    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 10);
+}
+
+TEST_F(VariableStore, ExactVariableWithWrongAttributeStaysNotSupportedDespiteLaterVariables) {
+    CVariableCache* cache = Open();
+    int mode = -1;
+    VariableDataItem20 query = Var("AuthCtrlr", "Enabled");
+    query.attributeType = VARIABLEATTRIBUTETYPE_MAXSET;
+    EXPECT_EQ(cache->CheckStatus(query, mode), VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE);
+    EXPECT_EQ(mode, -1);
+    query.attributeType = VARIABLEATTRIBUTETYPE_ACTUAL;
+    EXPECT_EQ(cache->CheckStatus(query, mode), VARIABLESTATUS_ACCEPTED);
+    EXPECT_EQ(mode, VARIABLEMODE_READWRITE);
+
+    // Component and variable checks on their own.
+    VariableDataItem20 evseQuery = Var("AuthCtrlr", "Enabled");
+    evseQuery.evseId = 1;
+    EXPECT_EQ(cache->CheckComponentStatus(evseQuery, mode), VARIABLESTATUS_UNKNOWNCOMPONENT);
+    EXPECT_EQ(cache->CheckComponentStatus(Var("AuthCtrlr", ""), mode), VARIABLESTATUS_ACCEPTED);
+    VariableDataItem20 withBoth = Var("DeviceDataCtrlr", "ItemsPerMessage");
+    CTools::CopyField(withBoth.componentInstance, "X");
+    withBoth.evseId = 1;
+    EXPECT_EQ(cache->CheckComponentStatus(withBoth, mode), VARIABLESTATUS_UNKNOWNCOMPONENT);
+    EXPECT_EQ(cache->CheckVariableStatus(Var("", "ItemsPerMessage", "", "GetReport"), mode), VARIABLESTATUS_ACCEPTED);
+    EXPECT_EQ(mode, VARIABLEMODE_READONLY);
+    EXPECT_EQ(cache->CheckVariableStatus(Var("", "Nothing"), mode), VARIABLESTATUS_UNKNOWNVARIABLE);
+}
+
+TEST_F(VariableStore, ChangedVariableMovesToTheEndAndIsWrittenOncePerChange) {
+    CVariableCache* cache = Open();
+    const ino_t before = InodeOf(path);
+    ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "20")}), 1);
+    const ino_t afterFirst = InodeOf(path);
+    EXPECT_NE(afterFirst, before) << "a change must rewrite the store";
+    ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "20")}), 1);
+    EXPECT_EQ(InodeOf(path), afterFirst) << "the same value again must not rewrite the store";
+
+    const std::vector<VariableDataItem20> all = cache->GetFullVariables();
+    ASSERT_EQ(all.size(), 63u);
+    EXPECT_STREQ(all.back().variableName, "OfflineThreshold");
+    EXPECT_EQ(all.back().mode, VARIABLEMODE_READWRITE);
+    EXPECT_EQ(Reopen()->OCPPCommCtrlrOfflineThreshold(), 20);
+}
+
+TEST_F(VariableStore, PowerCutBeforeRenameLeavesThePreviousStoreLoadable) {
+    CVariableCache* cache = Open();
+    ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "25")}), 1);
+    const std::string good = ReadText(path);
+    // A rewrite cut short: half a temporary file next to the intact store.
+    WriteText(path + "1", good.substr(0, good.size() / 2));
+
+    cache = Reopen();
+    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 25);
+    EXPECT_EQ(cache->GetFullVariables().size(), 63u);
+    ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "26")}), 1);
+    EXPECT_EQ(Reopen()->OCPPCommCtrlrOfflineThreshold(), 26) << "a stray temporary file must not block later writes";
+}
+
+TEST_F(VariableStore, FailedRewriteKeepsTheOldFileAndTheChangeInMemory) {
+    CVariableCache* cache = Open();
+    const std::string before = ReadText(path);
+    ASSERT_EQ(mkdir((path + "1").c_str(), 0755), 0);  // the temporary file cannot be created
+    EXPECT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "30")}), 0);
+    EXPECT_EQ(ReadText(path), before);
+    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 30);
+    rmdir((path + "1").c_str());
+}
+
+TEST_F(VariableStore, StationClockIsReadLiveNotFromTheStore) {
+    ClockGuard clock;
+    CVariableCache* cache = Open();
+    CTools::FreezeClock(true);
+    CTools::AdvanceClockMs(3600 * 1000);
+    const std::string now = CTools::GetLocalTime(CTools::CurTimeMilSec() / 1000);
+
+    VariableDataItem20 query = Var("ClockCtrlr", "DateTime");
+    ASSERT_EQ(cache->GetVariable(&query), 1);
+    EXPECT_EQ(query.attributeValue, now);
+    EXPECT_EQ(query.status, VARIABLESTATUS_ACCEPTED);
+
+    const std::vector<VariableDataItem20> answers = cache->AnswerGetVariables({Var("ClockCtrlr", "DateTime")});
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(answers[0].attributeValue, now);
+    for (const VariableDataItem20& v : cache->FilterFromVariableMode(VARIABLEMODE_READONLY)) {
+        if (strcmp(v.variableName, "DateTime") == 0) {
+            EXPECT_EQ(v.attributeValue, now);
+        }
+    }
+}
+
+TEST_F(VariableStore, GetVariablesAnswersKnownUnknownAndWriteOnlyEntries) {
+    CVariableCache* cache = Open();
+    VariableDataItem20 secret = Var("HostCtrlr", "Password", "hunter2");
+    secret.mode = VARIABLEMODE_WRITEONLY;
+    cache->SetVariables({secret});
+
+    const std::vector<VariableDataItem20> answers = cache->AnswerGetVariables(
+        {Var("AuthCacheCtrlr", "LifeTime"), Var("NoSuchCtrlr", "X"), Var("HostCtrlr", "Password")});
+    ASSERT_EQ(answers.size(), 3u);
+    EXPECT_EQ(answers[0].status, VARIABLESTATUS_ACCEPTED);
+    EXPECT_STREQ(answers[0].attributeValue, "600");
+    EXPECT_EQ(answers[1].status, VARIABLESTATUS_UNKNOWNCOMPONENT);
+    EXPECT_EQ(answers[2].status, VARIABLESTATUS_REJECTED);
+    EXPECT_STREQ(answers[2].attributeValue, "") << "a write-only value must never be read back";
+}
+
+TEST_F(VariableStore, LooseLookupMatchesEveryEvseButExactLookupDoesNot) {
+    CVariableCache* cache = Open();
+    VariableDataItem20 evse1 = Var("EVSE", "Power", "11", "");
+    evse1.evseId = 1;
+    VariableDataItem20 evse2 = evse1;
+    evse2.evseId = 2;
+    VariableDataItem20 evse2Max = evse2;
+    evse2Max.attributeType = VARIABLEATTRIBUTETYPE_MAXSET;
+    CTools::CopyField(evse2Max.attributeValue, "22");
+    cache->SetVariables({evse1, evse2, evse2Max});
+
+    EXPECT_EQ(cache->GetVariables(Var("EVSE", "Power"), 0).size(), 3u);
+    EXPECT_EQ(cache->GetVariables(Var("EVSE", ""), 0).size(), 3u);
+    EXPECT_EQ(cache->GetVariables(Var("EVSE", "Power"), 1).size(), 0u) << "exact lookup compares the EVSE";
+    VariableDataItem20 q = Var("EVSE", "Power");
+    q.evseId = 2;
+    const std::vector<VariableDataItem20> both = cache->GetVariables(q, 0);
+    EXPECT_EQ(both.size(), 2u);
+    EXPECT_EQ(CVariableCache::GetMaxValue(both), "22");
+    EXPECT_EQ(CVariableCache::GetMinValue(both), "");
+    EXPECT_EQ(cache->GetVariables(q, 1).size(), 1u);
+}
+
+TEST_F(VariableStore, HostAndLibraryMayUpdateReadOnlyValues) {
+    CVariableCache* cache = Open();
+    EXPECT_EQ(cache->UpdateVariableValue(Var("LocalAuthListCtrlr", "Entries", "7")), VARIABLESTATUS_ACCEPTED);
+    EXPECT_STREQ(cache->GetVariable("LocalAuthListCtrlr", "Entries").attributeValue, "7");
+    EXPECT_EQ(cache->UpdateVariableValue(Var("NoSuchCtrlr", "Entries", "7")), VARIABLESTATUS_UNKNOWNCOMPONENT);
+    EXPECT_STREQ(Reopen()->GetVariable("LocalAuthListCtrlr", "Entries").attributeValue, "7");
+}
+
+TEST_F(VariableStore, UpgradeKeepsTheStoredValueAndDeleteRemovesTheVariable) {
+    CVariableCache* cache = Open();
+    cache->SetVariables({Var("HostCtrlr", "Volume", "7")});
+
+    VariableUpgradeItem upgrade;
+    memset(&upgrade, 0, sizeof upgrade);
+    upgrade.operation = VARIABLEUPGRADE_UPDATE;
+    CTools::CopyField(upgrade.variable.componentName, "HostCtrlr");
+    CTools::CopyField(upgrade.variable.variableName, "Volume");
+    CTools::CopyField(upgrade.variable.attributeValue, "0");
+    upgrade.variable.mode = VARIABLEMODE_READONLY;
+    cache->UpgradeVariable(upgrade);
+    VariableDataItem20 v = cache->GetVariable("HostCtrlr", "Volume");
+    EXPECT_STREQ(v.attributeValue, "7");
+    EXPECT_EQ(v.mode, VARIABLEMODE_READONLY);
+
+    upgrade.operation = VARIABLEUPGRADE_DELETE;
+    cache->UpgradeVariable(upgrade);
+    VariableDataItem20 gone = Var("HostCtrlr", "Volume");
+    EXPECT_EQ(Reopen()->GetVariable(&gone), 0);
+}
+
+TEST(VariableRecords, TransactionPointsSkipUnknownWords) {
+    EXPECT_EQ(CVariableCache::GetPoint("EVConnected,Bogus,DataSigned,ParkingBayOccupancy"),
+              (std::vector<int>{TRANSACTIONSTARTPOINT_EVCONNECTED, TRANSACTIONSTARTPOINT_DATASIGNED,
+                                TRANSACTIONSTARTPOINT_PARKINGBAYOCCUPANCY}));
+    EXPECT_TRUE(CVariableCache::GetPoint("").empty());
+}
+
+TEST(VariableRecords, OverlongTextsAreCutToTheirFields) {
+    Json::Value obj;
+    obj["value"] = std::string(5000, 'v');
+    obj["componentname"] = std::string(200, 'c');
+    obj["type"] = "not a number";
+    VariableDataItem20 item;
+    ASSERT_TRUE(item.FromJson(obj));
+    EXPECT_EQ(strlen(item.attributeValue), 1000u);
+    EXPECT_EQ(strlen(item.componentName), 50u);
+    EXPECT_EQ(item.attributeType, 0);
+    EXPECT_FALSE(item.FromJson(Json::Value("text")));
+}
+
+TEST_F(VariableStore, StoredTextsSurviveQuotesControlCharactersAndChinese) {
+    CVariableCache* cache = Open();
+    const std::string tricky = "say \"hi\"\\ \n\t\x01 充电桩";
+    ASSERT_EQ(cache->SetVariables({Var("HostCtrlr", "Greeting", tricky.c_str())}), 1);
+    const std::string text = ReadText(path);
+    EXPECT_EQ(text.rfind("[{\"type\":0,\"variablemode\":0,\"value\":\"PowerPathClosed", 0), 0u)
+        << "keys are written in the file's fixed order";
+    EXPECT_EQ(Reopen()->GetVariable("HostCtrlr", "Greeting").attributeValue, tricky);
+}
