@@ -157,6 +157,9 @@ void CVariableCache::Release() {
 CVariableCache::CVariableCache() {
     pthread_mutex_init(&m_mutex, nullptr);
     InitDefault();  // a store opened without InitDefault still gets its defaults
+    // Without a cache folder no file is ever bound; the station still needs its
+    // defaults (heartbeat interval, offline threshold, ...). No path: nothing is written.
+    LoadDefault();
 }
 
 CVariableCache::~CVariableCache() { pthread_mutex_destroy(&m_mutex); }
