@@ -136,14 +136,31 @@ void OcppProtocol_SetLog(OcppLogCallBack callback) {
     g_logCallBack = callback;
 }
 
+namespace {
+thread_local bool t_inLogSink = false;
+
+void PrintLine(const char* text) {
+    fputs(text, stdout);
+    fputc('\n', stdout);
+    fflush(stdout);
+}
+}  // namespace
+
 void OcppProtocol_WriteLog(int level, const char* function, const char* file, int line, const char* text) {
+    if (text == nullptr) return;
+    if (t_inLogSink) {
+        // The host's log callback called back into something that logs: the lock
+        // is ours already, so this line goes to standard output instead.
+        PrintLine(text);
+        return;
+    }
     OCPP_SECTION(&g_logSection);
     if (g_logCallBack != nullptr) {
+        t_inLogSink = true;
         g_logCallBack(static_cast<LOGLEVEL>(level), function, file, line, text);
+        t_inLogSink = false;
     } else {
-        fputs(text, stdout);
-        fputc('\n', stdout);
-        fflush(stdout);
+        PrintLine(text);
     }
 }
 

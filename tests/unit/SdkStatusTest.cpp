@@ -316,3 +316,31 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     OcppProtocol_Release();
     EXPECT_EQ(chdir(previousCwd), 0);
 }
+
+namespace {
+std::atomic<int> g_nestedLogCalls{0};
+
+void LoggingHostLog(LOGLEVEL, const char*, const char*, int, const char* text) {
+    // A host that reacts to a library line by calling the library again.
+    if (strstr(text, "ocpp cache folder:") != nullptr && g_nestedLogCalls++ == 0)
+        OcppProtocol_SetCacheDir("/nonexistent/folder");  // logs an error from inside the sink
+}
+}  // namespace
+
+TEST_F(Sdk, HostLogCallbackMayCallEntriesThatLogAgain) {
+    TempDir dir;
+    std::atomic<bool> done{false};
+    OcppProtocol_SetLog(&LoggingHostLog);
+    std::thread host([&] {
+        OcppProtocol_SetCacheDir(dir.path().c_str());
+        done = true;
+    });
+    const bool finished = WaitFor([&] { return done.load(); });
+    if (!finished) {
+        host.detach();
+        FAIL() << "logging from inside the host's log callback hangs";
+    }
+    host.join();
+    OcppProtocol_SetLog(nullptr);
+    EXPECT_EQ(g_nestedLogCalls.load(), 1);
+}
