@@ -76,7 +76,15 @@ enum ConnectorReport { REPORT_NONE, REPORT_ALL, REPORT_CACHED };
 
 // The decision half of the status-change option; the connector report it asks
 // for is made by the caller once no lock is held (it talks to the CSMS).
-int DecideStatusChangeOption(SDKSTATUS status, ConnectorReport* report) {
+// Read before g_statusSection is taken: the stores have locks of their own and
+// the connection manager changes the status while holding its lock.
+int ReadOfflineThreshold(SDKSTATUS status) {
+    const OCPPPROTOCOL protocol = g_eOcppProtocol.load();
+    if (status != SDKSTATUS_OK || (protocol != OCPPPROTOCOL_201 && protocol != OCPPPROTOCOL_21)) return 0;
+    return CVariableCache::GetInstance()->OCPPCommCtrlrOfflineThreshold();
+}
+
+int DecideStatusChangeOption(SDKSTATUS status, int threshold, ConnectorReport* report) {
     *report = REPORT_NONE;
     if (status == SDKSTATUS_DISCONNECTED) {
         g_iPrevUnconnectTimeSec = RunTimeSec();
@@ -89,7 +97,6 @@ int DecideStatusChangeOption(SDKSTATUS status, ConnectorReport* report) {
         g_iPrevConnectTimeSec = now;
         return 0;
     }
-    const int threshold = CVariableCache::GetInstance()->OCPPCommCtrlrOfflineThreshold();
     const int32_t prevConnect = g_iPrevConnectTimeSec.load();
     int option;
     if (prevConnect == 0 || threshold < now - g_iPrevUnconnectTimeSec.load()) {
@@ -288,6 +295,9 @@ void OcppProtocol_Release() {
 SDKSTATUS OcppProtocol_GetStatus(void) { return g_eSdkStatus.load(); }
 
 void OcppProtocol_SetStatus(SDKSTATUS status) {
+    if (status == g_eSdkStatus.load()) return;
+    const int threshold = ReadOfflineThreshold(status);
+    const int resetFactoryConfig = CConnectManager::GetInstance()->IsResetFactoryConfig();
     std::vector<SECURITYEVENTTYPE> pendingEvents;
     ConnectorReport report = REPORT_NONE;
     {
@@ -308,7 +318,7 @@ void OcppProtocol_SetStatus(SDKSTATUS status) {
                 pendingEvents.push_back(SECURITYEVENTTYPE_INVALIDTLSCIPHERSUITE);
             }
         }
-        const int option = DecideStatusChangeOption(status, &report);
+        const int option = DecideStatusChangeOption(status, threshold, &report);
 
         SdkStatusChange record;
         memset(&record, 0, sizeof record);
@@ -317,7 +327,7 @@ void OcppProtocol_SetStatus(SDKSTATUS status) {
         record.statusChangeOption = option;
         record.protocol = g_eOcppProtocol.load();
         record.needReportVariables = g_bNeedReportVariables.load();
-        record.resetFactoryConfig = CConnectManager::GetInstance()->IsResetFactoryConfig();
+        record.resetFactoryConfig = resetFactoryConfig;
         CMessageCallBack::GetInstance()->OnMessage(reinterpret_cast<const char*>(&record), sizeof record, 1);
 
         if (status == SDKSTATUS_DISCONNECTED &&
@@ -333,11 +343,12 @@ void OcppProtocol_SetStatus(SDKSTATUS status) {
 }
 
 int OcppProtocol_GetStatusChangeOption(SDKSTATUS status) {
+    const int threshold = ReadOfflineThreshold(status);
     ConnectorReport report = REPORT_NONE;
     int option;
     {
         OCPP_SECTION(&g_statusSection);
-        option = DecideStatusChangeOption(status, &report);
+        option = DecideStatusChangeOption(status, threshold, &report);
     }
     RunConnectorReport(report);
     return option;
