@@ -5,6 +5,7 @@ cd "$ROOT"
 
 step "Dependencies"
 ensure_apt_packages scripts/deps-apt.txt
+ensure_npm_packages
 
 step "Build in build/"
 cmake_build build -DCMAKE_BUILD_TYPE=RelWithDebInfo
