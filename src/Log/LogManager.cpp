@@ -15,6 +15,15 @@
 #include "Util/ZipUtil.h"
 
 std::string g_strLogFile;
+namespace {
+// The host sets the path on its thread; the connect thread reads it when stores open.
+pthread_mutex_t g_logFileMutex = PTHREAD_MUTEX_INITIALIZER;
+}
+
+std::string OcppProtocol_GetLogFile() {
+    OCPP_SECTION(&g_logFileMutex);
+    return g_strLogFile;
+}
 
 CLogManager* CLogManager::s_instance = nullptr;
 
@@ -379,8 +388,12 @@ int CLogManager::RunExport(const LogExportJob& job) {
 }
 
 int OcppProtocol_SetLogFile(const char* path) {
-    g_strLogFile = path ? path : "";
-    return CLogManager::GetInstance()->SetStoreFile(g_strLogFile);
+    const std::string file = path ? path : "";
+    {
+        OCPP_SECTION(&g_logFileMutex);
+        g_strLogFile = file;
+    }
+    return CLogManager::GetInstance()->SetStoreFile(file);
 }
 
 void OcppProtocol_AppendLog(int type, int level, const char* text) { CLogManager::GetInstance()->Add(type, level, text); }

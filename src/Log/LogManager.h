@@ -14,7 +14,8 @@
 #include "Util/DbDriver.h"
 
 // Log database path given by the host.
-extern std::string g_strLogFile;
+extern std::string g_strLogFile;  // read it through OcppProtocol_GetLogFile()
+std::string OcppProtocol_GetLogFile();
 
 // One export request, copied so the host's buffers may go away.
 struct LogExportJob {

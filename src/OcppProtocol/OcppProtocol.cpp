@@ -9,6 +9,7 @@
 #include "BuildInfo.h"
 #include "Log/LogManager.h"
 #include "Ocpp20/Process/VariableCache.h"
+#include "Ocpp20/Process/VariableCharacteristics.h"
 #include "OcppProtocol/MessageCallBack.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
@@ -257,6 +258,7 @@ int OcppProtocol_InitCache(std::string url) {
         case OCPPPROTOCOL_201:
         case OCPPPROTOCOL_21:
             CVariableCache::GetInstance()->SetStoreFile(folder + "variablecache.json");
+            CVariableCharacteristics::GetInstance()->SetStoreFile(folder + "VariableCharacteristicscache.json");
             result = 1;
             break;
         default:
@@ -264,13 +266,15 @@ int OcppProtocol_InitCache(std::string url) {
             break;
     }
 
-    const std::string logFile = g_strLogFile.empty() ? folder + "log.db" : g_strLogFile;
+    const std::string hostLogFile = OcppProtocol_GetLogFile();
+    const std::string logFile = hostLogFile.empty() ? folder + "log.db" : hostLogFile;
     CLogManager::GetInstance()->SetStoreFile(logFile);
     return result;
 }
 
 void OcppProtocol_ReleaseCache() {
     CVariableCache::Release();
+    CVariableCharacteristics::Release();
     CLogManager::Release();
 }
 
