@@ -32,7 +32,7 @@ std::string ElementText(const rapidjson::Value& v) {
 bool IsJsonObjectText(const std::string& text) {
     if (!CJsonText::DepthWithin(text.data(), text.size())) return false;
     rapidjson::Document d;
-    d.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
+    d.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(text.data(), text.size());
     return !d.HasParseError() && d.IsObject();
 }
 
@@ -73,7 +73,7 @@ std::string Base::NormalizeExtract(const char* frame, size_t len) {
     std::string payload = "{}\n";
     rapidjson::Document doc;
     if (frame != nullptr && CJsonText::DepthWithin(frame, len)) {
-        doc.Parse<rapidjson::kParseIterativeFlag>(frame, len);
+        doc.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(frame, len);
     }
     if (frame != nullptr && !doc.HasParseError() && doc.IsArray() && doc.Size() >= 2) {
         const rapidjson::Value& type = doc[0];

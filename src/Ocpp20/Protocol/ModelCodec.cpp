@@ -161,7 +161,7 @@ void ObjectWriter::Any(const char* name, const std::string& v, bool isJson) {
     Key(name);
     if (isJson && CJsonText::DepthWithin(v.data(), v.size())) {
         rapidjson::Document d;
-        d.Parse<rapidjson::kParseIterativeFlag>(v.data(), v.size());
+        d.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(v.data(), v.size());
         if (!d.HasParseError()) {
             rapidjson::StringBuffer sb;
             rapidjson::Writer<rapidjson::StringBuffer> w(sb);

@@ -114,7 +114,7 @@ T FromJsonData(const char* frame, unsigned int len) {
     T record;
     std::vector<char> text = PayloadBuffer(record.base, frame, len);
     rapidjson::Document doc;
-    doc.ParseInsitu<rapidjson::kParseIterativeFlag>(text.data());
+    doc.ParseInsitu<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(text.data());
     if (doc.HasParseError()) throw CustomException("payload is not valid JSON");
     return T(doc, record.base);
 }
@@ -125,7 +125,7 @@ template <class T>
 std::vector<T> ArrayFromData(const char* text, unsigned int len) {
     if (text == nullptr || !CJsonText::DepthWithin(text, len)) throw CustomException("array text not readable");
     rapidjson::Document doc;
-    doc.Parse<rapidjson::kParseIterativeFlag>(text, len);
+    doc.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(text, len);
     if (doc.HasParseError() || !doc.IsArray()) throw CustomException("text is not a JSON array");
     std::vector<T> out;
     out.reserve(doc.Size());
