@@ -210,12 +210,6 @@ void ObjectWriter::End() {
     m_out.push_back('}');
 }
 
-std::vector<char> PayloadBuffer(Base& header, const char* frame, unsigned int len) {
-    const std::string payload = header.NormalizeExtract(frame, len);
-    const char* text = payload.c_str();
-    return std::vector<char>(text, text + std::strlen(text) + 1);
-}
-
 std::string ReadWholeFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return std::string();
