@@ -51,11 +51,11 @@ void ReadObjectArray(const rapidjson::Value& obj, const char* name, std::vector<
         return;
     }
     if (!v->IsArray()) WrongType(name, "array");
-    std::vector<T> items;
-    items.reserve(v->Size());
-    for (const auto& e : v->GetArray()) {
-        if (!e.IsObject()) WrongType(name, "array of objects");
-        items.emplace_back(e);
+    std::vector<T> items(v->Size());
+    for (rapidjson::SizeType i = 0; i < v->Size(); ++i) {
+        const rapidjson::Value& e = (*v)[i];
+        if (!e.IsObject()) WrongType(name, "an array of objects");
+        items[i] = T(e);
     }
     out.swap(items);
 }
@@ -114,11 +114,8 @@ T FromJsonData(const char* frame, unsigned int len) {
     T record;
     rapidjson::Document doc;
     const rapidjson::Value* body = Base::ParseFrame(doc, frame, len) ? record.base.TakeHeader(doc) : nullptr;
-    if (body == nullptr) {
-        rapidjson::Value empty(rapidjson::kObjectType);
-        return T(empty, record.base);
-    }
-    return T(*body, record.base);
+    const rapidjson::Value empty(rapidjson::kObjectType);
+    return T(body != nullptr ? *body : empty, record.base);
 }
 
 std::string ReadWholeFile(const std::string& path);
@@ -129,12 +126,9 @@ std::vector<T> ArrayFromData(const char* text, unsigned int len) {
     rapidjson::Document doc;
     doc.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(text, len);
     if (doc.HasParseError() || !doc.IsArray()) throw CustomException("text is not a JSON array");
-    std::vector<T> out;
-    out.reserve(doc.Size());
-    for (const auto& e : doc.GetArray()) {
-        T fresh;
-        out.emplace_back(e, fresh.base);
-    }
+    // Each element gets a header of its own, as a new record would.
+    std::vector<T> out(doc.Size());
+    for (rapidjson::SizeType i = 0; i < doc.Size(); ++i) out[i] = T(doc[i], out[i].base);
     return out;
 }
 
