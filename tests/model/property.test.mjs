@@ -202,7 +202,7 @@ before(() => {
     rt = new RoundTrip(program);
 });
 after(async () => {
-    console.log(`# ${rt.count} payloads driven through the records`);
+    console.log(`${rt.count} payloads driven through the records`);
     const code = await rt.close();
     assert.equal(code, 0, 'model_roundtrip must exit cleanly');
 });
