@@ -19,6 +19,7 @@
 #include "OcppRecords.h"
 #include "OcppLog.h"
 #include "OcppVariables.h"
+#include "OcppErrorCode.h"
 
 OCPP_EXTERN_C_BEGIN
 
