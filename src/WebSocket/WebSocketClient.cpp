@@ -234,9 +234,10 @@ int CWebSocketClient::AppendBasicAuthHeader(lws* wsi, void* in, size_t len, cons
     }
     unsigned char** p = static_cast<unsigned char**>(in);
     unsigned char* end = (*p) + len;
-    if (lws_add_http_header_by_token(wsi, WSI_TOKEN_HTTP_AUTHORIZATION,
-                                     reinterpret_cast<const unsigned char*>(credential.data()),
-                                     static_cast<int>(strlen(credential.data())), p, end) != 0) {
+    // By name, so the header keeps its usual capitalisation for strict servers.
+    if (lws_add_http_header_by_name(wsi, reinterpret_cast<const unsigned char*>("Authorization:"),
+                                    reinterpret_cast<const unsigned char*>(credential.data()),
+                                    static_cast<int>(strlen(credential.data())), p, end) != 0) {
         LOG_ERROR("no room for the Authorization header");
         return -1;
     }
@@ -279,7 +280,8 @@ bool CWebSocketClient::IsRefusedWildcardCommonName(const char* commonName) {
     return !label.empty() && strstr(commonName, label.c_str()) != nullptr;
 }
 
-int CWebSocketClient::VerifyPeerCertificate(void* x509StoreCtx) {
+int CWebSocketClient::VerifyPeerCertificate(void* x509StoreCtx, int preverifyOk, bool& refused) {
+    refused = preverifyOk == 0;
     X509_STORE_CTX* store = static_cast<X509_STORE_CTX*>(x509StoreCtx);
     if (store == nullptr || X509_STORE_CTX_get_error_depth(store) != 0) return 0;
     X509* cert = X509_STORE_CTX_get_current_cert(store);
@@ -294,6 +296,7 @@ int CWebSocketClient::VerifyPeerCertificate(void* x509StoreCtx) {
     if (IsRefusedWildcardCommonName(commonName)) {
         LOG_ERROR("verify peer certificate CommonName fail=%s\n", commonName);
         X509_STORE_CTX_set_error(store, X509_V_ERR_APPLICATION_VERIFICATION);
+        refused = true;
         return 1;
     }
     return 0;
@@ -320,6 +323,8 @@ int CWebSocketClient::Init(const char* url, CWebSocketClientCallBack* callback, 
         m_iState = 1;
         m_iPongReceived = 1;
         m_iLastOperateTime = 0;
+        m_bPeerCertRefused = false;
+        m_iTlsFailures = 0;
         tls = m_eConnType == CONNTYPE_TLS_BASIC || m_eConnType == CONNTYPE_TLS_CLIENT_CERT;
     }
     int parsed = GetUrlInfo(url, info);
@@ -502,6 +507,11 @@ int64_t CWebSocketClient::GetLastOperateTimeSec() {
     return m_iLastOperateTime;
 }
 
+int CWebSocketClient::GetTlsFailures() {
+    OCPP_SECTION(&m_socketLock);
+    return m_iTlsFailures;
+}
+
 size_t CWebSocketClient::WaitingCount() {
     OCPP_SECTION(&m_waitLock);
     return m_waitTable.size();
@@ -536,7 +546,16 @@ int CWebSocketClient::OnLwsEvent(lws* wsi, int reason, void* user, void* in, siz
                 memcpy(text, in, n);
             }
             LOG_ERROR("client LWS_CALLBACK_CLIENT_CONNECTION_ERROR: %s\n", text);
-            ClassifyTlsError(text);
+            int failures = ClassifyTlsError(text);
+            {
+                OCPP_SECTION(&m_socketLock);
+                // Some TLS stacks report a refused certificate only as a generic error.
+                if (m_bPeerCertRefused && !(failures & TLSFAIL_CSMS_CERTIFICATE)) {
+                    failures |= TLSFAIL_CSMS_CERTIFICATE;
+                    OcppProtocol_SetInvalidCsmsCertificate(1);
+                }
+                m_iTlsFailures |= failures;
+            }
             OnLinkDown("connection error");
             break;
         }
@@ -654,8 +673,14 @@ int CWebSocketClient::OnLwsEvent(lws* wsi, int reason, void* user, void* in, siz
                 OCPP_SECTION(&m_socketLock);
                 type = m_eConnType;
             }
-            if (type == CONNTYPE_TLS_BASIC || type == CONNTYPE_TLS_CLIENT_CERT) return VerifyPeerCertificate(user);
-            break;
+            if (type != CONNTYPE_TLS_BASIC && type != CONNTYPE_TLS_CLIENT_CERT) break;
+            bool refused = false;
+            int verdict = VerifyPeerCertificate(user, static_cast<int>(len), refused);
+            if (refused) {
+                OCPP_SECTION(&m_socketLock);
+                m_bPeerCertRefused = true;
+            }
+            return verdict;
         }
         case LWS_CALLBACK_GET_THREAD_ID:
         case LWS_CALLBACK_PROTOCOL_INIT:

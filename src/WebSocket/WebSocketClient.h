@@ -77,6 +77,8 @@ public:
     void CheckPing();
 
     size_t WaitingCount();
+    // TLSFAIL_ bits raised by the last connection attempt.
+    int GetTlsFailures();
 
     // Shared with the connection probe.
     static int GetUrlInfo(const char* url, WebSocketUrlInfo& info);
@@ -88,7 +90,8 @@ public:
     // Raises the SDK core's sticky flags for the failure; returns the TLSFAIL_ bits found.
     static int ClassifyTlsError(const char* errorText);
     // 1 refuses the peer certificate; 0 leaves the TLS library's verdict alone.
-    static int VerifyPeerCertificate(void* x509StoreCtx);
+    // `refused` tells whether the certificate fails either way.
+    static int VerifyPeerCertificate(void* x509StoreCtx, int preverifyOk, bool& refused);
     static bool IsRefusedWildcardCommonName(const char* commonName);
     static void SetWildcardRefusedDomain(const char* label);
     static std::string GetWildcardRefusedDomain();
@@ -150,6 +153,8 @@ private:
     std::string m_strName;
     std::string m_strPwd;
     int m_iPongReceived = 1;
+    bool m_bPeerCertRefused = false;  // socket lock
+    int m_iTlsFailures = 0;           // socket lock
     CONNTYPE m_eConnType = CONNTYPE_WS;
 
     std::string m_strProtocol;  // must outlive the context: it names the protocol entry

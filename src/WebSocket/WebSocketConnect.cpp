@@ -8,6 +8,7 @@
 #include "Util/CriticalSectionManager.h"
 #include "Util/Thread.h"
 #include "Util/Tools.h"
+#include "WebSocket/TlsFailureFlags.h"
 #include "WebSocket/WebSocketClient.h"
 
 namespace {
@@ -78,6 +79,7 @@ int CWebSocketConnect::CheckConnection(const char* url, int timeoutSec, const Co
         OCPP_SECTION(&m_lock);
         m_iResult = -1;
     }
+    m_bPeerCertRefused = false;
     std::string cert = Field(p.szCert, sizeof(p.szCert));
     std::string key = Field(p.szPrivateKey, sizeof(p.szPrivateKey));
     std::string ca = Field(p.szCa, sizeof(p.szCa));
@@ -126,7 +128,8 @@ int CWebSocketConnect::OnLwsEvent(lws* wsi, int reason, void* user, void* in, si
                 memcpy(text, in, n);
             }
             LOG_ERROR("client LWS_CALLBACK_CLIENT_CONNECTION_ERROR: %s\n", text);
-            CWebSocketClient::ClassifyTlsError(text);
+            int failures = CWebSocketClient::ClassifyTlsError(text);
+            if (m_bPeerCertRefused && !(failures & TLSFAIL_CSMS_CERTIFICATE)) OcppProtocol_SetInvalidCsmsCertificate(1);
             LOG_ERROR("连接错误:%d\n", reason);
             SetResult(0);
             break;
@@ -138,7 +141,10 @@ int CWebSocketConnect::OnLwsEvent(lws* wsi, int reason, void* user, void* in, si
             return CWebSocketClient::AppendBasicAuthHeader(wsi, in, len, m_strName, m_strPwd);
         case LWS_CALLBACK_OPENSSL_PERFORM_SERVER_CERT_VERIFICATION:
             if (m_eConnType == CONNTYPE_TLS_BASIC || m_eConnType == CONNTYPE_TLS_CLIENT_CERT) {
-                return CWebSocketClient::VerifyPeerCertificate(user);
+                bool refused = false;
+                int verdict = CWebSocketClient::VerifyPeerCertificate(user, static_cast<int>(len), refused);
+                if (refused) m_bPeerCertRefused = true;
+                return verdict;
             }
             break;
         default:

@@ -40,4 +40,5 @@ private:
     pthread_mutex_t m_lock;
     std::condition_variable_any m_resultCv;
     int m_iResult = -1;  // -1 while undecided
+    bool m_bPeerCertRefused = false;  // service thread only
 };
