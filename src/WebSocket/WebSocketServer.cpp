@@ -1,6 +1,7 @@
 #include "WebSocket/WebSocketServer.h"
 
 #include <libwebsockets.h>
+#include <openssl/ssl.h>
 
 #include <atomic>
 #include <chrono>
@@ -53,6 +54,8 @@ struct CWebSocketServer::Impl {
     std::string strCa;
     lws_protocols protocols[2];
     lws_context* pContext = nullptr;
+    // Handed to the library so it does not make (and, in this version, leak) one of its own.
+    SSL_CTX* pClientCtx = nullptr;
     int iPort = 0;
     CWebSocketServerCallBack* pCallBack = nullptr;
     pthread_mutex_t lock;
@@ -126,7 +129,8 @@ int CWebSocketServer::Init(const char* protocolName, int port, CWebSocketServerC
     info.user = impl;
     info.options = LWS_SERVER_OPTION_VALIDATE_UTF8;
     if (!impl->strCert.empty() || !impl->strKey.empty() || !impl->strCa.empty()) {
-        info.options |= LWS_SERVER_OPTION_DO_SSL_GLOBAL_INIT;
+        // The server never dials out: the system CA bundle would only cost memory.
+        info.options |= LWS_SERVER_OPTION_DO_SSL_GLOBAL_INIT | LWS_SERVER_OPTION_DISABLE_OS_CA_CERTS;
         if (!impl->strCert.empty()) {
             info.server_ssl_cert_mem = impl->strCert.c_str();
             info.server_ssl_cert_mem_len = static_cast<unsigned int>(impl->strCert.size());
@@ -139,9 +143,13 @@ int CWebSocketServer::Init(const char* protocolName, int port, CWebSocketServerC
             info.server_ssl_ca_mem = impl->strCa.c_str();
             info.server_ssl_ca_mem_len = static_cast<unsigned int>(impl->strCa.size());
         }
+        impl->pClientCtx = SSL_CTX_new(TLS_client_method());
+        info.provided_client_ssl_ctx = impl->pClientCtx;
     }
     impl->pContext = lws_create_context(&info);
     if (impl->pContext == nullptr) {
+        SSL_CTX_free(impl->pClientCtx);
+        impl->pClientCtx = nullptr;
         LOG_ERROR("websocket server lws_create_context fail port<%d>", port);
         return 0;
     }
@@ -185,6 +193,8 @@ void CWebSocketServer::Close() {
     }
     // Closing the sessions calls back for each of them.
     lws_context_destroy(context);
+    SSL_CTX_free(impl->pClientCtx);
+    impl->pClientCtx = nullptr;
     {
         OCPP_SECTION(&impl->lock);
         for (auto& entry : impl->sessions) {

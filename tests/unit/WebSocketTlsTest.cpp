@@ -29,7 +29,7 @@ TEST(WebSocketTls, SecureLinkToACsmsSignedByTheProfileCaCarriesFrames) {
     TempDir dir;
     TestPki pki = MakeTestPki(dir.path(), "127.0.0.1");
     ASSERT_FALSE(pki.serverCert.empty()) << "openssl could not make the test certificates";
-    RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, "");
+    RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, pki.caCert);
     ASSERT_TRUE(csms.Started());
     LogCapture log;
     CWebSocketClient client;
@@ -57,7 +57,7 @@ TEST(WebSocketTls, CsmsCertificateFromAnUnknownCaIsRefused) {
     TestPki other = MakeTestPki(otherDir.path(), "127.0.0.1");
     ASSERT_FALSE(pki.serverCert.empty());
     ASSERT_FALSE(other.caCert.empty());
-    RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, "");
+    RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, pki.caCert);
     LogCapture log;
     CWebSocketClient client;
     RecordingLink link;
@@ -74,7 +74,7 @@ TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
     TempDir dir;
     TestPki pki = MakeTestPki(dir.path(), "*.certlab.example");
     ASSERT_FALSE(pki.serverCert.empty());
-    RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, "");
+    RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, pki.caCert);
     {
         // Without the setting the same certificate is fine (its address entry matches),
         // so a refusal below is the Common Name rule and nothing else.
