@@ -73,18 +73,28 @@ RawWsServer::RawWsServer(bool answerHandshake) : m_answer(answerHandshake) {
 RawWsServer::~RawWsServer() {
     m_stop = true;
     if (m_thread.joinable()) m_thread.join();
-    CloseConnection();
     if (m_listenFd >= 0) close(m_listenFd);
 }
 
 void RawWsServer::Run() {
+    Serve();
+    // Only this thread closes the socket, so no other thread can act on a reused descriptor.
+    std::lock_guard<std::mutex> lock(m_fdMutex);
+    int fd = m_connFd.exchange(-1);
+    if (fd >= 0) close(fd);
+}
+
+void RawWsServer::Serve() {
     int fd = -1;
     while (!m_stop && fd < 0) {
         struct pollfd p = {m_listenFd, POLLIN, 0};
         if (poll(&p, 1, 100) > 0) fd = accept(m_listenFd, nullptr, nullptr);
     }
     if (fd < 0) return;
-    m_connFd = fd;
+    {
+        std::lock_guard<std::mutex> lock(m_fdMutex);
+        m_connFd = fd;
+    }
     std::string request;
     char buf[4096];
     while (!m_stop && request.find("\r\n\r\n") == std::string::npos) {
@@ -147,6 +157,7 @@ std::string RawWsServer::WaitRequest(int timeoutMs) {
 }
 
 bool RawWsServer::SendFrame(unsigned char finAndOpcode, const std::string& payload) {
+    std::lock_guard<std::mutex> lock(m_fdMutex);
     int fd = m_connFd;
     if (fd < 0) return false;
     std::string frame;
@@ -163,11 +174,8 @@ bool RawWsServer::SendFrame(unsigned char finAndOpcode, const std::string& paylo
 }
 
 void RawWsServer::CloseConnection() {
-    int fd = m_connFd.exchange(-1);
-    if (fd >= 0) {
-        shutdown(fd, SHUT_RDWR);
-        close(fd);
-    }
+    std::lock_guard<std::mutex> lock(m_fdMutex);
+    if (m_connFd >= 0) shutdown(m_connFd, SHUT_RDWR);
 }
 
 std::vector<int> RawWsServer::Opcodes() {

@@ -32,7 +32,9 @@ public:
 
 private:
     void Run();
+    void Serve();
     bool m_answer;
+    std::mutex m_fdMutex;
     int m_listenFd = -1;
     int m_port = 0;
     std::atomic<int> m_connFd{-1};
