@@ -839,6 +839,11 @@ int CWebSocketClient::SendMessage(const char* messageId, const char* message, in
     if (messageId == nullptr || message == nullptr || length <= 0 || answer == nullptr || answerLength == nullptr) {
         return 0;
     }
+    if (IsServiceThread()) {
+        // The answer could only arrive on this very thread: waiting would stall the link.
+        LOG_ERROR("synchronous request %s refused on the websocket service thread", messageId);
+        return 0;
+    }
     int capacity = *answerLength > 0 ? *answerLength : kDefaultAnswerCapacity;
     std::string id(messageId);
     {

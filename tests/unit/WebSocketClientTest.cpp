@@ -160,6 +160,37 @@ TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime)
     EXPECT_EQ(link.errors, 1);
 }
 
+namespace {
+// An upper layer that, wrongly, makes a synchronous request from the connect callback.
+class RequestingLink : public RecordingLink {
+public:
+    void OnConnectSuccess() override {
+        const std::string frame = "[2,\"cb-1\",\"BootNotification\",{}]";
+        char answer[256];
+        int len = sizeof(answer);
+        result = client->SendMessage("cb-1", frame.c_str(), static_cast<int>(frame.size()), answer, &len);
+        RecordingLink::OnConnectSuccess();
+    }
+    CWebSocketClient* client = nullptr;
+    std::atomic<int> result{-1};
+};
+}  // namespace
+
+TEST(WebSocketLink, RequestFromInsideALinkCallbackIsRefusedInsteadOfStallingTheLink) {
+    RecordingCsms csms;
+    CWebSocketClient client;
+    RequestingLink link;
+    link.client = &client;
+    client.SetNamePwd("CP001", "secret");
+    ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 30), 1);
+    ASSERT_TRUE(WaitFor([&] { return link.connected == 1; }, 5000));
+    EXPECT_EQ(link.result, 0);
+    ASSERT_TRUE(csms.WaitSession());
+    ASSERT_TRUE(csms.Send("[2,\"after-cb\",\"Reset\",{}]"));
+    EXPECT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
+    client.Close();
+}
+
 TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
     int port;
     {
