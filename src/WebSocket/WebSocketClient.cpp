@@ -91,6 +91,7 @@ CWebSocketClient::CWebSocketClient() {
     pthread_mutex_init(&m_requestLock, nullptr);
     pthread_mutex_init(&m_waitLock, nullptr);
     pthread_mutex_init(&m_periodLock, nullptr);
+    pthread_mutex_init(&m_closeLock, nullptr);
     m_pProtocols = new lws_protocols[2];
     memset(m_pProtocols, 0, sizeof(lws_protocols) * 2);
 }
@@ -109,6 +110,7 @@ CWebSocketClient::~CWebSocketClient() {
     pthread_mutex_destroy(&m_requestLock);
     pthread_mutex_destroy(&m_waitLock);
     pthread_mutex_destroy(&m_periodLock);
+    pthread_mutex_destroy(&m_closeLock);
 }
 
 void CWebSocketClient::SetSsl(const char* cert, const char* privateKey, const char* ca) {
@@ -427,6 +429,8 @@ void CWebSocketClient::Close() {
         m_iLastOperateTime = 0;
         return;
     }
+    // A failing sender and the owner may close at the same time; threads are joined once.
+    OCPP_SECTION(&m_closeLock);
     if (!m_bThreadsRunning && m_pContext == nullptr) {
         // Nothing was started, but a waiter may still be blocked after a failed Init.
         ReleaseWaiters();
@@ -452,7 +456,7 @@ void CWebSocketClient::Close() {
         context = m_pContext;
         m_pContext = nullptr;
     }
-    // Destroying the context calls back for the socket; the stop flag keeps
+    // Destroying the context calls back for the socket; m_bClosing keeps
     // those callbacks from reporting upward.
     if (context != nullptr) lws_context_destroy(context);
     {
@@ -771,7 +775,8 @@ void CWebSocketClient::WriteNextFrame(lws* wsi) {
     if (more) lws_callback_on_writable(wsi);
 }
 
-int CWebSocketClient::WriteFrame(const char* message, int length, const char* failFormat) {
+int CWebSocketClient::WriteFrame(const char* message, int length, const char* failFormat, bool& closeNeeded) {
+    closeNeeded = false;
     auto frame = std::make_shared<OutFrame>();
     frame->data.resize(LWS_PRE + static_cast<size_t>(length));
     memcpy(frame->data.data() + LWS_PRE, message, static_cast<size_t>(length));
@@ -808,7 +813,8 @@ int CWebSocketClient::WriteFrame(const char* message, int length, const char* fa
         }
     }
     LOG_ERROR(failFormat, written, length);
-    if (written == -1) Close();
+    // The caller closes once it holds no wait-table item, since Close waits for those.
+    closeNeeded = written == -1;
     return 0;
 }
 
@@ -831,7 +837,10 @@ int CWebSocketClient::SendMessage(const char* message, int length) {
             m_waitTable.erase(it);
         }
     }
-    return WriteFrame(message, length, "webSocket client sendMessage false SendLen<%d> MessageLen<%d>");
+    bool closeNeeded = false;
+    int sent = WriteFrame(message, length, "webSocket client sendMessage false SendLen<%d> MessageLen<%d>", closeNeeded);
+    if (closeNeeded) Close();
+    return sent;
 }
 
 int CWebSocketClient::SendMessage(const char* messageId, const char* message, int length, char* answer,
@@ -858,7 +867,9 @@ int CWebSocketClient::SendMessage(const char* messageId, const char* message, in
     }
     LOG_INFO("[OCPP=>CSMS] %s", OneLine(message, length).c_str());
     SendItem* item = nullptr;
-    if (!WriteFrame(message, length, "webSocket client innerRequestMessage false SendLen<%d> MessageLen<%d>")) {
+    bool closeNeeded = false;
+    if (!WriteFrame(message, length, "webSocket client innerRequestMessage false SendLen<%d> MessageLen<%d>",
+                    closeNeeded)) {
         {
             OCPP_SECTION(&m_waitLock);
             auto it = m_waitTable.find(id);
@@ -868,6 +879,7 @@ int CWebSocketClient::SendMessage(const char* messageId, const char* message, in
             }
         }
         m_removedCv.notify_all();
+        if (closeNeeded) Close();
         return 0;
     }
     {

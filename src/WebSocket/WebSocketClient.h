@@ -121,7 +121,7 @@ private:
     void OnWebSocketMessage(const char* message, size_t length);
     void OnLinkDown(const char* why);
     void FailQueuedFrames();  // socket lock held
-    int WriteFrame(const char* message, int length, const char* failFormat);
+    int WriteFrame(const char* message, int length, const char* failFormat, bool& closeNeeded);
     void WriteNextFrame(lws* wsi);
     SendItem* NewItem(const std::string& id, uint8_t inbound);
     void FreeItem(SendItem* item);
@@ -163,6 +163,7 @@ private:
     std::condition_variable_any m_writeCv;               // socket lock
     std::condition_variable_any m_removedCv;             // wait-table lock
     pthread_mutex_t m_periodLock;
+    pthread_mutex_t m_closeLock;
     std::condition_variable_any m_periodCv;  // wakes sweeper and ping thread on Close
     std::atomic<int64_t> m_iPingCheckPoint{0};
 };
