@@ -107,6 +107,34 @@ TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
     CWebSocketClient::SetWildcardRefusedDomain("");
 }
 
+TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
+    TempDir dir;
+    TestPki pki = MakeTestPki(dir.path(), "127.0.0.1");
+    ASSERT_FALSE(pki.clientCert.empty());
+    {
+        ClientCertServer server(pki);
+        CWebSocketClient client;
+        RecordingLink link;
+        client.SetConnType(CONNTYPE_TLS_CLIENT_CERT);
+        client.SetSsl(pki.clientCert.c_str(), pki.clientKey.c_str(), pki.caCert.c_str());
+        ASSERT_EQ(client.Init(Url(server.Port()).c_str(), &link, 5), 1);
+        EXPECT_EQ(server.WaitPeerCommonName(), "CP001");
+        client.Close();
+    }
+    {
+        // Without the station certificate the same server refuses the handshake.
+        ClientCertServer server(pki);
+        CWebSocketClient client;
+        RecordingLink link;
+        client.SetConnType(CONNTYPE_TLS_CLIENT_CERT);
+        client.SetSsl(nullptr, nullptr, pki.caCert.c_str());
+        ASSERT_EQ(client.Init(Url(server.Port()).c_str(), &link, 5), 1);
+        EXPECT_EQ(server.WaitPeerCommonName(), "");
+        EXPECT_TRUE(server.Refused());
+        client.Close();
+    }
+}
+
 TEST(WebSocketTls, PlainProfilesDoNotStartTls) {
     RawWsServer raw;
     CWebSocketClient client;
