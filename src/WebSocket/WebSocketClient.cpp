@@ -136,6 +136,11 @@ void CWebSocketClient::SetPingInterval(int seconds) {
     m_iPingInterval = interval;
 }
 
+int CWebSocketClient::GetPingInterval() {
+    OCPP_SECTION(&m_socketLock);
+    return m_iPingInterval;
+}
+
 void CWebSocketClient::SetConnType(CONNTYPE type) {
     OCPP_SECTION(&m_socketLock);
     m_eConnType = type;

@@ -68,7 +68,7 @@ public:
 
     int IsWebSocketConnected();
     int64_t GetLastOperateTimeSec();
-    int GetPingInterval() const { return m_iPingInterval; }
+    int GetPingInterval();
     void LockSocket() {}
     void UnLockSocket() {}
 
