@@ -1,0 +1,388 @@
+#include "WsTestPeers.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/sha.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+
+#include "TestSupport.h"
+
+namespace ocpptest {
+
+namespace {
+std::string HeaderValue(const std::string& request, const std::string& name) {
+    std::string lower = request;
+    for (char& c : lower) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    std::string key = "\r\n" + name + ":";
+    for (char& c : key) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    size_t at = lower.find(key);
+    if (at == std::string::npos) return "";
+    size_t start = at + key.size();
+    size_t end = request.find("\r\n", start);
+    std::string value = request.substr(start, end - start);
+    while (!value.empty() && value.front() == ' ') value.erase(0, 1);
+    return value;
+}
+
+std::string AcceptKey(const std::string& key) {
+    std::string text = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
+    unsigned char digest[SHA_DIGEST_LENGTH];
+    SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest);
+    unsigned char out[64] = {0};
+    EVP_EncodeBlock(out, digest, SHA_DIGEST_LENGTH);
+    return reinterpret_cast<char*>(out);
+}
+
+bool ReadExact(int fd, unsigned char* buf, size_t n, const std::atomic<bool>& stop) {
+    size_t got = 0;
+    while (got < n && !stop) {
+        struct pollfd p = {fd, POLLIN, 0};
+        if (poll(&p, 1, 100) <= 0) continue;
+        ssize_t r = recv(fd, buf + got, n - got, 0);
+        if (r <= 0) return false;
+        got += static_cast<size_t>(r);
+    }
+    return got == n;
+}
+}  // namespace
+
+RawWsServer::RawWsServer(bool answerHandshake) : m_answer(answerHandshake) {
+    m_listenFd = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_port = 0;
+    if (bind(m_listenFd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || listen(m_listenFd, 4) != 0) {
+        ADD_FAILURE() << "raw server cannot listen";
+        return;
+    }
+    socklen_t len = sizeof(addr);
+    getsockname(m_listenFd, reinterpret_cast<sockaddr*>(&addr), &len);
+    m_port = ntohs(addr.sin_port);
+    m_thread = std::thread([this] { Run(); });
+}
+
+RawWsServer::~RawWsServer() {
+    m_stop = true;
+    if (m_thread.joinable()) m_thread.join();
+    if (m_listenFd >= 0) close(m_listenFd);
+}
+
+void RawWsServer::Run() {
+    Serve();
+    // Only this thread closes the socket, so no other thread can act on a reused descriptor.
+    std::lock_guard<std::mutex> lock(m_fdMutex);
+    int fd = m_connFd.exchange(-1);
+    if (fd >= 0) close(fd);
+}
+
+void RawWsServer::Serve() {
+    int fd = -1;
+    while (!m_stop && fd < 0) {
+        struct pollfd p = {m_listenFd, POLLIN, 0};
+        if (poll(&p, 1, 100) > 0) fd = accept(m_listenFd, nullptr, nullptr);
+    }
+    if (fd < 0) return;
+    {
+        std::lock_guard<std::mutex> lock(m_fdMutex);
+        m_connFd = fd;
+    }
+    std::string request;
+    char buf[4096];
+    while (!m_stop && request.find("\r\n\r\n") == std::string::npos) {
+        struct pollfd p = {fd, POLLIN, 0};
+        if (poll(&p, 1, 100) <= 0) continue;
+        ssize_t r = recv(fd, buf, sizeof(buf), 0);
+        if (r <= 0) return;
+        request.append(buf, static_cast<size_t>(r));
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_request = request;
+    }
+    if (!m_answer) {
+        while (!m_stop) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return;
+    }
+    std::string reply = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                        "Sec-WebSocket-Accept: " + AcceptKey(HeaderValue(request, "Sec-WebSocket-Key")) + "\r\n";
+    std::string protocol = HeaderValue(request, "Sec-WebSocket-Protocol");
+    if (!protocol.empty()) reply += "Sec-WebSocket-Protocol: " + protocol + "\r\n";
+    reply += "\r\n";
+    send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+    // Client frames: record opcode and unmasked payload; answer nothing (no pongs).
+    while (!m_stop) {
+        unsigned char head[2];
+        if (!ReadExact(fd, head, 2, m_stop)) break;
+        uint64_t len = head[1] & 0x7f;
+        if (len == 126) {
+            unsigned char ext[2];
+            if (!ReadExact(fd, ext, 2, m_stop)) break;
+            len = (static_cast<uint64_t>(ext[0]) << 8) | ext[1];
+        } else if (len == 127) {
+            unsigned char ext[8];
+            if (!ReadExact(fd, ext, 8, m_stop)) break;
+            len = 0;
+            for (int i = 0; i < 8; ++i) len = (len << 8) | ext[i];
+        }
+        unsigned char mask[4] = {0, 0, 0, 0};
+        if ((head[1] & 0x80) && !ReadExact(fd, mask, 4, m_stop)) break;
+        std::string payload(static_cast<size_t>(len), '\0');
+        if (len > 0 && !ReadExact(fd, reinterpret_cast<unsigned char*>(&payload[0]), payload.size(), m_stop)) break;
+        for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>(payload[i] ^ mask[i % 4]);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_opcodes.push_back(head[0] & 0x0f);
+        m_payloads.push_back(payload);
+    }
+}
+
+std::string RawWsServer::WaitRequest(int timeoutMs) {
+    std::string request;
+    WaitFor(
+        [&] {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            request = m_request;
+            return !request.empty();
+        },
+        timeoutMs);
+    return request;
+}
+
+bool RawWsServer::SendFrame(unsigned char finAndOpcode, const std::string& payload) {
+    std::lock_guard<std::mutex> lock(m_fdMutex);
+    int fd = m_connFd;
+    if (fd < 0) return false;
+    std::string frame;
+    frame.push_back(static_cast<char>(finAndOpcode));
+    if (payload.size() < 126) {
+        frame.push_back(static_cast<char>(payload.size()));
+    } else {
+        frame.push_back(126);
+        frame.push_back(static_cast<char>((payload.size() >> 8) & 0xff));
+        frame.push_back(static_cast<char>(payload.size() & 0xff));
+    }
+    frame += payload;
+    return send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size());
+}
+
+void RawWsServer::CloseConnection() {
+    std::lock_guard<std::mutex> lock(m_fdMutex);
+    if (m_connFd >= 0) shutdown(m_connFd, SHUT_RDWR);
+}
+
+std::vector<int> RawWsServer::Opcodes() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_opcodes;
+}
+
+std::vector<std::string> RawWsServer::Payloads() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_payloads;
+}
+
+RecordingCsms::RecordingCsms(const std::string& protocol, const std::string& cert, const std::string& key,
+                             const std::string& ca) {
+    if (!cert.empty() || !key.empty() || !ca.empty()) m_server.SetSsl(cert.c_str(), key.c_str(), ca.c_str());
+    m_started = m_server.Init(protocol.c_str(), 0, this) == 1;
+}
+
+RecordingCsms::~RecordingCsms() { m_server.Close(); }
+
+bool RecordingCsms::Send(const std::string& text) {
+    struct lws* session;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        session = m_session;
+    }
+    return session != nullptr && m_server.SendMessage(session, text.c_str()) == 1;
+}
+
+bool RecordingCsms::WaitSession(int timeoutMs) {
+    return WaitFor([this] {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_session != nullptr;
+    }, timeoutMs);
+}
+
+std::vector<std::string> RecordingCsms::Messages() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_messages;
+}
+
+bool RecordingCsms::WaitMessageContaining(const std::string& needle, int timeoutMs) {
+    return WaitFor([&] {
+        for (const auto& m : Messages())
+            if (m.find(needle) != std::string::npos) return true;
+        return false;
+    }, timeoutMs);
+}
+
+void RecordingCsms::OnNewSession(CWebSocketServer*, struct lws* connection) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_session = connection;
+    }
+    ++sessionsOpened;
+}
+
+void RecordingCsms::OnCloseSession(CWebSocketServer*, struct lws* connection) {
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_session == connection) m_session = nullptr;
+    }
+    ++sessionsClosed;
+}
+
+void RecordingCsms::OnMessage(CWebSocketServer*, struct lws*, const char* data, int length) {
+    std::string text(data, static_cast<size_t>(length));
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_messages.push_back(text);
+    }
+    if (onMessage) onMessage(text);
+}
+
+void RecordingLink::OnMessage(const char* message, int length) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_messages.emplace_back(message, static_cast<size_t>(length));
+}
+
+std::vector<std::string> RecordingLink::Messages() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_messages;
+}
+
+TestPki MakeTestPki(const std::string& dir, const std::string& serverCommonName) {
+    const std::string d = "'" + dir + "'";
+    const std::string script =
+        "cd " + d + " && "
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout ca.key -out ca.crt "
+        "-days 2 -subj '/CN=Test Root' >/dev/null 2>&1 && "
+        "openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout server.key -out server.csr "
+        "-subj '/CN=" + serverCommonName + "' >/dev/null 2>&1 && "
+        "printf 'subjectAltName=IP:127.0.0.1,DNS:localhost\\nbasicConstraints=CA:FALSE\\n' > ext.cnf && "
+        "openssl x509 -req -in server.csr -CA ca.crt -CAkey ca.key -CAcreateserial -out server.crt -days 2 "
+        "-extfile ext.cnf >/dev/null 2>&1 && "
+        "openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout client.key -out client.csr "
+        "-subj '/CN=CP001' >/dev/null 2>&1 && "
+        "openssl x509 -req -in client.csr -CA ca.crt -CAkey ca.key -CAcreateserial -out client.crt -days 2 "
+        ">/dev/null 2>&1";
+    TestPki pki;
+    if (system(script.c_str()) != 0) return pki;
+    pki.caCert = ReadText(dir + "/ca.crt");
+    pki.serverCert = ReadText(dir + "/server.crt");
+    pki.serverKey = ReadText(dir + "/server.key");
+    pki.clientCert = ReadText(dir + "/client.crt");
+    pki.clientKey = ReadText(dir + "/client.key");
+    return pki;
+}
+
+namespace {
+X509* PemCert(const std::string& pem) {
+    BIO* bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
+    X509* cert = PEM_read_bio_X509(bio, nullptr, nullptr, nullptr);
+    BIO_free(bio);
+    return cert;
+}
+
+EVP_PKEY* PemKey(const std::string& pem) {
+    BIO* bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
+    EVP_PKEY* key = PEM_read_bio_PrivateKey(bio, nullptr, nullptr, nullptr);
+    BIO_free(bio);
+    return key;
+}
+}  // namespace
+
+ClientCertServer::ClientCertServer(const TestPki& pki) {
+    SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
+    m_ctx = ctx;
+    X509* cert = PemCert(pki.serverCert);
+    EVP_PKEY* key = PemKey(pki.serverKey);
+    X509* ca = PemCert(pki.caCert);
+    if (cert == nullptr || key == nullptr || ca == nullptr || SSL_CTX_use_certificate(ctx, cert) != 1 ||
+        SSL_CTX_use_PrivateKey(ctx, key) != 1 || X509_STORE_add_cert(SSL_CTX_get_cert_store(ctx), ca) != 1) {
+        ADD_FAILURE() << "client-certificate server cannot load the test PKI";
+    }
+    X509_free(cert);
+    EVP_PKEY_free(key);
+    X509_free(ca);
+    SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+
+    m_listenFd = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(m_listenFd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || listen(m_listenFd, 4) != 0) {
+        ADD_FAILURE() << "client-certificate server cannot listen";
+        return;
+    }
+    socklen_t len = sizeof(addr);
+    getsockname(m_listenFd, reinterpret_cast<sockaddr*>(&addr), &len);
+    m_port = ntohs(addr.sin_port);
+    m_thread = std::thread([this] { Run(); });
+}
+
+ClientCertServer::~ClientCertServer() {
+    m_stop = true;
+    if (m_thread.joinable()) m_thread.join();
+    if (m_listenFd >= 0) close(m_listenFd);
+    SSL_CTX_free(static_cast<SSL_CTX*>(m_ctx));
+}
+
+void ClientCertServer::Run() {
+    int fd = -1;
+    while (!m_stop && fd < 0) {
+        struct pollfd p = {m_listenFd, POLLIN, 0};
+        if (poll(&p, 1, 100) > 0) fd = accept(m_listenFd, nullptr, nullptr);
+    }
+    if (fd < 0) return;
+    struct timeval tv = {3, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+    SSL* ssl = SSL_new(static_cast<SSL_CTX*>(m_ctx));
+    SSL_set_fd(ssl, fd);
+    std::string commonName;
+    bool ok = SSL_accept(ssl) == 1;
+    if (ok) {
+        X509* peer = SSL_get1_peer_certificate(ssl);
+        char cn[256] = {0};
+        if (peer != nullptr) X509_NAME_get_text_by_NID(X509_get_subject_name(peer), NID_commonName, cn, sizeof(cn));
+        X509_free(peer);
+        commonName = cn;
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_commonName = commonName;
+        m_refused = !ok;
+    }
+    SSL_free(ssl);
+    close(fd);
+}
+
+std::string ClientCertServer::WaitPeerCommonName(int timeoutMs) {
+    std::string name;
+    WaitFor([&] {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        name = m_commonName;
+        return !name.empty() || m_refused;
+    }, timeoutMs);
+    return name;
+}
+
+bool ClientCertServer::Refused() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_refused;
+}
+
+}  // namespace ocpptest

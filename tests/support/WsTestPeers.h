@@ -1,0 +1,131 @@
+#pragma once
+// Peers for transport tests: a bare-socket WebSocket server that shows the raw
+// handshake and can send frames the library's own server never would, and a
+// recording CSMS built on the library's local server.
+#include <OcppWebSocket.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "WebSocket/WebSocketClientCallBack.h"
+
+namespace ocpptest {
+
+// Minimal server on 127.0.0.1 and an ephemeral port, one connection at a time.
+class RawWsServer {
+public:
+    explicit RawWsServer(bool answerHandshake = true);
+    ~RawWsServer();
+    int Port() const { return m_port; }
+    // The client's handshake request, once it has arrived (empty on time-out).
+    std::string WaitRequest(int timeoutMs = 5000);
+    // One server frame (unmasked) with the given first byte (FIN, opcode).
+    bool SendFrame(unsigned char finAndOpcode, const std::string& payload);
+    void CloseConnection();
+    // Opcodes of the frames received from the client (unmasked payloads in Payloads()).
+    std::vector<int> Opcodes();
+    std::vector<std::string> Payloads();
+
+private:
+    void Run();
+    void Serve();
+    bool m_answer;
+    std::mutex m_fdMutex;
+    int m_listenFd = -1;
+    int m_port = 0;
+    std::atomic<int> m_connFd{-1};
+    std::atomic<bool> m_stop{false};
+    std::mutex m_mutex;
+    std::string m_request;
+    std::vector<int> m_opcodes;
+    std::vector<std::string> m_payloads;
+    std::thread m_thread;
+};
+
+// Library's local server acting as CSMS; records what the station sends.
+class RecordingCsms : public CWebSocketServerCallBack {
+public:
+    // TLS when any PEM text is given.
+    explicit RecordingCsms(const std::string& protocol = "ocpp2.0.1", const std::string& cert = "",
+                           const std::string& key = "", const std::string& ca = "");
+    ~RecordingCsms() override;
+    int Port() const { return m_server.GetPort(); }
+    bool Started() const { return m_started; }
+    CWebSocketServer& Server() { return m_server; }
+    // Sends to the most recent session; false without one.
+    bool Send(const std::string& text);
+    bool WaitSession(int timeoutMs = 5000);
+    std::vector<std::string> Messages();
+    bool WaitMessageContaining(const std::string& needle, int timeoutMs = 5000);
+    // Called on the server thread for every message; may answer through Send.
+    std::function<void(const std::string&)> onMessage;
+
+    void OnNewSession(CWebSocketServer* server, struct lws* connection) override;
+    void OnCloseSession(CWebSocketServer* server, struct lws* connection) override;
+    void OnMessage(CWebSocketServer* server, struct lws* connection, const char* data, int length) override;
+
+    std::atomic<int> sessionsOpened{0};
+    std::atomic<int> sessionsClosed{0};
+
+private:
+    CWebSocketServer m_server;
+    bool m_started = false;
+    std::mutex m_mutex;
+    struct lws* m_session = nullptr;
+    std::vector<std::string> m_messages;
+};
+
+// Station-side callback that records what the transport reports.
+class RecordingLink : public CWebSocketClientCallBack {
+public:
+    void OnConnectSuccess() override { ++connected; }
+    void OnConnectError() override { ++errors; }
+    void OnMessage(const char* message, int length) override;
+    std::vector<std::string> Messages();
+    std::atomic<int> connected{0};
+    std::atomic<int> errors{0};
+
+private:
+    std::mutex m_mutex;
+    std::vector<std::string> m_messages;
+};
+
+// Test PKI made with the openssl command line in `dir`.
+struct TestPki {
+    std::string caCert;
+    std::string serverCert;
+    std::string serverKey;
+    std::string clientCert;  // Common Name "CP001"
+    std::string clientKey;
+};
+// A CA, a server certificate for 127.0.0.1 with the given Common Name and a
+// station certificate; empty on failure.
+TestPki MakeTestPki(const std::string& dir, const std::string& serverCommonName);
+
+// TLS listener on 127.0.0.1 that demands a client certificate signed by the
+// test CA and records the Common Name it got ("" while none).
+class ClientCertServer {
+public:
+    explicit ClientCertServer(const TestPki& pki);
+    ~ClientCertServer();
+    int Port() const { return m_port; }
+    std::string WaitPeerCommonName(int timeoutMs = 5000);
+    bool Refused();
+
+private:
+    void Run();
+    void* m_ctx = nullptr;
+    int m_listenFd = -1;
+    int m_port = 0;
+    std::atomic<bool> m_stop{false};
+    std::mutex m_mutex;
+    std::string m_commonName;
+    bool m_refused = false;
+    std::thread m_thread;
+};
+
+}  // namespace ocpptest

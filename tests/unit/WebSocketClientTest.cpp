@@ -1,0 +1,455 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "TestSupport.h"
+#include "Util/Tools.h"
+#include "WebSocket/WebSocketClient.h"
+#include "WsTestPeers.h"
+
+using namespace ocpptest;
+
+namespace {
+std::string Url(int port, const std::string& path = "ocpp/CP001") {
+    return "ocpp2.0.1://127.0.0.1:" + std::to_string(port) + "/" + path;
+}
+
+// Our own server insists on Basic authentication, so these clients always carry it.
+bool ConnectToCsms(CWebSocketClient& client, RecordingLink& link, RecordingCsms& csms, int64_t timeoutSec = 5) {
+    client.SetNamePwd("CP001", "secret");
+    if (!client.Init(Url(csms.Port()).c_str(), &link, timeoutSec)) return false;
+    return WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000) && csms.WaitSession();
+}
+
+int64_t ElapsedMs(std::chrono::steady_clock::time_point since) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since).count();
+}
+}  // namespace
+
+TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
+    WebSocketUrlInfo u;
+    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp2.0.1://csms.example.com:443/ocpp/CP1", u), 1);
+    EXPECT_STREQ(u.szProtocol, "ocpp2.0.1");
+    EXPECT_STREQ(u.szHost, "csms.example.com");
+    EXPECT_EQ(u.iPort, 443);
+    EXPECT_STREQ(u.szPath, "ocpp/CP1");
+
+    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp2.0.1://host/ocpp/CP1", u), 1);
+    EXPECT_STREQ(u.szHost, "host");
+    EXPECT_EQ(u.iPort, 80) << "no port means 80, even for TLS profiles";
+    EXPECT_STREQ(u.szPath, "ocpp/CP1");
+
+    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp1.6://10.0.0.5:8180", u), 1);
+    EXPECT_STREQ(u.szProtocol, "ocpp1.6");
+    EXPECT_STREQ(u.szHost, "10.0.0.5");
+    EXPECT_EQ(u.iPort, 8180);
+    EXPECT_STREQ(u.szPath, "");
+
+    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp1.6://bare-host", u), 1);
+    EXPECT_STREQ(u.szHost, "bare-host");
+    EXPECT_EQ(u.iPort, 80);
+    EXPECT_STREQ(u.szPath, "");
+
+    EXPECT_EQ(CWebSocketClient::GetUrlInfo("no scheme at all", u), 0);
+    EXPECT_EQ(CWebSocketClient::GetUrlInfo(nullptr, u), 0);
+    // An over-long host must be cut, not overrun the 256-byte field.
+    std::string longUrl = "ocpp2.0.1://" + std::string(600, 'h') + ":80/p";
+    CWebSocketClient::GetUrlInfo(longUrl.c_str(), u);
+    EXPECT_LT(strlen(u.szHost), sizeof(u.szHost));
+}
+
+TEST(WebSocketPing, IntervalHasAThirtySecondFloorAndZeroDisables) {
+    CWebSocketClient client;
+    client.SetPingInterval(10);
+    EXPECT_EQ(client.GetPingInterval(), 30);
+    client.SetPingInterval(-5);
+    EXPECT_EQ(client.GetPingInterval(), 30);
+    client.SetPingInterval(0);
+    EXPECT_EQ(client.GetPingInterval(), 0);
+    client.SetPingInterval(45);
+    EXPECT_EQ(client.GetPingInterval(), 45);
+}
+
+TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthWhenCredentialsSet) {
+    RawWsServer raw;
+    CWebSocketClient client;
+    RecordingLink link;
+    client.SetConnType(CONNTYPE_WS);  // the header depends on the credentials, not the type
+    client.SetNamePwd("CP001", "secret");
+    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
+    std::string request = raw.WaitRequest();
+    EXPECT_EQ(request.rfind("GET /ocpp/CP001 HTTP/1.1\r\n", 0), 0u) << request;
+    EXPECT_NE(request.find("Sec-WebSocket-Protocol: ocpp2.0.1"), std::string::npos) << request;
+    // base64("CP001:secret")
+    EXPECT_NE(request.find("Authorization: Basic Q1AwMDE6c2VjcmV0\r\n"), std::string::npos) << request;
+    EXPECT_TRUE(WaitFor([&] { return link.connected == 1; }));
+    client.Close();
+}
+
+TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAloneSendsIt) {
+    {
+        RawWsServer raw;
+        CWebSocketClient client;
+        RecordingLink link;
+        ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
+        std::string request = raw.WaitRequest();
+        ASSERT_FALSE(request.empty());
+        EXPECT_EQ(request.find("Authorization:"), std::string::npos) << request;
+    }
+    {
+        RawWsServer raw;
+        CWebSocketClient client;
+        RecordingLink link;
+        client.SetNamePwd("", "pw");
+        ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
+        std::string request = raw.WaitRequest();
+        EXPECT_NE(request.find("Authorization: Basic OnB3\r\n"), std::string::npos) << request;
+    }
+}
+
+TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
+    RecordingCsms csms;
+    ASSERT_TRUE(csms.Started());
+    CWebSocketClient client;
+    RecordingLink link;
+    const int64_t before = CTools::GetCurRunTimeSec();
+    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    EXPECT_EQ(link.connected, 1);
+    EXPECT_EQ(link.errors, 0);
+    EXPECT_GE(client.GetLastOperateTimeSec(), before);
+
+    const std::string call = "[2,\"csms-1\",\"Reset\",{\"type\":\"Immediate\"}]";
+    ASSERT_TRUE(csms.Send(call));
+    ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
+    EXPECT_EQ(link.Messages()[0], call);
+
+    // The host's answer goes out once; a second answer to the same CALL is refused.
+    const std::string answer = "[3,\"csms-1\",\n{\"status\":\"Accepted\"}]";
+    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 1);
+    EXPECT_TRUE(csms.WaitMessageContaining("csms-1"));
+    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 0);
+    EXPECT_EQ(client.WaitingCount(), 0u);
+
+    // Station CALLs need no registration.
+    const std::string heartbeat = "[2,\"st-1\",\"Heartbeat\",{}]";
+    EXPECT_EQ(client.SendMessage(heartbeat.c_str(), static_cast<int>(heartbeat.size())), 1);
+    EXPECT_TRUE(csms.WaitMessageContaining("st-1"));
+    client.Close();
+    EXPECT_EQ(client.IsWebSocketConnected(), 0);
+    EXPECT_EQ(link.errors, 0) << "closing on purpose is not a connection loss";
+}
+
+TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime) {
+    RawWsServer raw;
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
+    ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
+    raw.CloseConnection();
+    ASSERT_TRUE(WaitFor([&] { return link.errors >= 1; }, 5000));
+    EXPECT_EQ(client.IsWebSocketConnected(), 0);
+    EXPECT_EQ(client.GetLastOperateTimeSec(), 0);
+    const std::string frame = "[2,\"x\",\"Heartbeat\",{}]";
+    EXPECT_EQ(client.SendMessage(frame.c_str(), static_cast<int>(frame.size())), 0);
+    client.Close();
+    EXPECT_EQ(link.errors, 1);
+}
+
+namespace {
+// An upper layer that, wrongly, makes a synchronous request from the connect callback.
+class RequestingLink : public RecordingLink {
+public:
+    void OnConnectSuccess() override {
+        const std::string frame = "[2,\"cb-1\",\"BootNotification\",{}]";
+        char answer[256];
+        int len = sizeof(answer);
+        result = client->SendMessage("cb-1", frame.c_str(), static_cast<int>(frame.size()), answer, &len);
+        RecordingLink::OnConnectSuccess();
+    }
+    CWebSocketClient* client = nullptr;
+    std::atomic<int> result{-1};
+};
+}  // namespace
+
+TEST(WebSocketLink, RequestFromInsideALinkCallbackIsRefusedInsteadOfStallingTheLink) {
+    RecordingCsms csms;
+    CWebSocketClient client;
+    RequestingLink link;
+    link.client = &client;
+    client.SetNamePwd("CP001", "secret");
+    ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 30), 1);
+    ASSERT_TRUE(WaitFor([&] { return link.connected == 1; }, 5000));
+    EXPECT_EQ(link.result, 0);
+    ASSERT_TRUE(csms.WaitSession());
+    ASSERT_TRUE(csms.Send("[2,\"after-cb\",\"Reset\",{}]"));
+    EXPECT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
+    client.Close();
+}
+
+TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
+    int port;
+    {
+        RawWsServer closed;  // take a free port, then free it again
+        port = closed.Port();
+    }
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_EQ(client.Init(Url(port).c_str(), &link, 5), 1);
+    EXPECT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
+    EXPECT_EQ(link.connected, 0);
+    client.Close();
+    EXPECT_EQ(link.errors, 1);
+}
+
+TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
+    RawWsServer raw;
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
+    ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
+
+    // Text frame without FIN, a continuation, then the final continuation.
+    ASSERT_TRUE(raw.SendFrame(0x01, "[2,\"frag-1\","));
+    ASSERT_TRUE(raw.SendFrame(0x00, "\"DataTransfer\","));
+    ASSERT_TRUE(raw.SendFrame(0x80, "{\"vendorId\":\"v\"}]"));
+    ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
+    EXPECT_EQ(link.Messages()[0], "[2,\"frag-1\",\"DataTransfer\",{\"vendorId\":\"v\"}]");
+
+    // Larger than the library's receive buffer, so it arrives in pieces.
+    std::string big = "[2,\"big-1\",\"DataTransfer\",{\"data\":\"" + std::string(60000, 'x') + "\"}]";
+    ASSERT_TRUE(raw.SendFrame(0x81, big));
+    ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 2; }));
+    EXPECT_EQ(link.Messages()[1], big);
+
+    // Garbage and unknown message types are dropped without upsetting the link.
+    ASSERT_TRUE(raw.SendFrame(0x81, "not json"));
+    ASSERT_TRUE(raw.SendFrame(0x81, "[9,\"odd\"]"));
+    ASSERT_TRUE(raw.SendFrame(0x81, "[2,\"after\",\"Heartbeat\",{}]"));
+    ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 3; }));
+    EXPECT_EQ(link.Messages()[2], "[2,\"after\",\"Heartbeat\",{}]");
+    client.Close();
+}
+
+TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
+    RecordingCsms csms;
+    csms.onMessage = [&](const std::string& text) {
+        if (text.find("\"req-7\"") != std::string::npos) {
+            csms.Send("[3,\"unrelated\",{}]");
+            csms.Send("[3,\"req-7\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]");
+        }
+    };
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    const std::string request = "[2,\"req-7\",\"Heartbeat\",{}]";
+    char answer[65535] = {0};
+    int answerLen = 0;
+    ASSERT_EQ(client.SendMessage("req-7", request.c_str(), static_cast<int>(request.size()), answer, &answerLen), 1);
+    EXPECT_STREQ(answer, "[3,\"req-7\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]");
+    EXPECT_EQ(answerLen, static_cast<int>(strlen(answer)));
+    EXPECT_EQ(client.WaitingCount(), 0u);
+    // The unmatched CALLRESULT goes up to the engine's own queue.
+    ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
+    EXPECT_EQ(link.Messages()[0], "[3,\"unrelated\",{}]");
+    client.Close();
+}
+
+TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
+    RecordingCsms csms;
+    csms.onMessage = [&](const std::string& text) {
+        if (text.find("\"req-big\"") != std::string::npos) csms.Send("[3,\"req-big\",{\"x\":\"0123456789\"}]");
+    };
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
+    char answer[16];
+    memset(answer, 0x5a, sizeof(answer));
+    int capacity = 8;
+    EXPECT_EQ(client.SendMessage("req-big", request.c_str(), static_cast<int>(request.size()), answer, &capacity), 0);
+    for (size_t i = 8; i < sizeof(answer); ++i) EXPECT_EQ(answer[i], 0x5a);
+    client.Close();
+}
+
+TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
+    ClockGuard clock;
+    RecordingCsms csms;  // never answers
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_TRUE(ConnectToCsms(client, link, csms, 5));
+    CTools::FreezeClock(true);
+    const std::string request = "[2,\"req-lost\",\"Heartbeat\",{}]";
+    auto pending = std::async(std::launch::async, [&] {
+        char answer[256] = {0};
+        int len = sizeof(answer);
+        return client.SendMessage("req-lost", request.c_str(), static_cast<int>(request.size()), answer, &len);
+    });
+    ASSERT_TRUE(csms.WaitMessageContaining("req-lost"));
+    // Exactly the time-out is not yet too late.
+    CTools::AdvanceClockMs(5000);
+    client.SweepTimeouts();
+    EXPECT_EQ(pending.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    CTools::AdvanceClockMs(1000);
+    const auto swept = std::chrono::steady_clock::now();
+    client.SweepTimeouts();
+    ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
+    EXPECT_EQ(pending.get(), 0);
+    EXPECT_LT(ElapsedMs(swept), 1000);
+    EXPECT_EQ(client.WaitingCount(), 0u);
+    client.Close();
+}
+
+TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
+    RecordingCsms csms;
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_TRUE(ConnectToCsms(client, link, csms, 30));
+    const std::string request = "[2,\"dup\",\"Heartbeat\",{}]";
+    auto first = std::async(std::launch::async, [&] {
+        char answer[256];
+        int len = sizeof(answer);
+        return client.SendMessage("dup", request.c_str(), static_cast<int>(request.size()), answer, &len);
+    });
+    ASSERT_TRUE(WaitFor([&] { return client.WaitingCount() == 1; }));
+    char answer[256];
+    int len = sizeof(answer);
+    EXPECT_EQ(client.SendMessage("dup", request.c_str(), static_cast<int>(request.size()), answer, &len), 0);
+    client.Close();
+    EXPECT_EQ(first.get(), 0);
+}
+
+TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
+    RecordingCsms csms;  // never answers
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_TRUE(ConnectToCsms(client, link, csms, 60));
+    const std::string request = "[2,\"blocked\",\"Heartbeat\",{}]";
+    auto pending = std::async(std::launch::async, [&] {
+        char answer[256] = {0};
+        int len = sizeof(answer);
+        return client.SendMessage("blocked", request.c_str(), static_cast<int>(request.size()), answer, &len);
+    });
+    ASSERT_TRUE(csms.WaitMessageContaining("blocked"));
+    const auto start = std::chrono::steady_clock::now();
+    client.Close();
+    ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
+    EXPECT_EQ(pending.get(), 0);
+    EXPECT_LT(ElapsedMs(start), 2000);
+    EXPECT_EQ(client.WaitingCount(), 0u);
+}
+
+TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
+    RawWsServer raw;
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 60), 1);
+    ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
+    const std::string request = "[2,\"in-flight\",\"Heartbeat\",{}]";
+    auto pending = std::async(std::launch::async, [&] {
+        char answer[256] = {0};
+        int len = sizeof(answer);
+        return client.SendMessage("in-flight", request.c_str(), static_cast<int>(request.size()), answer, &len);
+    });
+    ASSERT_TRUE(WaitFor([&] { return raw.Payloads().size() == 1; }, 5000));
+    raw.CloseConnection();
+    ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
+    client.SweepTimeouts();
+    ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
+    EXPECT_EQ(pending.get(), 0);
+    client.Close();
+}
+
+TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
+    ClockGuard clock;
+    RecordingCsms csms;
+    CWebSocketClient client;
+    RecordingLink link;
+    ASSERT_TRUE(ConnectToCsms(client, link, csms, 2));
+    CTools::FreezeClock(true);
+    ASSERT_TRUE(csms.Send("[2,\"csms-slow\",\"GetVariables\",{}]"));
+    ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
+    CTools::AdvanceClockMs(3000);
+    client.SweepTimeouts();
+    ASSERT_TRUE(csms.WaitMessageContaining("csms-slow"));
+    EXPECT_EQ(csms.Messages().back(), "[4,\"csms-slow\",\"InternalError\",\"Request Timeout\",{}]");
+
+    const std::string late = "[3,\"csms-slow\",{\"getVariableResult\":[]}]";
+    EXPECT_EQ(client.SendMessage(late.c_str(), static_cast<int>(late.size())), 0);
+    const std::string unknown = "[3,\"never-asked\",{}]";
+    EXPECT_EQ(client.SendMessage(unknown.c_str(), static_cast<int>(unknown.size())), 0);
+    // Let anything wrongly sent arrive before looking.
+    const std::string marker = "[2,\"marker\",\"Heartbeat\",{}]";
+    ASSERT_EQ(client.SendMessage(marker.c_str(), static_cast<int>(marker.size())), 1);
+    ASSERT_TRUE(csms.WaitMessageContaining("marker"));
+    for (const auto& m : csms.Messages()) EXPECT_EQ(m.find("getVariableResult"), std::string::npos) << m;
+    client.Close();
+}
+
+TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
+    ClockGuard clock;
+    RawWsServer raw;  // never answers pings
+    CWebSocketClient client;
+    RecordingLink link;
+    LogCapture log;
+    client.SetPingInterval(30);
+    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
+    ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
+    CTools::FreezeClock(true);
+
+    CTools::AdvanceClockMs(30000);
+    client.CheckPing();
+    EXPECT_EQ(log.Count("LWS_WRITE_PING"), 0u) << "exactly the interval is not yet due";
+    CTools::AdvanceClockMs(1000);
+    client.CheckPing();
+    ASSERT_TRUE(WaitFor([&] { return !raw.Opcodes().empty(); }, 5000));
+    EXPECT_EQ(raw.Opcodes()[0], 0x9) << "a ping frame goes out";
+
+    ASSERT_TRUE(raw.SendFrame(0x81, "[2,\"still\",\"Heartbeat\",{}]"));
+    ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
+    CTools::AdvanceClockMs(31000);
+    client.CheckPing();
+    EXPECT_EQ(link.errors, 1);
+    EXPECT_EQ(client.IsWebSocketConnected(), 0);
+    EXPECT_EQ(client.GetLastOperateTimeSec(), 0);
+    EXPECT_TRUE(log.Contains("PONG NOT RECEIVE"));
+    CTools::AdvanceClockMs(31000);
+    client.CheckPing();
+    EXPECT_EQ(link.errors, 1) << "a lost link is reported once";
+    client.Close();
+}
+
+TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
+    ClockGuard clock;
+    RecordingCsms csms;  // the library's server answers pings
+    CWebSocketClient client;
+    RecordingLink link;
+    client.SetPingInterval(30);
+    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    CTools::FreezeClock(true);
+    for (int i = 0; i < 3; ++i) {
+        LogCapture log;
+        CTools::AdvanceClockMs(31000);
+        client.CheckPing();
+        ASSERT_TRUE(WaitFor([&] { return log.Contains("LWS_CALLBACK_CLIENT_RECEIVE_PONG"); }, 5000)) << "round " << i;
+    }
+    EXPECT_EQ(link.errors, 0);
+    EXPECT_EQ(client.IsWebSocketConnected(), 1);
+    client.Close();
+}
+
+TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
+    EXPECT_EQ(CWebSocketClient::ClassifyTlsError(
+                  "server's cert didn't look good, X509_V_ERR = 20: unable to get local issuer certificate"),
+              TLSFAIL_CSMS_CERTIFICATE);
+    EXPECT_EQ(CWebSocketClient::ClassifyTlsError("SSL routines::tlsv1 alert protocol version"), TLSFAIL_TLS_VERSION);
+    EXPECT_EQ(CWebSocketClient::ClassifyTlsError("tls: error:00000001:lib(0)::reason(1)"), TLSFAIL_TLS_VERSION);
+    EXPECT_EQ(CWebSocketClient::ClassifyTlsError("sslv3 alert handshake failure"), TLSFAIL_CIPHER_SUITE);
+    EXPECT_EQ(CWebSocketClient::ClassifyTlsError("tlsv1 alert insufficient security"), TLSFAIL_CIPHER_SUITE);
+    EXPECT_EQ(CWebSocketClient::ClassifyTlsError("connect failed"), 0);
+    EXPECT_EQ(CWebSocketClient::ClassifyTlsError(nullptr), 0);
+}
