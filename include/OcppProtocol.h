@@ -20,6 +20,7 @@
 #include "OcppLog.h"
 #include "OcppVariables.h"
 #include "OcppErrorCode.h"
+#include "OcppWebSocket.h"
 
 OCPP_EXTERN_C_BEGIN
 
@@ -79,13 +80,6 @@ typedef enum {
     TRANSACTIONSTOREPOINT_NEVER = 3
 } TRANSACTIONSTOREPOINT;
 
-/* Connection type of a profile; the value is the security profile number. */
-typedef enum {
-    CONNTYPE_PLAIN = 0,      /* ws://, no authentication */
-    CONNTYPE_BASIC = 1,      /* ws://, HTTP Basic */
-    CONNTYPE_TLS_BASIC = 2,  /* wss:// checked against the CA, HTTP Basic */
-    CONNTYPE_TLS_CLIENT = 3  /* wss:// with client certificate */
-} CONNTYPE;
 
 /* One CSMS connection profile, copied by value. */
 typedef struct {
