@@ -14,6 +14,8 @@
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
 #include "Process/ConnectorManager.h"
+#include "Process/PlugInManager.h"
+#include "Process/ReservationManager.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/CryptoUtil.h"
 #include "Util/FileUtil.h"
@@ -266,6 +268,8 @@ int OcppProtocol_InitCache(std::string url) {
             break;
     }
 
+    CReservationManager::GetInstance()->SetStoreFile(folder + "reservation.json");
+    CPlugInManager::GetInstance()->ReadAllPlugInInfo(CPlugInManager::GetPlugInListFile());
     const std::string hostLogFile = OcppProtocol_GetLogFile();
     const std::string logFile = hostLogFile.empty() ? folder + "log.db" : hostLogFile;
     CLogManager::GetInstance()->SetStoreFile(logFile);
@@ -275,6 +279,7 @@ int OcppProtocol_InitCache(std::string url) {
 void OcppProtocol_ReleaseCache() {
     CVariableCache::Release();
     CVariableCharacteristics::Release();
+    CReservationManager::Release();
     CLogManager::Release();
 }
 
@@ -290,6 +295,7 @@ void OcppProtocol_Release() {
     CTimerManager::Release();
     CConnectManager::Release();
     OcppProtocol_ResetSystem();
+    CPlugInManager::Release();
     // The log lock is static and stays valid; only the callback goes.
     OcppProtocol_SetLog(nullptr);
 }

@@ -1,0 +1,344 @@
+#include "Process/ReservationManager.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include <json/json.h>
+
+#include <OcppRecords.h>
+
+#include "Ocpp20/Process/JsonText.h"
+#include "OcppProtocol/MessageCallBack.h"
+#include "Util/CriticalSectionManager.h"
+#include "Util/FileUtil.h"
+#include "Util/Tools.h"
+
+namespace {
+pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
+
+// 1000 records of a few hundred bytes each; a larger file is not ours.
+const off_t kMaxFileBytes = 1024 * 1024;
+
+uint32_t NowSec() {
+    const int64_t now = CTools::CurTimeSec();
+    return now < 0 ? 0u : static_cast<uint32_t>(now);
+}
+
+bool Expired(const ReservationItem& item, uint32_t now) { return item.expiryTimeSec <= now; }
+
+// A token longer than its field would match another token once cut.
+bool ReadToken(const Json::Value& value, char* field, size_t capacity) {
+    if (!value.isString()) return false;
+    const std::string text = value.asString();
+    if (text.size() >= capacity) return false;
+    CTools::CopyField(field, capacity, text);
+    return true;
+}
+
+bool ItemFromJson(const Json::Value& e, ReservationItem* item) {
+    if (!e.isObject()) return false;
+    memset(item, 0, sizeof *item);
+    const Json::Value& id = e["id"];
+    const Json::Value& tokenType = e["tokentype"];
+    const Json::Value& groupTokenType = e["grouptokentype"];
+    const Json::Value& expiry = e["expirytimesec"];
+    if (!id.isUInt() || !tokenType.isInt() || !groupTokenType.isInt() || !expiry.isUInt()) return false;
+    item->id = id.asUInt();
+    item->tokenType = tokenType.asInt();
+    item->groupTokenType = groupTokenType.asInt();
+    item->expiryTimeSec = expiry.asUInt();
+    return ReadToken(e["token"], item->token, sizeof item->token) &&
+           ReadToken(e["grouptoken"], item->groupToken, sizeof item->groupToken);
+}
+}  // namespace
+
+CReservationManager* CReservationManager::s_instance = nullptr;
+
+CReservationManager* CReservationManager::GetInstance() {
+    OCPP_SECTION(&g_instanceSection);
+    if (s_instance == nullptr) s_instance = new CReservationManager();
+    return s_instance;
+}
+
+void CReservationManager::Release() {
+    CReservationManager* instance;
+    {
+        OCPP_SECTION(&g_instanceSection);
+        instance = s_instance;
+        s_instance = nullptr;
+    }
+    delete instance;
+}
+
+CReservationManager::CReservationManager() {
+    pthread_mutex_init(&m_mutex, nullptr);
+    pthread_mutex_init(&m_fileMutex, nullptr);
+}
+
+CReservationManager::~CReservationManager() {
+    pthread_mutex_destroy(&m_fileMutex);
+    pthread_mutex_destroy(&m_mutex);
+}
+
+int CReservationManager::SetStoreFile(const std::string& path) {
+    {
+        OCPP_SECTION(&m_mutex);
+        m_path = path;
+    }
+    LOG_INFO("Reservation Cache File: %s", path.c_str());
+    const int fd = openat(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        if (errno == EEXIST) {
+            LOG_INFO("Reservation Cache File already exists");
+            return SyncFromFile();
+        }
+        LOG_ERROR("SetStoreFile: openat failed, errno=%d", errno);
+        return 0;
+    }
+    if (write(fd, "[]", 2) != 2) {
+        LOG_ERROR("CReservationManager write error, errno=%d", errno);
+        close(fd);
+        return 0;
+    }
+    if (fsync(fd) != 0) LOG_ERROR("CReservationManager fsync failed, errno=%d", errno);
+    close(fd);
+    LOG_INFO("Reservation Cache File created");
+    return SyncFromFile();
+}
+
+int CReservationManager::SyncFromFile() {
+    std::string path;
+    {
+        OCPP_SECTION(&m_mutex);
+        m_items.clear();
+        path = m_path;
+    }
+    if (path.empty()) return 1;
+    std::string text;
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || st.st_size > kMaxFileBytes || !CFileUtil::ReadFile(path, text)) {
+        LOG_ERROR("Reservation Cache File can not be read: %s", path.c_str());
+        return 0;
+    }
+    Json::Value root;
+    bool parsed = false;
+    {
+        Json::CharReaderBuilder builder;
+        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+        std::string errors;
+        try {
+            parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
+        } catch (const std::exception&) {
+            parsed = false;  // nesting beyond the reader's limit
+        }
+    }
+    if (!parsed || !root.isArray()) {
+        LOG_ERROR("Reservation Cache File json parse failed");
+        return 0;
+    }
+    const int count = static_cast<int>(root.size());
+    if (count < 0 || count > kMaxReservations) {
+        LOG_ERROR("预约数量异常(%d)，限制范围[0-%d]", count, kMaxReservations);
+        return 0;
+    }
+    const uint32_t now = NowSec();
+    OCPP_SECTION(&m_mutex);
+    for (const Json::Value& element : root) {
+        ReservationItem item;
+        if (!ItemFromJson(element, &item)) continue;
+        if (Expired(item, now)) continue;
+        m_items.push_back(item);
+    }
+    return 1;
+}
+
+int CReservationManager::SyncToFile() {
+    std::string text;
+    std::string path;
+    uint64_t seq;
+    {
+        OCPP_SECTION(&m_mutex);
+        if (m_path.empty()) return 1;
+        path = m_path;
+        text.reserve(m_items.size() * 160 + 2);
+        text += '[';
+        for (size_t i = 0; i < m_items.size(); ++i) {
+            const ReservationItem& r = m_items[i];
+            if (i) text += ',';
+            text += '{';
+            CJsonText::AppendInt(text, "id", r.id, true);
+            CJsonText::AppendInt(text, "tokentype", r.tokenType);
+            CJsonText::AppendString(text, "token", r.token);
+            CJsonText::AppendInt(text, "grouptokentype", r.groupTokenType);
+            CJsonText::AppendString(text, "grouptoken", r.groupToken);
+            CJsonText::AppendInt(text, "expirytimesec", r.expiryTimeSec);
+            text += '}';
+        }
+        text += ']';
+        seq = ++m_snapshotSeq;
+    }
+    // fsync runs without the list lock, so lookups never wait on the flash.
+    OCPP_SECTION(&m_fileMutex);
+    // A later snapshot already reached the disk: writing this one would undo it.
+    if (seq < m_writtenSeq) return 1;
+    const int rc = WriteImage(text, path);
+    if (rc == 1) m_writtenSeq = seq;
+    return rc;
+}
+
+// Caller holds m_fileMutex.
+int CReservationManager::WriteImage(const std::string& text, const std::string& path) {
+    const std::string tmp = path + "1";
+    const int fd = openat(AT_FDCWD, tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        LOG_ERROR("SyncToFile: openat(%s) failed errno=%d", tmp.c_str(), errno);
+        return 0;
+    }
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t n = write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            LOG_ERROR("SyncToFile: write failed errno=%d", n < 0 ? errno : 0);
+            close(fd);
+            unlink(tmp.c_str());
+            return 0;
+        }
+        done += static_cast<size_t>(n);
+    }
+    if (fsync(fd) != 0) LOG_ERROR("SyncToFile: fsync failed errno=%d", errno);
+    close(fd);
+    if (renameat(AT_FDCWD, tmp.c_str(), AT_FDCWD, path.c_str()) != 0) {
+        LOG_ERROR("SyncToFile: renameat(%s→%s) failed errno=%d", tmp.c_str(), path.c_str(), errno);
+        return 0;
+    }
+    // The rename itself must survive a power cut too.
+    const int dfd = open(CFileUtil::DirName(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dfd >= 0) {
+        fsync(dfd);
+        close(dfd);
+    }
+    return 1;
+}
+
+int CReservationManager::AddReservationItem(const ReservationItem& item) {
+    {
+        OCPP_SECTION(&m_mutex);
+        for (auto it = m_items.begin(); it != m_items.end(); ++it) {
+            if (it->id == item.id) {
+                m_items.erase(it);
+                break;
+            }
+        }
+        ReservationItem copy = item;
+        copy.token[sizeof copy.token - 1] = '\0';
+        copy.groupToken[sizeof copy.groupToken - 1] = '\0';
+        m_items.push_back(copy);
+    }
+    return SyncToFile();
+}
+
+int CReservationManager::GetReservationItem(uint32_t id, ReservationItem* item) {
+    bool expired = false;
+    {
+        OCPP_SECTION(&m_mutex);
+        for (const ReservationItem& r : m_items) {
+            if (r.id != id) continue;
+            if (Expired(r, NowSec())) {
+                expired = true;
+                break;
+            }
+            if (item != nullptr) *item = r;
+            return 1;
+        }
+    }
+    if (expired) RemoveReservation(id);
+    return 0;
+}
+
+int CReservationManager::RemoveReservation(uint32_t id) {
+    bool removed = false;
+    {
+        OCPP_SECTION(&m_mutex);
+        for (auto it = m_items.begin(); it != m_items.end(); ++it) {
+            if (it->id == id) {
+                m_items.erase(it);
+                removed = true;
+                break;
+            }
+        }
+    }
+    if (removed) SyncToFile();
+    return removed ? 1 : 0;
+}
+
+void CReservationManager::RemoveAll() {
+    {
+        OCPP_SECTION(&m_mutex);
+        m_items.clear();
+    }
+    SyncToFile();
+}
+
+size_t CReservationManager::Count() {
+    OCPP_SECTION(&m_mutex);
+    return m_items.size();
+}
+
+int CReservationManager::OnReserveNowRequest(const char* messageId, uint32_t id, int32_t evseId,
+                                             const char* idToken, int32_t tokenType, const char* groupToken,
+                                             int32_t groupTokenType, const std::string& expiryDateTime) {
+    const int64_t expiry = CTools::GetTimeByString(expiryDateTime);
+    if (expiry < 0 || expiry > static_cast<int64_t>(UINT32_MAX)) {
+        LOG_ERROR("ReserveNow expiryDateTime invalid: %s", expiryDateTime.c_str());
+        return 0;
+    }
+    ReservationItem item;
+    memset(&item, 0, sizeof item);
+    item.id = id;
+    item.tokenType = tokenType;
+    CTools::CopyField(item.token, idToken ? idToken : "");
+    item.groupTokenType = groupTokenType;
+    CTools::CopyField(item.groupToken, groupToken ? groupToken : "");
+    item.expiryTimeSec = static_cast<uint32_t>(expiry);
+    // Stored before the host answers; a refused reservation stays until it expires.
+    AddReservationItem(item);
+
+    ReserveNowReq record;
+    memset(&record, 0, sizeof record);
+    record.base.type = SERVERRECVTYPE_RESERVENOW;
+    CTools::CopyField(record.base.messageId, messageId ? messageId : "");
+    record.id = static_cast<int32_t>(id);
+    record.expiryDateTime = item.expiryTimeSec;
+    CTools::CopyField(record.idToken, item.token);
+    record.idTokenType = tokenType;
+    record.evseId = evseId;
+    CMessageCallBack::GetInstance()->OnMessage(reinterpret_cast<const char*>(&record), sizeof record, 0);
+    return 1;
+}
+
+int CReservationManager::OnCancelReservationRequest(const char* messageId, uint32_t id) {
+    CancelReservationReq record;
+    memset(&record, 0, sizeof record);
+    record.base.type = SERVERRECVTYPE_CANCELRESERVATION;
+    CTools::CopyField(record.base.messageId, messageId ? messageId : "");
+    record.reservationId = static_cast<int32_t>(id);
+    CMessageCallBack::GetInstance()->OnMessage(reinterpret_cast<const char*>(&record), sizeof record, 0);
+    return GetReservationItem(id, nullptr);
+}
+
+int CReservationManager::OnReservationStatusUpdate(uint32_t id) { return RemoveReservation(id); }
+
+int CReservationManager::CheckReservedStart(uint32_t id, const char* idToken, const char* groupToken) {
+    ReservationItem item;
+    if (GetReservationItem(id, &item) != 1) return RESERVATION_ABSENT;
+    if (idToken != nullptr && strcmp(idToken, item.token) == 0) return RESERVATION_ACCEPTED;
+    if (item.groupToken[0] != '\0' && groupToken != nullptr && strcmp(groupToken, item.groupToken) == 0)
+        return RESERVATION_ACCEPTED;
+    return RESERVATION_REFUSED;
+}
