@@ -140,6 +140,54 @@ OCPP_API void OcppProtocol_SetInvalidCsmsCertificate(int invalid);
 OCPP_API void OcppProtocol_SetInvalidTLSVersion(int invalid);
 OCPP_API void OcppProtocol_SetInvalidTLSCiphersuite(int invalid);
 
+/* Connection profiles and link settings. */
+/* Installs the factory profile (slot 1). A changed one discards the profiles the CSMS installed. */
+OCPP_API int OcppProtocol_SetConnection(OCPPPROTOCOL protocol, const char* url, CONNTYPE connType, int messageTimeout);
+/* Probe attempts per profile and reconnect back-off; a value at or below its floor keeps the old one. */
+OCPP_API int OcppProtocol_SetConnectParam(int testAttempts, int backOffMinimum, int backOffRandomRange,
+                                          int backOffRepeatTimes, int earlyStart);
+/* PEM texts of the client certificate, its key and the CA; NULL is empty. */
+OCPP_API int OcppProtocol_SetSsl(const char* cert, const char* privateKey, const char* ca);
+/* HTTP Basic credentials. Without a name the station identity of the url is used. */
+OCPP_API int OcppProtocol_SetNamePwd(const char* name, const char* password);
+OCPP_API int OcppProtocol_SetPwd(const char* password);
+/* 1: when no profile can connect, run offline on the last one instead of probing for ever. */
+OCPP_API int OcppProtocol_SetOfflineMode(int enable);
+/* Closes the link and connects again on the current profile; 0 while probing or without a profile. */
+OCPP_API int OcppProtocol_ImmediatelyReconnect(void);
+/* One-off handshake probe, not touching the live link. NULL param is an empty one. 1 when it connected. */
+OCPP_API int OcppProtocol_TestConnection(const char* url, int timeoutSec, ConnectParam* param);
+/* Seconds the host should wait before its next retry, from the device model's back-off settings. */
+OCPP_API int OcppProtocol_GetReconnctBackOffTime(void);
+
+#ifndef OCPP20_PROTOCOL_H
+/* Why the station booted. */
+typedef enum {
+    BOOTREASON_APPLICATIONRESET = 0,
+    BOOTREASON_FIRMWAREUPDATE = 1,
+    BOOTREASON_LOCALRESET = 2,
+    BOOTREASON_POWERUP = 3,
+    BOOTREASON_REMOTERESET = 4,
+    BOOTREASON_SCHEDULEDRESET = 5,
+    BOOTREASON_TRIGGERED = 6,
+    BOOTREASON_UNKNOWN = 7,
+    BOOTREASON_WATCHDOG = 8
+} BOOTREASON;
+
+/* Optional boot fields; empty texts are left out of the message. */
+typedef struct {
+    char serialNumber[26];
+    char firmwareVersion[51];
+    char iccid[21]; /* the modem is reported only when iccid or imsi is set */
+    char imsi[21];
+} BootNotificationOption;
+#endif
+
+/* Boots the station: BootNotification is sent on the next timer tick and repeated until accepted.
+ * A NULL option is an empty one. */
+OCPP_API int OcppProtocol_BootNotification(BOOTREASON reason, const char* model, const char* vendorName,
+                                           const BootNotificationOption* option);
+
 /* Station operations. */
 OCPP_API int OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE type);
 

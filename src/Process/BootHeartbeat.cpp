@@ -27,3 +27,8 @@ void CBootHeartbeat::Release() {
 }
 
 int CBootHeartbeat::GetBootStatus() { return 0; }
+
+#include <OcppProtocol.h>
+
+int OcppProtocol_GetReconnctBackOffTime(void) { return 5; }
+int OcppProtocol_BootNotification(BOOTREASON, const char*, const char*, const BootNotificationOption*) { return 1; }

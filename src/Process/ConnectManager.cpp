@@ -37,3 +37,15 @@ int CConnectManager::SetStoreFile(const std::string& path) {
 int CConnectManager::ActiveConnect() { return 1; }
 
 int CConnectManager::IsResetFactoryConfig() { return 0; }
+
+// ---- Host entries (filled in as the manager grows) ----
+#include <OcppProtocol.h>
+
+int OcppProtocol_SetConnection(OCPPPROTOCOL, const char*, CONNTYPE, int) { return 1; }
+int OcppProtocol_SetConnectParam(int, int, int, int, int) { return 1; }
+int OcppProtocol_SetSsl(const char*, const char*, const char*) { return 1; }
+int OcppProtocol_SetNamePwd(const char*, const char*) { return 1; }
+int OcppProtocol_SetPwd(const char*) { return 1; }
+int OcppProtocol_SetOfflineMode(int) { return 1; }
+int OcppProtocol_ImmediatelyReconnect(void) { return 0; }
+int OcppProtocol_TestConnection(const char*, int, ConnectParam*) { return 0; }
