@@ -1,0 +1,265 @@
+// Every OCPP 2.0.1 message record, driven with payloads generated from its own
+// schema: what the C++ record writes back must validate against the schema and
+// equal what it read (less customData); a member of the wrong JSON type must
+// be refused.
+import { test, before, after } from 'node:test';
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { createRequire } from 'node:module';
+import path from 'node:path';
+import readline from 'node:readline';
+
+const sourceDir = process.env.OCPP_SOURCE_DIR || path.resolve(path.dirname(new URL(import.meta.url).pathname), '../..');
+const require = createRequire(path.join(sourceDir, 'package.json'));
+const Ajv = require('ajv');
+const addFormats = require('ajv-formats');
+const schemas = require('ocpp-rpc/lib/schemas/ocpp2_0_1.json');
+const program = process.env.MODEL_ROUNDTRIP;
+
+// Deterministic, so a failure repeats; change SEED to explore.
+let seed = Number(process.env.SEED || 20240501);
+function rand() {
+    seed = (seed * 1103515245 + 12345) & 0x7fffffff;
+    return seed / 0x80000000;
+}
+const pick = (list) => list[Math.floor(rand() * list.length)];
+const between = (lo, hi) => lo + Math.floor(rand() * (hi - lo + 1));
+
+const utf8Bytes = (s) => Buffer.byteLength(s, 'utf8');
+const PIECES = ['a', 'Z', '7', ' ', '"', '\\', '/', '\n', '\t', '\u0001', 'é', '中', '€', '😀', 'x'];
+
+function makeString(maxLength, edge) {
+    const limit = maxLength || 64;
+    if (edge) return 'm'.repeat(limit); // exactly at the limit
+    const want = between(1, Math.min(limit, 24));
+    let s = '';
+    while (true) {
+        const next = s + pick(PIECES);
+        if (utf8Bytes(next) > Math.min(limit, want + 3) || next.length > want) break;
+        s = next;
+    }
+    return s || 'q';
+}
+
+function makeDateTime() {
+    const d = new Date(Date.UTC(between(2000, 2037), between(0, 11), between(1, 28), between(0, 23), between(0, 59),
+        between(0, 59), between(0, 999)));
+    return d.toISOString();
+}
+
+function makeNumber(node) {
+    const lo = node.minimum ?? -100000;
+    const hi = node.maximum ?? 100000;
+    const shapes = [() => lo + rand() * (hi - lo), () => Math.round(lo + rand() * (hi - lo)),
+        () => Math.min(hi, Math.max(lo, 1e-7 * between(1, 99))), () => Math.min(hi, Math.max(lo, 0.1)),
+        () => Math.min(hi, Math.max(lo, 123456789.125))];
+    return pick(shapes)();
+}
+
+function makeInteger(node) {
+    const lo = node.minimum ?? -2147483648;
+    const hi = node.maximum ?? 2147483647;
+    const shapes = [() => between(Math.max(lo, 0), Math.min(hi, 1000)), () => between(Math.max(lo, -1000), Math.min(hi, 1000)),
+        () => lo, () => hi];
+    return pick(shapes)();
+}
+
+// Builds one payload for `node` (mode: 'full' every member, 'minimal' only
+// required ones) and, alongside, what the record must write back.
+function generate(node, defs, mode, edge) {
+    if (node.$ref) return generate(defs[node.$ref.replace('#/definitions/', '')], defs, mode, edge);
+    if (node.enum) {
+        const v = pick(node.enum);
+        return { value: v, expected: v };
+    }
+    switch (node.type) {
+        case 'object': {
+            const value = {};
+            const expected = {};
+            const required = new Set(node.required || []);
+            for (const [name, prop] of Object.entries(node.properties || {})) {
+                if (mode === 'minimal' && !required.has(name)) continue;
+                const g = generate(prop, defs, mode, edge);
+                value[name] = g.value;
+                if (name !== 'customData') expected[name] = g.expected;
+            }
+            if (node.additionalProperties !== false && mode === 'full') {
+                value.vendorExtension = { anything: [1, 'two'] }; // custom data may carry more
+            }
+            return { value, expected };
+        }
+        case 'array': {
+            const n = between(node.minItems ?? 0, Math.min(node.maxItems ?? 3, 3)) || 1;
+            const items = [];
+            for (let i = 0; i < n; i++) items.push(generate(node.items, defs, mode, edge));
+            return { value: items.map((g) => g.value), expected: items.map((g) => g.expected) };
+        }
+        case 'string': {
+            const v = node.format === 'date-time' ? makeDateTime() : makeString(node.maxLength, edge);
+            return { value: v, expected: v };
+        }
+        case 'integer': {
+            const v = makeInteger(node);
+            return { value: v, expected: v };
+        }
+        case 'number': {
+            const v = makeNumber(node);
+            return { value: v, expected: v };
+        }
+        case 'boolean': {
+            const v = rand() < 0.5;
+            return { value: v, expected: v };
+        }
+        case undefined: { // any JSON value
+            const v = pick(['some text', 42, 1.5, true, { k: ['v', 2, { deep: null }] }, [1, 'a'], 'x"y\\z']);
+            return { value: v, expected: v };
+        }
+        default:
+            throw new Error(`unhandled schema type ${node.type}`);
+    }
+}
+
+// Every member path in a full payload with the schema node that governs it.
+function memberPaths(node, defs, value, prefix = []) {
+    if (node.$ref) return memberPaths(defs[node.$ref.replace('#/definitions/', '')], defs, value, prefix);
+    const out = [];
+    if (node.type === 'object' && value && typeof value === 'object') {
+        for (const [name, prop] of Object.entries(node.properties || {})) {
+            if (!(name in value)) continue;
+            const p = [...prefix, name];
+            const resolved = prop.$ref ? defs[prop.$ref.replace('#/definitions/', '')] : prop;
+            out.push({ path: p, node: resolved, required: (node.required || []).includes(name) });
+            out.push(...memberPaths(resolved, defs, value[name], p));
+        }
+    } else if (node.type === 'array' && Array.isArray(value) && value.length) {
+        const items = node.items.$ref ? defs[node.items.$ref.replace('#/definitions/', '')] : node.items;
+        if (items.type !== 'object') out.push({ path: [...prefix, 0], node: items, required: true });
+        out.push(...memberPaths(items, defs, value[0], [...prefix, 0]));
+    }
+    return out;
+}
+
+// Values of the wrong JSON type for a member, each of which must be refused.
+function wrongValues(node) {
+    if (node.enum) return [7, { v: 'Accepted' }];
+    switch (node.type) {
+        case 'string': return [123, ['text']];
+        case 'integer': return ['12', 1.5, true];
+        case 'number': return ['1.5', false];
+        case 'boolean': return ['true', 0];
+        case 'object': return ['{}', [{}], 3];
+        case 'array': return [{}, 'x'];
+        default: return []; // any JSON value is fine
+    }
+}
+
+function setAt(obj, p, v) {
+    const copy = structuredClone(obj);
+    let cur = copy;
+    for (let i = 0; i < p.length - 1; i++) cur = cur[p[i]];
+    if (v === undefined) delete cur[p[p.length - 1]];
+    else cur[p[p.length - 1]] = v;
+    return copy;
+}
+
+function messageOf(schema) {
+    const [, action, kind] = schema.$id.match(/^urn:(\w+)\.(req|conf)$/);
+    return { action, type: action + (kind === 'req' ? 'Request' : 'Response'), isRequest: kind === 'req' };
+}
+
+function frameFor(msg, id, payload) {
+    return JSON.stringify(msg.isRequest ? [2, id, msg.action, payload] : [3, id, payload]);
+}
+
+// Drives the C++ program: one line out, one line back, in order.
+class RoundTrip {
+    constructor(file) {
+        this.child = spawn(file, [], { stdio: ['pipe', 'pipe', 'inherit'] });
+        this.waiting = [];
+        this.rl = readline.createInterface({ input: this.child.stdout });
+        this.rl.on('line', (line) => this.waiting.shift()(JSON.parse(line)));
+        this.exited = new Promise((resolve) => this.child.on('exit', resolve));
+    }
+    run(type, frame, indent = '', step = '  ') {
+        return new Promise((resolve) => {
+            this.waiting.push(resolve);
+            this.child.stdin.write(JSON.stringify({ type, frame, indent, step }) + '\n');
+        });
+    }
+    async close() {
+        this.child.stdin.end();
+        return this.exited;
+    }
+}
+
+const ajv = new Ajv({ strictSchema: false, allErrors: true });
+addFormats(ajv);
+let rt;
+
+before(() => {
+    assert.ok(program, 'MODEL_ROUNDTRIP must name the model_roundtrip program');
+    rt = new RoundTrip(program);
+});
+after(async () => {
+    const code = await rt.close();
+    assert.equal(code, 0, 'model_roundtrip must exit cleanly');
+});
+
+test('the schema file holds the 128 messages', () => {
+    assert.equal(schemas.length, 128);
+});
+
+for (const schema of schemas) {
+    const msg = messageOf(schema);
+    const defs = schema.definitions || {};
+
+    test(`${msg.type}: payloads read and written back unchanged and valid`, async () => {
+        const validate = ajv.getSchema(schema.$id) || ajv.compile(schema);
+        const cases = [];
+        for (let i = 0; i < 4; i++) cases.push(['full', i === 3]);
+        cases.push(['minimal', false]);
+        for (const [mode, edge] of cases) {
+            const g = generate(schema, defs, mode, edge);
+            assert.ok(validate(g.value), `generated payload invalid: ${JSON.stringify(validate.errors)}`);
+            const id = `id-${mode}-${between(1, 1e6)}`;
+            const res = await rt.run(msg.type, frameFor(msg, id, g.value));
+            assert.equal(res.threw, false, `${mode} payload refused: ${res.error}`);
+            const head = msg.isRequest ? `[2,"${id}","${msg.action}",\n` : `[3,"${id}",\n`;
+            assert.ok(res.out.startsWith(head), `header line: ${res.out.slice(0, 80)}`);
+            const frame = JSON.parse(res.out);
+            const payload = frame[frame.length - 1];
+            assert.ok(validate(payload), `written payload invalid (${mode}): ${JSON.stringify(validate.errors)}\n${res.out}`);
+            assert.deepEqual(payload, g.expected, `${mode} payload changed in the round trip`);
+        }
+    });
+
+    test(`${msg.type}: a member of the wrong JSON type is refused, a null one is absent`, async () => {
+        const g = generate(schema, defs, 'full', false);
+        for (const { path: p, node, required } of memberPaths(schema, defs, g.value)) {
+            for (const bad of wrongValues(node)) {
+                const res = await rt.run(msg.type, frameFor(msg, 'w', setAt(g.value, p, bad)));
+                assert.equal(res.threw, true, `${p.join('.')} = ${JSON.stringify(bad)} was accepted`);
+            }
+            if (!required && node.type !== undefined) {
+                const res = await rt.run(msg.type, frameFor(msg, 'n', setAt(g.value, p, null)));
+                assert.equal(res.threw, false, `${p.join('.')} = null refused: ${res.error}`);
+                const out = JSON.parse(res.out);
+                if (!p.includes('customData')) {
+                    const expected = setAt(g.expected, p, undefined);
+                    assert.deepEqual(out[out.length - 1], expected, `${p.join('.')} = null not read as absent`);
+                }
+            }
+        }
+    });
+}
+
+test('an indent and step are applied to every line of the payload', async () => {
+    const g = generate(schemas.find((s) => s.$id === 'urn:BootNotification.req'),
+        schemas.find((s) => s.$id === 'urn:BootNotification.req').definitions, 'minimal', false);
+    const res = await rt.run('BootNotificationRequest', JSON.stringify([2, 'i', 'BootNotification', g.value]), '\t', '  ');
+    const lines = res.out.split('\n');
+    assert.equal(lines[0], '\t[2,"i","BootNotification",');
+    assert.equal(lines[1], '\t{');
+    assert.match(lines[2], /^\t {2}"chargingStation": \t {2}\{$/);
+    assert.equal(lines.at(-1), '\t}]');
+});

@@ -1,0 +1,295 @@
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+
+#include <cstring>
+#include <limits>
+#include <string>
+
+#include "Ocpp20/Protocol/Base.h"
+#include "Ocpp20/Protocol/JsonText.h"
+#include "TestSupport.h"
+#include "models/Models.h"
+
+using namespace ocpptest;
+
+namespace {
+
+std::string Call(const std::string& action, const std::string& payload) {
+    return "[2,\"a1\",\"" + action + "\"," + payload + "]";
+}
+
+models::resetRequest_t ReadReset(const std::string& payload) {
+    const std::string frame = Call("Reset", payload);
+    return models::ResetRequestFromJsonData(frame.data(), static_cast<unsigned int>(frame.size()));
+}
+
+// The payload object of a written frame, parsed.
+rapidjson::Document PayloadOf(const std::string& frame) {
+    rapidjson::Document d;
+    d.Parse(frame.c_str());
+    EXPECT_FALSE(d.HasParseError()) << frame;
+    rapidjson::Document payload;
+    if (!d.HasParseError() && d.IsArray() && d.Size() >= 3) payload.CopyFrom(d[d.Size() - 1], payload.GetAllocator());
+    return payload;
+}
+
+}  // namespace
+
+TEST(ModelReading, WronglyTypedMembersAreRefusedAndAbsentOnesKeepDefaults) {
+    EXPECT_THROW(ReadReset(R"({"type":1})"), CustomException);
+    EXPECT_THROW(ReadReset(R"({"type":"Immediate","evseId":"1"})"), CustomException);
+    EXPECT_THROW(ReadReset(R"({"type":"Immediate","evseId":3000000000})"), CustomException)
+        << "an id that does not fit 32 bits must not be cut silently";
+    EXPECT_THROW(ReadReset(R"({"type":"Immediate","evseId":1.5})"), CustomException);
+    EXPECT_THROW(ReadReset(R"({"type":"Immediate","customData":"x"})"), CustomException);
+
+    models::resetRequest_t r = ReadReset(R"({"type":"OnIdle"})");
+    EXPECT_EQ(r.type, "OnIdle");
+    EXPECT_EQ(r.evseId, -1);
+    EXPECT_FALSE(r.evseId_present);
+
+    r = ReadReset(R"({"evseId":2})");
+    EXPECT_EQ(r.type, "");
+    EXPECT_EQ(r.evseId, 2);
+
+    r = ReadReset(R"({"type":null,"evseId":null})");
+    EXPECT_EQ(r.type, "");
+    EXPECT_EQ(r.evseId, -1);
+
+    EXPECT_EQ(ReadReset(R"({"type":"Immediate","evseId":4.0})").evseId, 4) << "4.0 is an integer in JSON";
+}
+
+TEST(ModelReading, FrameHeaderIsTakenFromTheFrame) {
+    models::resetRequest_t r = ReadReset(R"({"type":"Immediate"})");
+    EXPECT_EQ(r.base.messageType, 2);
+    EXPECT_EQ(r.base.messageId, "a1");
+    EXPECT_EQ(r.base.action, "Reset");
+
+    const char* result = "[3,\"b2\",{\"currentTime\":\"2024-01-01T00:00:00Z\",\"interval\":30,\"status\":\"Accepted\"}]";
+    models::bootNotificationResponse_t resp =
+        models::BootNotificationResponseFromJsonData(result, static_cast<unsigned int>(strlen(result)));
+    EXPECT_EQ(resp.base.messageType, 3);
+    EXPECT_EQ(resp.base.messageId, "b2");
+    EXPECT_EQ(resp.interval, 30);
+    EXPECT_EQ(models::GetBootNotificationResponseStatusInInt(resp.status), 0);
+}
+
+TEST(ModelReading, BrokenFramesGiveAnEmptyRecordAndNeverCrash) {
+    for (const std::string& frame : {std::string("not json"), std::string("[2,\"x\",\"Reset\",[1,2]]"), std::string(""),
+                                     std::string(100000, '['), "[2,\"x\",\"Reset\"," + std::string(5000, '[')}) {
+        models::resetRequest_t r =
+            models::ResetRequestFromJsonData(frame.data(), static_cast<unsigned int>(frame.size()));
+        EXPECT_EQ(r.type, "");
+        EXPECT_EQ(r.evseId, -1);
+    }
+    // Only the given length is read, even without a terminating NUL.
+    const std::string frame = Call("Reset", R"({"type":"Immediate"})") + "garbage";
+    models::resetRequest_t r =
+        models::ResetRequestFromJsonData(frame.data(), static_cast<unsigned int>(frame.size() - 7));
+    EXPECT_EQ(r.type, "Immediate");
+}
+
+TEST(ModelReading, PayloadThatIsNotAnObjectIsRefusedByTheRecord) {
+    rapidjson::Document d;
+    d.Parse("[1,2]");
+    EXPECT_THROW(models::resetRequest_t(d, Base()), CustomException);
+    d.Parse(R"({"type":"Immediate","evse":[1]})");
+    EXPECT_THROW(models::changeAvailabilityRequest_t(d, Base()), CustomException);
+}
+
+TEST(ModelReading, ArraysAndFilesOfRecords) {
+    const char* text = R"([{"type":"Immediate","evseId":1},{"type":"OnIdle"}])";
+    std::vector<models::resetRequest_t> list =
+        models::ResetRequestArrayFromData(text, static_cast<unsigned int>(strlen(text)));
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0].evseId, 1);
+    EXPECT_EQ(list[1].type, "OnIdle");
+    EXPECT_NE(list[0].base.messageId, list[1].base.messageId);
+    EXPECT_THROW(models::ResetRequestArrayFromData("{}", 2), CustomException);
+    EXPECT_THROW(models::ResetRequestArrayFromData("[1]", 3), CustomException);
+
+    TempDir dir;
+    WriteText(dir.file("reset.json"), Call("Reset", R"({"type":"OnIdle","evseId":7})"));
+    models::resetRequest_t r = models::ResetRequestFromFile(dir.file("reset.json"));
+    EXPECT_EQ(r.evseId, 7);
+    EXPECT_EQ(models::ResetRequestFromFile(dir.file("missing.json")).evseId, -1);
+}
+
+TEST(ModelEnumerations, TextsAndIndexesFollowTheSchemaOrderExactly) {
+    EXPECT_EQ(models::GetBootNotificationResponseStatusInInt("accepted"), -1);
+    EXPECT_EQ(models::GetBootNotificationResponseStatusInInt("Rejected"), 2);
+    EXPECT_EQ(models::GetBootReasonInString(3), "PowerUp");
+    EXPECT_EQ(models::GetBootReasonInString(8), "Watchdog");
+    EXPECT_EQ(models::GetBootReasonInString(9), "");
+    EXPECT_EQ(models::GetBootReasonInString(-1), "");
+    EXPECT_EQ(models::GetBootReasonInInt("Watchdog"), 8);
+    EXPECT_EQ(models::GetResetTypeInInt("OnIdle"), 1);
+    EXPECT_EQ(models::GetOperationalStatusInInt("Operative"), 1);
+    EXPECT_EQ(models::GetIdTokenTypeInInt("ISO14443"), 2);
+    EXPECT_EQ(models::GetRequstStartStopStatusInString(1), "Rejected");
+    EXPECT_EQ(models::GetSecurityEventTypeInString(19), "MaintenanceLoginFailed");
+    EXPECT_EQ(models::GetVariableModeInInt("WriteOnly"), 2);
+}
+
+TEST(ModelWriting, NewRecordsCarryAFreshIdTypeAndAction) {
+    models::bootNotificationRequest_t a, b;
+    EXPECT_EQ(a.base.messageType, 2);
+    EXPECT_EQ(a.base.action, "BootNotification");
+    EXPECT_EQ(a.base.messageId.size(), 36u);
+    EXPECT_NE(a.base.messageId, b.base.messageId);
+    models::bootNotificationResponse_t r;
+    EXPECT_EQ(r.base.messageType, 3);
+    EXPECT_STREQ(models::actionBootNotification_t, "BootNotification");
+}
+
+TEST(ModelWriting, CallFrameIsPrettyPrintedOneMemberPerLine) {
+    models::resetRequest_t r;
+    r.base.messageId = "id1";
+    r.type = "Immediate";
+    r.evseId = 2;
+    EXPECT_EQ(models::to_string(r, "", ""), "[2,\"id1\",\"Reset\",\n{\n\"type\": \"Immediate\",\n\"evseId\": 2\n}]");
+    r.evseId = -1;
+    EXPECT_EQ(models::to_string(r, "", "  "), "[2,\"id1\",\"Reset\",\n{\n  \"type\": \"Immediate\"\n}]");
+}
+
+TEST(ModelWriting, AnswerToACallCarriesTheCallsId) {
+    models::resetResponse_t r;
+    r.base.messageId = "call-7";
+    r.status = "Accepted";
+    EXPECT_EQ(models::to_string(r, "", ""), "[3,\"call-7\",\n{\n\"status\": \"Accepted\"\n}]");
+}
+
+TEST(ModelWriting, OptionalMembersAreLeftOutUntilSet) {
+    models::bootNotificationRequest_t boot;
+    boot.reason = "PowerUp";
+    boot.chargingStation.model = "M1";
+    boot.chargingStation.vendorName = "V";
+    boot.chargingStation.modem_present = !boot.chargingStation.modem.iccid.empty() ||
+                                         !boot.chargingStation.modem.imsi.empty();
+    std::string text = models::to_string(boot, "", "");
+    EXPECT_EQ(text.find("modem"), std::string::npos) << text;
+    EXPECT_EQ(text.find("serialNumber"), std::string::npos) << text;
+    EXPECT_EQ(text.find("customData"), std::string::npos) << text;
+
+    boot.chargingStation.modem.imsi = "001";
+    boot.chargingStation.modem_present = true;
+    boot.customData.vendorId = "acme";
+    boot.customData_present = true;
+    text = models::to_string(boot, "", "");
+    rapidjson::Document p = PayloadOf(text);
+    ASSERT_TRUE(p.IsObject());
+    EXPECT_STREQ(p["chargingStation"]["modem"]["imsi"].GetString(), "001");
+    EXPECT_FALSE(p["chargingStation"]["modem"].HasMember("iccid"));
+    EXPECT_FALSE(p.HasMember("customData")) << "customData is read but never sent";
+}
+
+TEST(ModelWriting, HostTextsNeverBreakTheFrameOrItsLengthLimits) {
+    models::authorizeRequest_t a;
+    // idToken allows 36 characters: 35 ASCII then a 3-byte character must not be split.
+    a.idToken.idToken = std::string(35, 'A') + "\xE4\xB8\xAD" + "tail";
+    a.idToken.type = "ISO14443";
+    a.certificate = std::string("quote\" backslash\\ newline\n nul") + '\0' + " bad\xFF" + "end";
+    const std::string text = models::to_string(a, "", "");
+    rapidjson::Document p = PayloadOf(text);
+    ASSERT_TRUE(p.IsObject()) << text;
+    EXPECT_EQ(std::string(p["idToken"]["idToken"].GetString()), std::string(35, 'A'));
+    const std::string cert(p["certificate"].GetString(), p["certificate"].GetStringLength());
+    EXPECT_EQ(cert, std::string("quote\" backslash\\ newline\n nul") + '\0' + " bad?end");
+}
+
+TEST(ModelWriting, NumbersReadBackToTheSameValue) {
+    models::meterValuesRequest_t m;
+    m.evseId = 1;
+    models::meterValue_t mv;
+    mv.timestamp = "2024-01-01T00:00:00Z";
+    models::sampledValue_t sv;
+    for (double v : {0.1, 1e-7, 123456789.125, -0.0000073, 1e21}) {
+        sv.value = v;
+        mv.sampledValue.assign(1, sv);
+        m.meterValue.assign(1, mv);
+        const std::string text = models::to_string(m, "", "");
+        rapidjson::Document d;
+        d.Parse<rapidjson::kParseFullPrecisionFlag>(text.c_str());
+        ASSERT_FALSE(d.HasParseError()) << text;
+        EXPECT_EQ(d[3]["meterValue"][0]["sampledValue"][0]["value"].GetDouble(), v) << text;
+    }
+    sv.value = std::numeric_limits<double>::quiet_NaN();
+    mv.sampledValue.assign(1, sv);
+    m.meterValue.assign(1, mv);
+    EXPECT_TRUE(PayloadOf(models::to_string(m, "", "")).IsObject()) << "NaN must not make the frame unreadable";
+}
+
+TEST(ModelWriting, DataTransferDataKeepsItsJsonKind) {
+    const char* frame = R"([2,"d","DataTransfer",{"vendorId":"v","data":{"a":[1,"x"]}}])";
+    models::dataTransferRequest_t d = models::DataTransferRequestFromJsonData(frame, static_cast<unsigned int>(strlen(frame)));
+    EXPECT_TRUE(d.data_json);
+    EXPECT_EQ(d.data, R"({"a":[1,"x"]})");
+    rapidjson::Document p = PayloadOf(models::to_string(d, "", ""));
+    EXPECT_TRUE(p["data"].IsObject());
+
+    d.data = "{not json";
+    p = PayloadOf(models::to_string(d, "", ""));
+    ASSERT_TRUE(p.IsObject());
+    EXPECT_STREQ(p["data"].GetString(), "{not json");
+    d.data = "123";
+    d.data_json = false;
+    EXPECT_STREQ(PayloadOf(models::to_string(d, "", ""))["data"].GetString(), "123");
+}
+
+TEST(RpcFrame, CallErrorFrameIsOneLineEndingWithANewline) {
+    Base e(Base::CALLERROR, "m9", "");
+    e.errorCode = Base::ErrorCodeText(RESPONSEERRORCODE_TYPECONSTRAINTVIOLATION);
+    EXPECT_EQ(e.HeaderForJson(), "[4,\"m9\",\"TypeConstraintViolation\",\"\",{}]\n");
+    e.errorDescription = "say \"no\"";
+    e.errorDetails = R"({"k":1})";
+    EXPECT_EQ(e.HeaderForJson(), "[4,\"m9\",\"TypeConstraintViolation\",\"say \\\"no\\\"\",{\"k\":1}]\n");
+    e.errorDetails = "[1,2]";
+    EXPECT_EQ(e.HeaderForJson(), "[4,\"m9\",\"TypeConstraintViolation\",\"say \\\"no\\\"\",{}]\n");
+    EXPECT_EQ(Base(Base::CALL, "x", "Heartbeat").HeaderForJson(), "[2,\"x\",\"Heartbeat\",\n");
+    EXPECT_EQ(Base(Base::CALLRESULT, "x", "").HeaderForJson(), "[3,\"x\",\n");
+    EXPECT_EQ(Base::EndJson(), "]");
+}
+
+TEST(RpcFrame, ErrorCodeTexts) {
+    EXPECT_STREQ(Base::ErrorCodeText(RESPONSEERRORCODE_FORMATVIOLATION), "FormatViolation");
+    EXPECT_STREQ(Base::ErrorCodeText(RESPONSEERRORCODE_OCCURRENCECONSTRAINTVIOLATION), "OccurrenceConstraintViolation");
+    EXPECT_STREQ(Base::ErrorCodeText(RESPONSEERRORCODE_SECURITYERROR), "SecurityError");
+    EXPECT_STREQ(Base::ErrorCodeText(12), "GenericError");
+    EXPECT_EQ(sizeof(RESPONSEERRORCODE), 4u);
+}
+
+TEST(RpcFrame, NormalizeExtractPutsACallErrorsDescriptionInTheDetails) {
+    Base b;
+    const std::string payload = b.NormalizeExtract(std::string(R"([4,"e1","NotSupported","no such thing",{"x":1}])"));
+    EXPECT_EQ(b.messageType, 4);
+    EXPECT_EQ(b.messageId, "e1");
+    EXPECT_EQ(b.errorCode, "NotSupported");
+    EXPECT_EQ(b.errorDetails, "no such thing");
+    EXPECT_EQ(payload, std::string("{}\0", 3)) << "the trailing newline is overwritten with a NUL in place";
+}
+
+TEST(RpcFrame, NormalizeExtractReturnsTheCompactPayload) {
+    Base b;
+    std::string payload = b.NormalizeExtract(std::string("[2, \"c1\", \"Reset\", {\"type\" : \"Immediate\"}]"));
+    EXPECT_EQ(b.action, "Reset");
+    EXPECT_EQ(std::string(payload.c_str()), R"({"type":"Immediate"})");
+    EXPECT_EQ(payload.back(), '\0');
+
+    payload = b.NormalizeExtract(std::string("[3,\"c2\",{\"status\":\"Accepted\"}]"));
+    EXPECT_EQ(b.messageType, 3);
+    EXPECT_EQ(std::string(payload.c_str()), R"({"status":"Accepted"})");
+
+    payload = b.NormalizeExtract(std::string("[2,\"c3\",\"Reset\",\"text\"]"));
+    EXPECT_EQ(std::string(payload.c_str()), "{}");
+}
+
+TEST(JsonText, CutNeverSplitsACharacter) {
+    const std::string euro = "\xE2\x82\xAC";  // 3 bytes
+    EXPECT_EQ(CJsonText::CutLength("ab" + euro, 4), 2u);
+    EXPECT_EQ(CJsonText::CutLength("ab" + euro, 5), 5u);
+    EXPECT_EQ(CJsonText::CutLength("abcdef", 0), 6u);
+    EXPECT_EQ(CJsonText::CutLength("abc\xFF\xFF", 4), 4u) << "stray bytes count one each";
+    std::string out;
+    CJsonText::AppendString(out, "\xC0\xAF" "x", 0);  // overlong '/', must not pass as UTF-8
+    EXPECT_EQ(out, "\"??x\"");
+}
