@@ -18,6 +18,7 @@
 #include "OcppExport.h"
 #include "OcppRecords.h"
 #include "OcppLog.h"
+#include "Ocpp20Protocol.h"
 
 OCPP_EXTERN_C_BEGIN
 
