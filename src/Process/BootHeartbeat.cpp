@@ -26,4 +26,6 @@ void CBootHeartbeat::Release() {
     delete instance;
 }
 
-int CBootHeartbeat::GetBootStatus() { return 0; }
+int CBootHeartbeat::GetBootStatus() { return m_bootStatus.load(); }
+
+void CBootHeartbeat::SetBootStatus(int status) { m_bootStatus.store(status); }
