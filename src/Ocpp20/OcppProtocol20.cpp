@@ -129,6 +129,7 @@ std::string COcppProtocol20::BootNotificationReq(BOOTREASON reason, const char* 
                                                  const BootNotificationOption& option) {
     models::bootNotificationRequest_t request;
     request.reason = models::GetBootReasonInString(static_cast<int>(reason));
+    if (request.reason.empty()) return std::string();
     request.chargingStation_present = true;
     models::chargingStation_t& station = request.chargingStation;
     station.model = Text(model);
@@ -169,6 +170,7 @@ std::string COcppProtocol20::StatusNotificationReq(int evseId, int connectorId, 
     models::statusNotificationRequest_t request;
     request.timestamp = CTools::GetLocalTime(timestamp);
     request.connectorStatus = models::GetConnectorStatusInString(status);
+    if (request.connectorStatus.empty()) return std::string();
     request.evseId = evseId;
     request.evseId_present = true;
     request.connectorId = connectorId;
@@ -199,6 +201,7 @@ std::string COcppProtocol20::AuthorizeReq(const char* idToken, int tokenType) {
     request.idToken_present = true;
     request.idToken.idToken = Text(idToken);
     request.idToken.type = models::GetIdTokenInString(tokenType);
+    if (request.idToken.type.empty()) return std::string();
     return models::to_string(request, "", "");
 }
 
@@ -207,6 +210,7 @@ std::string COcppProtocol20::AuthorizeWithCertificateReq(const char* idToken, in
     request.idToken_present = true;
     request.idToken.idToken = Text(idToken);
     request.idToken.type = models::GetIdTokenInString(tokenType);
+    if (request.idToken.type.empty()) return std::string();
     request.certificate = Text(certificate);
     return models::to_string(request, "", "");
 }
@@ -230,6 +234,7 @@ int COcppProtocol20::AuthorizeWithCertificateResp(const char* frame, int* status
 std::string COcppProtocol20::FirmwareStatusNotificationReq(int status, int requestId) {
     models::firmwareStatusNotificationRequest_t request;
     request.status = models::GetFirmwareStatusInString(status);
+    if (request.status.empty()) return std::string();
     request.requestId = requestId;
     request.requestId_present = requestId >= 0;
     return models::to_string(request, "", "");
@@ -243,6 +248,7 @@ int COcppProtocol20::FirmwareStatusNotificationResp(const char* frame) {
 std::string COcppProtocol20::LogStatusNotificationReq(int status, int requestId) {
     models::logStatusNotificationRequest_t request;
     request.status = models::GetUploadLogStatusInString(status);
+    if (request.status.empty()) return std::string();
     request.requestId = requestId;
     request.requestId_present = requestId >= 0;
     return models::to_string(request, "", "");
@@ -256,6 +262,7 @@ int COcppProtocol20::LogStatusNotificationResp(const char* frame) {
 std::string COcppProtocol20::PublishFirmwareStatusNotificationReq(int status, int requestId, const char* location) {
     models::publishFirmwareStatusNotificationRequest_t request;
     request.status = models::GetPublishFirmwareStatusInString(status);
+    if (request.status.empty()) return std::string();
     if (location != nullptr && *location != '\0') request.location.push_back(location);
     request.requestId = requestId;
     request.requestId_present = requestId >= 0;
@@ -272,6 +279,7 @@ std::string COcppProtocol20::ReservationStatusUpdateReq(int reservationId, int s
     request.reservationId = reservationId;
     request.reservationId_present = true;
     request.reservationUpdateStatus = models::GetReservationUpdateStatusInString(status);
+    if (request.reservationUpdateStatus.empty()) return std::string();
     return models::to_string(request, "", "");
 }
 
@@ -283,6 +291,7 @@ int COcppProtocol20::ReservationStatusUpdateResp(const char* frame) {
 std::string COcppProtocol20::ClearedChargingLimitReq(int source, int evseId) {
     models::clearedChargingLimitRequest_t request;
     request.chargingLimitSource = models::GetChargingLimitSourceInString(source);
+    if (request.chargingLimitSource.empty()) return std::string();
     request.evseId = evseId;
     request.evseId_present = evseId >= 0;
     return models::to_string(request, "", "");
@@ -314,7 +323,10 @@ int COcppProtocol20::DataTransferResp(const char* frame, int* status, std::strin
 std::string COcppProtocol20::SignCertificateReq(const char* csr, int certificateType) {
     models::signCertificateRequest_t request;
     request.csr = Text(csr);
-    if (certificateType >= 0) request.certificateType = models::GetCertificateSigningUseInString(certificateType);
+    if (certificateType >= 0) {
+        request.certificateType = models::GetCertificateSigningUseInString(certificateType);
+        if (request.certificateType.empty()) return std::string();
+    }
     return models::to_string(request, "", "");
 }
 
@@ -344,6 +356,7 @@ std::string COcppProtocol20::Get15118EVCertificateReq(const char* schemaVersion,
     models::get15118EVCertificateRequest_t request;
     request.iso15118SchemaVersion = Text(schemaVersion);
     request.action = models::GetCertificateActionInString(action);
+    if (request.action.empty()) return std::string();
     request.exiRequest = Text(exiRequest);
     return models::to_string(request, "", "");
 }

@@ -31,6 +31,8 @@ public:
     static int OnParamCheck(const char* action, const char* frame, int len);
 
     // --- Requests the station sends, and the answers it reads back. ---
+    // A builder given an enumeration value outside its list returns an empty
+    // string: such a frame would be refused by the CSMS and must not be sent.
     // Each parser returns 1 when the frame was an answer of the expected kind
     // and its outputs were written, 0 for a CALLERROR or an unreadable frame.
     static std::string BootNotificationReq(BOOTREASON reason, const char* model, const char* vendorName,
