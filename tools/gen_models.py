@@ -322,10 +322,9 @@ class Model:
             seen.add(msg)
             if schema.get("type") != "object":
                 raise SchemaError("%s is not an object schema" % msg)
-            rec = Record(lower_first_word(msg) if msg[0].isupper() else msg,
-                         msg, members_of(schema, self.definitions, msg), message=msg, action=action,
-                         is_request=msg.endswith("Request"))
-            rec.cpp = msg[:1].lower() + msg[1:]
+            # Top-level names only lower their first letter: get15118EVCertificateRequest_t.
+            rec = Record(msg[:1].lower() + msg[1:], msg, members_of(schema, self.definitions, msg),
+                         message=msg, action=action, is_request=msg.endswith("Request"))
             if rec.cpp in names:
                 raise SchemaError("message %s clashes with a sub-object name" % msg)
             self.messages.append(rec)
@@ -369,7 +368,7 @@ class Model:
                 raise SchemaError("recursive definitions: %s" % " -> ".join(path + [n]))
             state[n] = "busy"
             for m in self.objects[n].members:
-                if m.kind in ("object",) or (m.kind == "array" and m.item_kind == "object"):
+                if m.kind == "object" or (m.kind == "array" and m.item_kind == "object"):
                     visit(m.target, path + [n])
             state[n] = "done"
             done.append(self.objects[n])

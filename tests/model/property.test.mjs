@@ -181,6 +181,7 @@ class RoundTrip {
         this.exited = new Promise((resolve) => this.child.on('exit', resolve));
     }
     run(type, frame, indent = '', step = '  ') {
+        this.count = (this.count || 0) + 1;
         return new Promise((resolve) => {
             this.waiting.push(resolve);
             this.child.stdin.write(JSON.stringify({ type, frame, indent, step }) + '\n');
@@ -201,6 +202,7 @@ before(() => {
     rt = new RoundTrip(program);
 });
 after(async () => {
+    console.log(`${rt.count} payloads driven through the records`);
     const code = await rt.close();
     assert.equal(code, 0, 'model_roundtrip must exit cleanly');
 });

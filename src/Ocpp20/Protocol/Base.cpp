@@ -69,33 +69,41 @@ std::string Base::HeaderForJson() const {
 
 std::string Base::EndJson() { return "]"; }
 
+const rapidjson::Value* Base::TakeHeader(const rapidjson::Value& doc) {
+    if (!doc.IsArray() || doc.Size() < 2) return nullptr;
+    const rapidjson::Value& type = doc[0];
+    if (type.IsInt()) messageType = type.GetInt();
+    messageId = ElementText(doc[1]);
+    const rapidjson::Value* body = nullptr;
+    if (messageType == CALL && doc.Size() >= 3) {
+        action = ElementText(doc[2]);
+        if (doc.Size() >= 4) body = &doc[3];
+    } else if (messageType == CALLRESULT && doc.Size() >= 3) {
+        body = &doc[2];
+    } else if (messageType == CALLERROR) {
+        if (doc.Size() >= 3) errorCode = ElementText(doc[2]);
+        // The description (element 3) is kept in the details field, as callers expect.
+        if (doc.Size() >= 4) errorDetails = ElementText(doc[3]);
+    }
+    return body != nullptr && body->IsObject() ? body : nullptr;
+}
+
+bool Base::ParseFrame(rapidjson::Document& doc, const char* frame, size_t len) {
+    if (frame == nullptr || !CJsonText::DepthWithin(frame, len)) return false;
+    doc.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(frame, len);
+    return !doc.HasParseError();
+}
+
 std::string Base::NormalizeExtract(const char* frame, size_t len) {
     std::string payload = "{}\n";
     rapidjson::Document doc;
-    if (frame != nullptr && CJsonText::DepthWithin(frame, len)) {
-        doc.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(frame, len);
-    }
-    if (frame != nullptr && !doc.HasParseError() && doc.IsArray() && doc.Size() >= 2) {
-        const rapidjson::Value& type = doc[0];
-        if (type.IsInt()) messageType = type.GetInt();
-        messageId = ElementText(doc[1]);
-        const rapidjson::Value* body = nullptr;
-        if (messageType == CALL && doc.Size() >= 3) {
-            action = ElementText(doc[2]);
-            if (doc.Size() >= 4) body = &doc[3];
-        } else if (messageType == CALLRESULT && doc.Size() >= 3) {
-            body = &doc[2];
-        } else if (messageType == CALLERROR) {
-            if (doc.Size() >= 3) errorCode = ElementText(doc[2]);
-            if (doc.Size() >= 4) errorDetails = ElementText(doc[3]);
-        }
-        if (body != nullptr && body->IsObject()) {
-            rapidjson::StringBuffer sb;
-            rapidjson::Writer<rapidjson::StringBuffer> w(sb);
-            body->Accept(w);
-            payload.assign(sb.GetString(), sb.GetSize());
-            payload.push_back('\n');
-        }
+    const rapidjson::Value* body = ParseFrame(doc, frame, len) ? TakeHeader(doc) : nullptr;
+    if (body != nullptr) {
+        rapidjson::StringBuffer sb;
+        rapidjson::Writer<rapidjson::StringBuffer> w(sb);
+        body->Accept(w);
+        payload.assign(sb.GetString(), sb.GetSize());
+        payload.push_back('\n');
     }
     // The compact form ends with a newline; it is overwritten in place.
     payload.back() = '\0';

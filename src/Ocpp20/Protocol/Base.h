@@ -1,5 +1,6 @@
 #pragma once
 #include <OcppErrorCode.h>
+#include <rapidjson/fwd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -27,6 +28,13 @@ public:
     // the text ends with a NUL byte instead (in place), so size() counts it.
     std::string NormalizeExtract(const char* frame, size_t len);
     std::string NormalizeExtract(const std::string& frame) { return NormalizeExtract(frame.data(), frame.size()); }
+
+    // The two halves of NormalizeExtract, for readers that go on with the parsed
+    // document instead of its text: parse the frame (false when it is not JSON or
+    // nests too deep), then fill the header and return the payload object, or
+    // nullptr where NormalizeExtract would give "{}".
+    static bool ParseFrame(rapidjson::Document& doc, const char* frame, size_t len);
+    const rapidjson::Value* TakeHeader(const rapidjson::Value& doc);
 
     // OCPP-J text of an error code ("FormatViolation" ... "TypeConstraintViolation"); "GenericError" when unknown.
     static const char* ErrorCodeText(int code);

@@ -36,17 +36,26 @@ void ReadString(const rapidjson::Value& obj, const char* name, std::string& out)
     out.assign(it->value.GetString(), it->value.GetStringLength());
 }
 
+// An integer that fits 32 bits; 5.0 counts, as it does in JSON.
+static bool AsInt32(const rapidjson::Value& v, int32_t& out) {
+    if (v.IsInt()) {
+        out = v.GetInt();
+        return true;
+    }
+    if (v.IsDouble()) {
+        const double d = v.GetDouble();
+        if (std::trunc(d) == d && d >= INT32_MIN && d <= INT32_MAX) {
+            out = static_cast<int32_t>(d);
+            return true;
+        }
+    }
+    return false;
+}
+
 void ReadInt(const rapidjson::Value& obj, const char* name, int32_t& out, bool& present) {
     const rapidjson::Value* v = Find(obj, name);
     if (v == nullptr) return;
-    if (v->IsInt()) {
-        out = v->GetInt();
-    } else if (v->IsDouble() && std::trunc(v->GetDouble()) == v->GetDouble() && v->GetDouble() >= INT32_MIN &&
-               v->GetDouble() <= INT32_MAX) {
-        out = static_cast<int32_t>(v->GetDouble());  // 5.0 is an integer in JSON
-    } else {
-        WrongType(name, "a 32-bit integer");
-    }
+    if (!AsInt32(*v, out)) WrongType(name, "a 32-bit integer");
     present = true;
 }
 
@@ -104,9 +113,10 @@ static void ReadScalarArray(const rapidjson::Value& obj, const char* name, std::
 }
 
 void ReadIntArray(const rapidjson::Value& obj, const char* name, std::vector<int32_t>& out) {
+    int32_t value = 0;
     ReadScalarArray<int32_t>(
-        obj, name, out, [](const rapidjson::Value& e) { return e.IsInt(); },
-        [](const rapidjson::Value& e) { return static_cast<int32_t>(e.GetInt()); }, "an array of integers");
+        obj, name, out, [&value](const rapidjson::Value& e) { return AsInt32(e, value); },
+        [&value](const rapidjson::Value&) { return value; }, "an array of 32-bit integers");
 }
 
 void ReadNumberArray(const rapidjson::Value& obj, const char* name, std::vector<double>& out) {
@@ -208,12 +218,6 @@ void ObjectWriter::End() {
     if (!m_first) m_out.push_back('\n');
     m_out += m_indent;
     m_out.push_back('}');
-}
-
-std::vector<char> PayloadBuffer(Base& header, const char* frame, unsigned int len) {
-    const std::string payload = header.NormalizeExtract(frame, len);
-    const char* text = payload.c_str();
-    return std::vector<char>(text, text + std::strlen(text) + 1);
 }
 
 std::string ReadWholeFile(const std::string& path) {

@@ -51,11 +51,11 @@ void ReadObjectArray(const rapidjson::Value& obj, const char* name, std::vector<
         return;
     }
     if (!v->IsArray()) WrongType(name, "array");
-    std::vector<T> items;
-    items.reserve(v->Size());
-    for (const auto& e : v->GetArray()) {
-        if (!e.IsObject()) WrongType(name, "array of objects");
-        items.emplace_back(e);
+    std::vector<T> items(v->Size());
+    for (rapidjson::SizeType i = 0; i < v->Size(); ++i) {
+        const rapidjson::Value& e = (*v)[i];
+        if (!e.IsObject()) WrongType(name, "an array of objects");
+        items[i] = T(e);
     }
     out.swap(items);
 }
@@ -106,17 +106,16 @@ private:
     bool m_first;
 };
 
-// Whole-frame reading shared by every top-level record.
-std::vector<char> PayloadBuffer(Base& header, const char* frame, unsigned int len);
-
+// Whole-frame reading shared by every top-level record: the frame is parsed
+// once and the record read from its payload element, which gives the same
+// record as reading the text NormalizeExtract returns.
 template <class T>
 T FromJsonData(const char* frame, unsigned int len) {
     T record;
-    std::vector<char> text = PayloadBuffer(record.base, frame, len);
     rapidjson::Document doc;
-    doc.ParseInsitu<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(text.data());
-    if (doc.HasParseError()) throw CustomException("payload is not valid JSON");
-    return T(doc, record.base);
+    const rapidjson::Value* body = Base::ParseFrame(doc, frame, len) ? record.base.TakeHeader(doc) : nullptr;
+    const rapidjson::Value empty(rapidjson::kObjectType);
+    return T(body != nullptr ? *body : empty, record.base);
 }
 
 std::string ReadWholeFile(const std::string& path);
@@ -127,12 +126,9 @@ std::vector<T> ArrayFromData(const char* text, unsigned int len) {
     rapidjson::Document doc;
     doc.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(text, len);
     if (doc.HasParseError() || !doc.IsArray()) throw CustomException("text is not a JSON array");
-    std::vector<T> out;
-    out.reserve(doc.Size());
-    for (const auto& e : doc.GetArray()) {
-        T fresh;
-        out.emplace_back(e, fresh.base);
-    }
+    // Each element gets a header of its own, as a new record would.
+    std::vector<T> out(doc.Size());
+    for (rapidjson::SizeType i = 0; i < doc.Size(); ++i) out[i] = T(doc[i], out[i].base);
     return out;
 }
 
