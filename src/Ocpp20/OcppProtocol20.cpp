@@ -441,6 +441,12 @@ int COcppProtocol20::ReportChargingProfilesResp(const char* frame) {
     return ReadAnswer(frame, models::ReportChargingProfilesResponseFromJsonData, answer) ? 1 : 0;
 }
 
+std::string COcppProtocol20::MeterValuesReq(models::meterValuesRequest_t request) { return Frame(request); }
+int COcppProtocol20::MeterValuesResp(const char* frame) {
+    models::meterValuesResponse_t answer;
+    return ReadAnswer(frame, models::MeterValuesResponseFromJsonData, answer) ? 1 : 0;
+}
+
 // --- CALLRESULTs ---
 
 std::string COcppProtocol20::ChangeAvailability(const char* messageId, int status) {

@@ -107,6 +107,8 @@ public:
     static int NotifyEVChargingScheduleResp(const char* frame, int* status);
     static std::string ReportChargingProfilesReq(models::reportChargingProfilesRequest_t request);
     static int ReportChargingProfilesResp(const char* frame);
+    static std::string MeterValuesReq(models::meterValuesRequest_t request);
+    static int MeterValuesResp(const char* frame);
 
     // --- CALLRESULTs for the CSMS's requests. ---
     // `status` is the answer's position in its OCPP list; an empty string

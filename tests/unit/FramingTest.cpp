@@ -153,3 +153,16 @@ TEST_F(Framing, AnswerWithStatusOutsideItsListIsNotSent) {
     EXPECT_EQ(Ocpp20Protocol_Reset("x", 9), 0);
     EXPECT_EQ(link.Count(), 0u);
 }
+
+TEST_F(Framing, RecordBuiltMessageIsSentAsANewMessageEachTime) {
+    models::meterValuesRequest_t request;
+    request.evseId = 1;
+    request.evseId_present = true;
+    const std::string first = COcppProtocol20::MeterValuesReq(request);
+    const std::string second = COcppProtocol20::MeterValuesReq(request);
+    EXPECT_EQ(first.rfind("[2,\"", 0), 0u);
+    EXPECT_NE(first.find("\"MeterValues\",\n{"), std::string::npos);
+    EXPECT_NE(COcppProtocol20::GetIdentify(first.c_str()), COcppProtocol20::GetIdentify(second.c_str()));
+    EXPECT_EQ(COcppProtocol20::MeterValuesResp("[3,\"m\",{}]"), 1);
+    EXPECT_EQ(COcppProtocol20::MeterValuesResp("[4,\"m\",\"GenericError\",\"\",{}]"), 0);
+}
