@@ -21,6 +21,7 @@
 #include "OcppVariables.h"
 #include "OcppErrorCode.h"
 #include "OcppWebSocket.h"
+#include "Ocpp20Protocol.h"
 
 OCPP_EXTERN_C_BEGIN
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 
+#include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/Thread.h"
@@ -203,7 +204,7 @@ void CMessageCallBack::DispatchFrame(const char* frame, uint32_t len) {
             // the 1.6 engine takes (frame, len) here
             break;
         case OCPPPROTOCOL_201:
-            // the 2.0.1 dispatcher takes (frame, len) here
+            COcppProtocol20::OnMessage(frame, static_cast<int>(len));
             break;
         case OCPPPROTOCOL_21:
             // the 2.1 front end takes (frame, len) here

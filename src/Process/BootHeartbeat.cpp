@@ -26,9 +26,11 @@ void CBootHeartbeat::Release() {
     delete instance;
 }
 
-int CBootHeartbeat::GetBootStatus() { return 0; }
-
 #include <OcppProtocol.h>
 
 int OcppProtocol_GetReconnctBackOffTime(void) { return 5; }
 int OcppProtocol_BootNotification(BOOTREASON, const char*, const char*, const BootNotificationOption*) { return 1; }
+
+int CBootHeartbeat::GetBootStatus() { return m_bootStatus.load(); }
+
+void CBootHeartbeat::SetBootStatus(int status) { m_bootStatus.store(status); }

@@ -1,0 +1,58 @@
+#include "OcppProtocol/OcppSendSeam.h"
+
+#include <atomic>
+
+#include "Ocpp20/OcppProtocol20.h"
+#include "OcppProtocol/OcppProtocol.h"
+#include "Util/Tools.h"
+
+namespace {
+
+int NotConnectedSend(const char*, int) { return 0; }
+
+int NotConnectedRequest(const char*, const char*, int, char*, int, int*) { return 0; }
+
+std::atomic<COcppSendSeam::SendFn> g_send{&NotConnectedSend};
+std::atomic<COcppSendSeam::RequestFn> g_request{&NotConnectedRequest};
+
+}  // namespace
+
+void COcppSendSeam::Set(SendFn send, RequestFn request) {
+    g_send.store(send != nullptr ? send : &NotConnectedSend);
+    g_request.store(request != nullptr ? request : &NotConnectedRequest);
+}
+
+void COcppSendSeam::Reset() { Set(nullptr, nullptr); }
+
+int COcppSendSeam::Send(const char* frame, int len) { return g_send.load()(frame, len); }
+
+int COcppSendSeam::Request(const char* id, const char* frame, int len, char* response, int capacity,
+                           int* responseLen) {
+    return g_request.load()(id, frame, len, response, capacity, responseLen);
+}
+
+int OcppProtocol_SendMessage(const char* frame, int len) {
+    if (frame == nullptr || len < 0) return 0;
+    if (len >= kOcppMaxFrameLen) {
+        LOG_ERROR("Send msg to csms iMessageLen too long, msglen:%d\n", len);
+        return 0;
+    }
+    const std::string id = COcppProtocol20::GetIdentify(frame, len);
+    if (COcppSendSeam::Send(frame, len) == 1) return 1;
+    LOG_ERROR("Send msg to csms failed => Identify:%s msglen%d\n", id.c_str(), len);
+    return 0;
+}
+
+int OcppProtocol_SendMessage(const char* frame, int len, char* response, int* responseLen) {
+    if (frame == nullptr || len < 0 || response == nullptr || responseLen == nullptr) return 0;
+    const OCPPPROTOCOL protocol = OcppProtocol_GetOcppProtocol();
+    if (protocol != OCPPPROTOCOL_201 && protocol != OCPPPROTOCOL_21) return 0;
+    if (len >= kOcppMaxFrameLen) {
+        LOG_ERROR("Send msg to csms iMessageLen too long, msglen:%d\n", len);
+        return 0;
+    }
+    const std::string id = COcppProtocol20::GetIdentify(frame, len);
+    if (COcppSendSeam::Request(id.c_str(), frame, len, response, kOcppResponseBufferLen, responseLen) == 1) return 1;
+    LOG_ERROR("Send msg to csms failed with recv => Identify:%s msglen%d\n", id.c_str(), len);
+    return 0;
+}

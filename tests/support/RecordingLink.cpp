@@ -1,0 +1,81 @@
+#include "RecordingLink.h"
+
+#include <cstring>
+
+#include "OcppProtocol/OcppSendSeam.h"
+
+namespace ocpptest {
+
+namespace {
+RecordingLink* g_link = nullptr;
+}
+
+RecordingLink::RecordingLink() {
+    g_link = this;
+    COcppSendSeam::Set(&RecordingLink::Send, &RecordingLink::Request);
+}
+
+RecordingLink::~RecordingLink() {
+    COcppSendSeam::Reset();
+    g_link = nullptr;
+}
+
+std::vector<std::string> RecordingLink::Sent() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_sent;
+}
+
+std::string RecordingLink::Last() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_sent.empty() ? std::string() : m_sent.back();
+}
+
+size_t RecordingLink::Count() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_sent.size();
+}
+
+void RecordingLink::Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_sent.clear();
+}
+
+void RecordingLink::SetSendResult(int result) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_sendResult = result;
+}
+
+void RecordingLink::Answer(std::function<std::string(const std::string&)> answer) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_answer = std::move(answer);
+}
+
+int RecordingLink::Send(const char* frame, int len) {
+    RecordingLink* self = g_link;
+    if (self == nullptr) return 0;
+    std::lock_guard<std::mutex> lock(self->m_mutex);
+    self->m_sent.emplace_back(frame, static_cast<size_t>(len));
+    return self->m_sendResult;
+}
+
+int RecordingLink::Request(const char* id, const char* frame, int len, char* response, int capacity,
+                           int* responseLen) {
+    RecordingLink* self = g_link;
+    if (self == nullptr) return 0;
+    std::function<std::string(const std::string&)> answer;
+    {
+        std::lock_guard<std::mutex> lock(self->m_mutex);
+        self->m_sent.emplace_back(frame, static_cast<size_t>(len));
+        if (self->m_sendResult != 1) return 0;
+        answer = self->m_answer;
+    }
+    if (!answer) return 0;
+    const std::string text = answer(id);
+    const size_t n = text.size() < static_cast<size_t>(capacity) ? text.size() : static_cast<size_t>(capacity) - 1;
+    std::memcpy(response, text.data(), n);
+    response[n] = '\0';
+    *responseLen = static_cast<int>(n);
+    return 1;
+}
+
+}  // namespace ocpptest

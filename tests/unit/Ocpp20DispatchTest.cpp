@@ -1,0 +1,290 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Ocpp20/OcppProtocol20.h"
+#include "OcppProtocol/MessageCallBack.h"
+#include "OcppProtocol/OcppProtocol.h"
+#include "Process/BootHeartbeat.h"
+#include "RecordingHost.h"
+#include "RecordingLink.h"
+#include "TestSupport.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+namespace {
+
+class Dispatch : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        CBootHeartbeat::Release();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    }
+    void TearDown() override {
+        CBootHeartbeat::Release();
+        ResetSdkState();
+    }
+
+    static void Deliver(const std::string& frame) {
+        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+    }
+    // Lets everything already queued for the host reach it.
+    void Drain() { ASSERT_TRUE(WaitFor([] { return CMessageCallBack::GetInstance()->Pending() == 0; })); }
+
+    RecordingHost host;
+    RecordingLink link;
+    LogCapture log;
+};
+
+std::string Call(const std::string& id, const std::string& action, const std::string& payload) {
+    return "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
+}
+
+std::string Text(const std::string& bytes, size_t offset) { return std::string(bytes.c_str() + offset); }
+
+uint32_t U32At(const std::string& bytes, size_t offset) {
+    uint32_t v = 0;
+    std::memcpy(&v, bytes.data() + offset, 4);
+    return v;
+}
+
+struct Field {
+    size_t offset;
+    char kind;  // 'i' int32, 'u' uint32, 'b' byte, 's' text
+    int64_t number;
+    const char* text;
+};
+
+struct HostRow {
+    const char* action;
+    const char* payload;
+    int32_t type;
+    size_t size;
+    std::vector<Field> fields;
+    std::function<int(const char* id)> answer;
+    const char* answerPayload;  // what the CALLRESULT carries after the header line
+};
+
+const int64_t k2030 = 1893456000;  // 2030-01-01T00:00:00Z
+
+std::vector<HostRow> HostRows() {
+    return {
+        {"ChangeAvailability", R"({"evse":{"id":2,"connectorId":1},"operationalStatus":"Operative"})", 1, 53,
+         {{41, 'i', 2, nullptr}, {45, 'i', 1, nullptr}, {49, 'i', 1, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_ChangeAvailability(id, 2); }, "{\n\"status\": \"Scheduled\"\n}"},
+        {"CancelReservation", R"({"reservationId":77})", 2, 45, {{41, 'i', 77, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_CancelReservation(id, 1); }, "{\n\"status\": \"Rejected\"\n}"},
+        {"CertificateSigned", R"({"certificateChain":"-----PEM-----","certificateType":"V2GCertificate"})", 7, 10046,
+         {{41, 's', 0, "-----PEM-----"}, {10042, 'i', 1, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_CertificateSigned(id, 0); }, "{\n\"status\": \"Accepted\"\n}"},
+        {"ClearDisplayMessage", R"({"id":5})", 9, 45, {{41, 'i', 5, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_ClearDisplayMessage(id, 1); }, "{\n\"status\": \"Unknown\"\n}"},
+        {"CostUpdated", R"({"totalCost":12.5,"transactionId":"tx-9"})", 13, 422,
+         {{41, 's', 0, "tx-9"}, {78, 's', 0, "12.5"}}, [](const char* id) { return Ocpp20Protocol_CostUpdated(id); },
+         "{\n}"},
+        {"DeleteCertificate",
+         R"({"certificateHashData":{"hashAlgorithm":"SHA384","issuerNameHash":"aa","issuerKeyHash":"bb","serialNumber":"01"}})",
+         15, 342, {{41, 'b', 1, nullptr}, {42, 's', 0, "aa"}, {171, 's', 0, "bb"}, {300, 's', 0, "01"}},
+         [](const char* id) { return Ocpp20Protocol_DeleteCertificate(id, 2); }, "{\n\"status\": \"NotFound\"\n}"},
+        {"InstallCertificate", R"({"certificateType":"CSMSRootCertificate","certificate":"PEM"})", 16, 5546,
+         {{41, 'i', 2, nullptr}, {45, 's', 0, "PEM"}},
+         [](const char* id) { return Ocpp20Protocol_InstallCertificate(id, 2); }, "{\n\"status\": \"Failed\"\n}"},
+        {"TriggerMessage", R"({"requestedMessage":"StatusNotification","evse":{"id":1,"connectorId":2}})", 3, 47,
+         {{41, 'i', 7, nullptr}, {45, 'b', 1, nullptr}, {46, 'b', 2, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_TriggerMessage(id, 2); },
+         "{\n\"status\": \"NotImplemented\"\n}"},
+        {"ReserveNow",
+         R"({"id":3,"expiryDateTime":"2030-01-01T00:00:00Z","idToken":{"idToken":"TOKEN1","type":"ISO14443"},"evseId":2})",
+         4, 94,
+         {{41, 'i', 3, nullptr}, {45, 'u', k2030, nullptr}, {49, 's', 0, "TOKEN1"}, {86, 'i', 2, nullptr},
+          {90, 'i', 2, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_ReserveNow(id, 2); }, "{\n\"status\": \"Occupied\"\n}"},
+        {"Reset", R"({"type":"OnIdle","evseId":300})", 21, 46, {{41, 'i', 1, nullptr}, {45, 'b', 300 & 0xFF, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_Reset(id, 0); }, "{\n\"status\": \"Accepted\"\n}"},
+        {"RequestStartTransaction", R"({"idToken":{"idToken":"ABC","type":"Central"},"remoteStartId":12,"evseId":1})",
+         23, 90, {{41, 'i', 1, nullptr}, {45, 'i', 12, nullptr}, {49, 's', 0, "ABC"}, {86, 'i', 0, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_RequestStartTransaction(id, 0, "tx-1"); },
+         "{\n\"status\": \"Accepted\",\n\"transactionId\": \"tx-1\"\n}"},
+        {"RequestStopTransaction", R"({"transactionId":"tx-2"})", 24, 78, {{41, 's', 0, "tx-2"}},
+         [](const char* id) { return Ocpp20Protocol_RequestStopTransaction(id, 1); }, "{\n\"status\": \"Rejected\"\n}"},
+        {"PublishFirmware", R"({"location":"ftp://x","checksum":"0123456789abcdef0123456789abcdef","requestId":9})",
+         25, 599,
+         {{41, 's', 0, "ftp://x"}, {554, 'i', -1, nullptr}, {558, 's', 0, "0123456789abcdef0123456789abcdef"},
+          {591, 'i', 9, nullptr}, {595, 'i', -1, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_PublishFirmware(id, 0); }, "{\n\"status\": \"Accepted\"\n}"},
+        {"DataTransfer", R"({"vendorId":"com.v","messageId":"m1","data":{"a":1}})", 6, 1373,
+         {{41, 's', 0, "com.v"}, {297, 's', 0, "m1"}, {348, 's', 0, "{\"a\":1}"}},
+         [](const char* id) { return Ocpp20Protocol_DataTransfer(id, 0, "{\"ok\":true}", 1); },
+         "{\n\"status\": \"Accepted\",\n\"data\": {\"ok\":true}\n}"},
+        {"UnlockConnector", R"({"evseId":1,"connectorId":2})", 10, 49, {{41, 'i', 1, nullptr}, {45, 'i', 2, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_UnlockConnector(id, 0); }, "{\n\"status\": \"Unlocked\"\n}"},
+        {"UnpublishFirmware", R"({"checksum":"ffffffffffffffffffffffffffffffff"})", 12, 74,
+         {{41, 's', 0, "ffffffffffffffffffffffffffffffff"}},
+         [](const char* id) { return Ocpp20Protocol_UnpublishFirmware(id, 2); },
+         "{\n\"status\": \"Unpublished\"\n}"},
+        {"GetInstalledCertificateIds", R"({"certificateType":["V2GRootCertificate","CSMSRootCertificate"]})", 18, 53,
+         {{41, 'i', 2, nullptr}, {45, 'i', 0, nullptr}, {49, 'i', 2, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_GetInstalledCertificateIds(id, 1, nullptr, 0); },
+         "{\n\"status\": \"NotFound\"\n}"},
+        {"GetLog",
+         R"({"log":{"remoteLocation":"https://up","oldestTimestamp":"2030-01-01T00:00:00Z"},"logType":"SecurityLog","requestId":4,"retries":2})",
+         27, 2066,
+         {{41, 'i', 1, nullptr}, {45, 'i', 4, nullptr}, {49, 'i', 2, nullptr}, {53, 'i', -1, nullptr},
+          {57, 's', 0, "https://up"}, {2058, 'u', k2030, nullptr}, {2062, 'u', 0, nullptr}},
+         [](const char* id) { return Ocpp20Protocol_GetLog(id, 0, "diag.zip"); },
+         "{\n\"status\": \"Accepted\",\n\"filename\": \"diag.zip\"\n}"},
+        {"UpdateFirmware", R"({"requestId":5,"firmware":{"location":"https://fw","retrieveDateTime":"2030-01-01T00:00:00Z"}})",
+         20, 6876,
+         {{41, 'i', -1, nullptr}, {45, 'i', -1, nullptr}, {49, 'i', 5, nullptr}, {53, 's', 0, "https://fw"},
+          {566, 'u', k2030, nullptr}, {570, 'u', 0, nullptr}, {574, 's', 0, ""}, {6075, 's', 0, ""}},
+         [](const char* id) { return Ocpp20Protocol_UpdateFirmware(id, 3); },
+         "{\n\"status\": \"InvalidCertificate\"\n}"},
+    };
+}
+
+}  // namespace
+
+TEST_F(Dispatch, EveryHostAnsweredRequestReachesTheHostAndItsAnswerGoesBackUnderTheSameId) {
+    const std::vector<HostRow> rows = HostRows();
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const HostRow& row = rows[i];
+        SCOPED_TRACE(row.action);
+        host.Clear();
+        link.Clear();
+        const std::string id = "call-" + std::to_string(i);
+        Deliver(Call(id, row.action, row.payload));
+        ASSERT_TRUE(host.WaitForCount(1));
+        EXPECT_EQ(link.Count(), 0u) << "nothing goes out before the host answers";
+
+        const std::string record = host.Records()[0].bytes;
+        ASSERT_EQ(record.size(), row.size);
+        EXPECT_EQ(Int32At(record, 0), row.type);
+        EXPECT_EQ(Text(record, 4), id);
+        for (const Field& f : row.fields) {
+            SCOPED_TRACE(f.offset);
+            switch (f.kind) {
+                case 'i': EXPECT_EQ(Int32At(record, f.offset), f.number); break;
+                case 'u': EXPECT_EQ(U32At(record, f.offset), static_cast<uint32_t>(f.number)); break;
+                case 'b': EXPECT_EQ(static_cast<uint8_t>(record[f.offset]), f.number); break;
+                default: EXPECT_EQ(Text(record, f.offset), f.text); break;
+            }
+        }
+
+        EXPECT_EQ(row.answer(id.c_str()), 1);
+        EXPECT_EQ(link.Last(), "[3,\"" + id + "\",\n" + row.answerPayload + "]");
+    }
+}
+
+TEST_F(Dispatch, FramesFromTheLinkReachTheDispatcherThroughTheNotificationThread) {
+    const std::string frame = Call("q1", "Reset", R"({"type":"Immediate"})");
+    CMessageCallBack::GetInstance()->OnWebSocketMessage(frame.data(), static_cast<unsigned>(frame.size()));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESET));
+    EXPECT_EQ(Text(host.Records()[0].bytes, 4), "q1");
+}
+
+TEST_F(Dispatch, WronglyTypedMemberIsAnsweredWithTypeConstraintViolation) {
+    Deliver(Call("a", "Reset", R"({"type":0})"));
+    EXPECT_EQ(link.Last(), "[4,\"a\",\"TypeConstraintViolation\",\"\",{}]\n");
+    EXPECT_TRUE(log.Contains("CustomException: ", 1));
+    Deliver(Call("b", "GetVariables", R"({"getVariableData":{"component":{}}})"));
+    EXPECT_EQ(link.Last(), "[4,\"b\",\"TypeConstraintViolation\",\"\",{}]\n");
+    Drain();
+    EXPECT_EQ(host.Count(), 0u);
+}
+
+TEST_F(Dispatch, MissingMemberIsPassedOnWithItsEmptyValue) {
+    Deliver(Call("a", "Reset", R"({"evseId":1})"));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESET));
+    EXPECT_EQ(Int32At(host.Records()[0].bytes, 41), -1);
+    EXPECT_EQ(link.Count(), 0u);
+}
+
+TEST_F(Dispatch, UnknownOrNotYetServedActionGetsNoAnswer) {
+    Deliver(Call("u1", "MakeCoffee", "{}"));
+    Deliver(Call("u2", "reset", R"({"type":"Immediate"})"));
+    Deliver(Call("u3", "ClearCache", "{}"));
+    Drain();
+    EXPECT_EQ(link.Count(), 0u);
+    EXPECT_EQ(host.Count(), 0u);
+}
+
+TEST_F(Dispatch, UnawaitedErrorAndStrayResultAreDroppedQuietly) {
+    Deliver("[4,\"e1\",\"GenericError\",\"late\",{}]");
+    Deliver("[3,\"r1\",{\"status\":\"Accepted\"}]");
+    Drain();
+    EXPECT_EQ(link.Count(), 0u);
+    EXPECT_EQ(host.Count(), 0u);
+    EXPECT_EQ(log.Count("recv cms data error"), 0u);
+}
+
+TEST_F(Dispatch, UnreadableFrameIsLoggedAndNotAnswered) {
+    Deliver("[5,\"x\",{\"a\":1}]");
+    EXPECT_TRUE(log.Contains("recv cms data error:[5,\"x\",{\"a\":1}]\n", 2));
+    Deliver("[2,\"x\",\"Reset\",{");
+    Deliver(std::string(200000, '['));
+    EXPECT_EQ(log.Count("recv cms data error"), 3u);
+    EXPECT_EQ(link.Count(), 0u);
+}
+
+TEST_F(Dispatch, RejectedStationRefusesRequestsExceptBootTrigger) {
+    CBootHeartbeat::GetInstance()->SetBootStatus(2);
+    Deliver(Call("g1", "GetVariables", R"({"getVariableData":[]})"));
+    EXPECT_EQ(link.Last(), "[4,\"g1\",\"SecurityError\",\"\",{}]\n");
+    Deliver(Call("g2", "Reset", R"({"type":"Immediate"})"));
+    EXPECT_EQ(link.Last(), "[4,\"g2\",\"SecurityError\",\"\",{}]\n");
+    Deliver(Call("g3", "TriggerMessage", R"({"requestedMessage":"Heartbeat"})"));
+    EXPECT_EQ(link.Last(), "[4,\"g3\",\"SecurityError\",\"\",{}]\n");
+    EXPECT_EQ(link.Count(), 3u);
+
+    Deliver(Call("t1", "TriggerMessage", R"({"requestedMessage":"BootNotification"})"));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_TRIGGERMESSAGE));
+    EXPECT_EQ(Int32At(host.Records()[0].bytes, 41), 0);
+    EXPECT_EQ(link.Count(), 3u);
+
+    CBootHeartbeat::GetInstance()->SetBootStatus(1);
+    Deliver(Call("p1", "Reset", R"({"type":"Immediate"})"));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESET));
+    EXPECT_EQ(link.Count(), 3u);
+}
+
+TEST_F(Dispatch, LongTextsAreCutToTheRecordFields) {
+    const std::string chain(12000, 'C');
+    Deliver(Call("c1", "CertificateSigned", "{\"certificateChain\":\"" + chain + "\"}"));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CERTIFICATESIGNED));
+    const std::string record = host.Records()[0].bytes;
+    EXPECT_EQ(Text(record, 41), std::string(10000, 'C'));
+    EXPECT_EQ(Int32At(record, 10042), -1);
+
+    host.Clear();
+    const std::string longId(60, 'i');
+    Deliver(Call(longId, "CancelReservation", R"({"reservationId":1})"));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CANCELRESERVATION));
+    EXPECT_EQ(Text(host.Records()[0].bytes, 4), longId.substr(0, 36));
+}
+
+TEST_F(Dispatch, InstalledCertificatesAreListedInTheAnswer) {
+    CertificateHashDataChainItem items[2];
+    std::memset(items, 0, sizeof(items));
+    items[0].certificateType = 2;
+    items[0].hashAlgorithm = 0;
+    CTools::CopyField(items[0].issuerNameHash, "n0");
+    CTools::CopyField(items[0].issuerKeyHash, "k0");
+    CTools::CopyField(items[0].serialNumber, "s0");
+    items[1] = items[0];
+    items[1].certificateType = 4;
+    EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i1", 0, items, 2), 1);
+    const std::string frame = link.Last();
+    EXPECT_NE(frame.find("\"certificateType\": \"CSMSRootCertificate\""), std::string::npos);
+    EXPECT_NE(frame.find("\"certificateType\": \"ManufacturerRootCertificate\""), std::string::npos);
+    EXPECT_NE(frame.find("\"serialNumber\": \"s0\""), std::string::npos);
+
+    items[1].hashAlgorithm = 7;
+    EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i2", 0, items, 2), 0);
+    EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i3", 0, nullptr, 1), 0);
+    EXPECT_EQ(link.Count(), 1u);
+}
