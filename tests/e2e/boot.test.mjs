@@ -1,0 +1,41 @@
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { bootToOk, connect, explain } from './lib/fixture.mjs';
+
+test('boot accepted: the station reports connected, then OK, with its model and reason', async (t) => {
+  const s = await connect(t, { boot: ['Accepted'], interval: 60 });
+  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
+  const boot = s.csms.callsOf('BootNotification')[0];
+  assert.equal(boot.params.reason, 'PowerUp');
+  assert.equal(boot.params.chargingStation.model, 'SIM-1');
+  assert.equal(boot.params.chargingStation.vendorName, 'Quorvane');
+  assert.equal(s.csms.handshakes[0].identity, 'SIM001');
+  assert.deepEqual(s.csms.handshakes[0].protocols, ['ocpp2.0.1']);
+  const statuses = s.station.statuses();
+  assert.ok(statuses.indexOf('Connected') < statuses.lastIndexOf('OK'), statuses.join(','));
+});
+
+test('boot pending then accepted: the station retries after the interval and then goes OK', async (t) => {
+  const s = await connect(t, { boot: ['Pending', 'Accepted'], interval: 2 });
+  await bootToOk(s);
+  const second = await s.csms.waitForCall('BootNotification', { count: 2 });
+  const first = s.csms.callsOf('BootNotification')[0];
+  assert.ok(second.at - first.at >= 1500, `second boot ${second.at - first.at} ms after the first`);
+  assert.equal(s.station.statuses().filter((x) => x === 'OK').length, 1);
+});
+
+test('boot rejected: CSMS requests are refused with SecurityError, a triggered boot is still sent', async (t) => {
+  const s = await connect(t, { boot: ['Rejected'], interval: 60 });
+  s.station.send({ cmd: 'boot' });
+  await s.csms.waitForCall('BootNotification');
+  const client = s.csms.client;
+  await assert.rejects(
+    client.call('GetVariables', { getVariableData: [{ component: { name: 'OCPPCommCtrlr' }, variable: { name: 'HeartbeatInterval' } }] }),
+    (e) => e.rpcErrorCode === 'SecurityError');
+  await assert.rejects(client.call('Reset', { type: 'Immediate' }), (e) => e.rpcErrorCode === 'SecurityError');
+  const answer = await client.call('TriggerMessage', { requestedMessage: 'BootNotification' });
+  assert.equal(answer.status, 'Accepted');
+  const triggered = await s.csms.waitForCall('BootNotification', { count: 2 });
+  assert.equal(triggered.params.reason, 'Triggered');
+  assert.ok(!s.station.statuses().includes('OK'), 'a rejected station must not report OK');
+});

@@ -1,0 +1,155 @@
+// A CSMS for the end-to-end tests: an ocpp-rpc server in strict mode that
+// records every call the station makes and answers with scripted defaults.
+import { EventEmitter } from 'node:events';
+import https from 'node:https';
+import rpc from 'ocpp-rpc';
+
+const { RPCServer } = rpc;
+
+export class Csms extends EventEmitter {
+  // options: port (0 = ephemeral), password (Basic auth required when set),
+  // tls { key, cert, ca, requireClientCert }, boot: list of boot answers used in
+  // turn (the last one repeats), interval (heartbeat / boot retry seconds),
+  // strict (default true).
+  constructor(options = {}) {
+    super();
+    this.options = options;
+    this.boot = [...(options.boot ?? ['Accepted'])];
+    this.interval = options.interval ?? 30;
+    this.calls = [];        // every call from the station: { method, params, at, client }
+    this.failures = [];     // strict validation failures; a test fails on any
+    this.handshakes = [];   // { identity, password, protocols, peerCn, accepted }
+    this.clients = [];
+    this.handlers = new Map();
+    this.server = new RPCServer({
+      protocols: ['ocpp2.0.1', 'ocpp2.1'],
+      strictMode: options.strict ?? true,
+      callTimeoutMs: options.callTimeoutMs ?? 20000,
+      pingIntervalMs: 60000,
+    });
+    this.server.auth((accept, reject, hs) => this.#authenticate(accept, reject, hs));
+    this.server.on('client', (client) => this.#attach(client));
+  }
+
+  async listen(port = this.options.port ?? 0) {
+    if (this.options.tls) {
+      const { key, cert, ca, requireClientCert } = this.options.tls;
+      this.http = https.createServer({ key, cert, ca, requestCert: !!requireClientCert,
+        rejectUnauthorized: !!requireClientCert, minVersion: 'TLSv1.2' });
+      this.http.on('upgrade', this.server.handleUpgrade);
+      await new Promise((resolve, reject) => {
+        this.http.once('error', reject);
+        this.http.listen(port, '127.0.0.1', resolve);
+      });
+    } else {
+      this.http = await this.server.listen(port, '127.0.0.1');
+    }
+    this.port = this.http.address().port;
+    return this;
+  }
+
+  url(path = '/ocpp') {
+    return `${this.options.tls ? 'wss' : 'ws'}://127.0.0.1:${this.port}${path}`;
+  }
+
+  // Replaces the default answer for one action: fn({ params, client }) returns the result.
+  handle(method, fn) { this.handlers.set(method, fn); }
+
+  #authenticate(accept, reject, hs) {
+    const peer = hs.request.socket.getPeerCertificate?.();
+    const record = {
+      identity: hs.identity,
+      password: hs.password ? hs.password.toString('utf8') : undefined,
+      protocols: [...hs.protocols],
+      peerCn: peer && peer.subject ? peer.subject.CN : undefined,
+      accepted: false,
+    };
+    this.handshakes.push(record);
+    this.emit('handshake', record);
+    if (this.options.password !== undefined && record.password !== this.options.password) {
+      reject(401);
+      return;
+    }
+    if (this.options.tls?.requireClientCert && record.peerCn !== hs.identity) {
+      reject(401);
+      return;
+    }
+    record.accepted = true;
+    accept({});
+  }
+
+  #attach(client) {
+    this.clients.push(client);
+    client.on('strictValidationFailure', (e) => {
+      this.failures.push({ method: e.method, outbound: e.outbound, isCall: e.isCall, error: String(e.error) });
+    });
+    client.on('close', () => this.emit('close', client));
+    client.handle(({ method, params }) => {
+      const call = { method, params, at: Date.now(), client };
+      this.calls.push(call);
+      this.emit('call', call);
+      const custom = this.handlers.get(method);
+      if (custom) return custom({ params, client });
+      return this.#defaultAnswer(method);
+    });
+    this.emit('client', client);
+  }
+
+  #defaultAnswer(method) {
+    const now = new Date().toISOString();
+    switch (method) {
+      case 'BootNotification': {
+        const status = this.boot.length > 1 ? this.boot.shift() : this.boot[0];
+        return { currentTime: now, interval: this.interval, status };
+      }
+      case 'Heartbeat':
+        return { currentTime: now };
+      case 'Authorize':
+        return { idTokenInfo: { status: 'Accepted' } };
+      case 'DataTransfer':
+        return { status: 'Accepted' };
+      default:
+        return {};
+    }
+  }
+
+  callsOf(method) { return this.calls.filter((c) => c.method === method); }
+
+  // Resolves with the count-th call of `method` (1-based), waiting up to timeoutMs.
+  waitForCall(method, { count = 1, timeoutMs = 15000 } = {}) {
+    return waitUntil(() => {
+      const list = this.callsOf(method);
+      return list.length >= count ? list[count - 1] : undefined;
+    }, timeoutMs, `${count} x ${method}`);
+  }
+
+  waitForClient({ count = 1, timeoutMs = 15000 } = {}) {
+    return waitUntil(() => this.clients[count - 1], timeoutMs, `client #${count}`);
+  }
+
+  get client() { return this.clients[this.clients.length - 1]; }
+
+  async close() {
+    await this.server.close({ force: true });
+    if (this.options.tls && this.http) await new Promise((resolve) => this.http.close(resolve));
+  }
+}
+
+export async function startCsms(options) {
+  return new Csms(options).listen();
+}
+
+// Polls `probe` (cheap, in-memory) until it returns something other than undefined.
+export function waitUntil(probe, timeoutMs, what) {
+  return new Promise((resolve, reject) => {
+    const started = Date.now();
+    const tick = () => {
+      let value;
+      try { value = probe(); } catch (e) { reject(e); return; }
+      if (value !== undefined && value !== false) { resolve(value); return; }
+      if (Date.now() - started > timeoutMs) { reject(new Error(`timed out after ${timeoutMs} ms waiting for ${what}`)); return; }
+      setTimeout(tick, 25);
+    };
+    tick();
+  });
+}

@@ -1,0 +1,29 @@
+// One CSMS and one station per test, both torn down when the test ends; the
+// test fails if the CSMS saw any message its schemas refuse.
+import assert from 'node:assert/strict';
+import { startCsms } from './csms.mjs';
+import { Station } from './sim.mjs';
+
+export async function connect(t, csmsOptions = {}, stationArgs = {}) {
+  const csms = await startCsms(csmsOptions);
+  const station = new Station({ url: csms.url(), ...stationArgs });
+  const state = { csms, station };
+  t.after(async () => {
+    await state.station.stop();
+    await state.csms.close();
+    if (t.passed === false) return;
+    assert.deepEqual(state.csms.failures, [], 'the CSMS refused messages of the station');
+  });
+  return state;
+}
+
+// Boots the station and waits until it reports OK.
+export async function bootToOk(state, { timeoutMs = 20000 } = {}) {
+  state.station.send({ cmd: 'boot' });
+  await state.csms.waitForCall('BootNotification', { timeoutMs });
+  await state.station.waitForStatus('OK', { timeoutMs });
+}
+
+export function explain(state) {
+  return `\n--- station output ---\n${state.station.tail()}`;
+}
