@@ -17,6 +17,7 @@
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/Process/VariableCustom.h"
 #include "Util/CriticalSectionManager.h"
+#include "Process/ConnectManager.h"
 #include "Util/FileUtil.h"
 #include "Util/Tools.h"
 
@@ -28,9 +29,11 @@ std::mutex g_instanceMutex;
 // Each one is called with the cache lock held and must not call back into the cache's writers.
 void NotifyVariableCheck(const VariableDataItem20&) {}
 void NotifyVariableMonitor(const VariableDataItem20&) {}
-void NotifyPingInterval(int /*seconds*/) {}
-// Stands in for the connection manager's priority list; refusing leaves the entry Rejected.
-int ResetNetworkPriority(const char* /*value*/) { return 0; }
+void NotifyPingInterval(int seconds) { CConnectManager::GetInstance()->SetWebSocketPingInterval(seconds); }
+// Refusing leaves the entry Rejected.
+int ResetNetworkPriority(const char* value) {
+    return value != nullptr ? CConnectManager::GetInstance()->ResetAllPriority(value) : 0;
+}
 
 // A legitimate file of 3000 records stays far below this; anything larger is not read into memory.
 const size_t kMaxFileBytes = static_cast<size_t>(CVariableCache::kMaxRecords) * 8192;
@@ -813,6 +816,7 @@ float CVariableCache::SmartChargingCtrlrLimitChangeSignificance() {
     return ReadFloat("SmartChargingCtrlr", "LimitChangeSignificance", "", nullptr);
 }
 int CVariableCache::SecurityCtrlrSecurityProfile() { return ReadInt("SecurityCtrlr", "SecurityProfile"); }
+std::string CVariableCache::SecurityCtrlrIdentity() { return ReadString("SecurityCtrlr", "Identity"); }
 int CVariableCache::MonitoringCtrlrItemsPerMessageClearVariableMonitoring() {
     return ReadInt("MonitoringCtrlr", "ItemsPerMessage", "ClearVariableMonitoring");
 }

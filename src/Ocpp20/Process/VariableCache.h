@@ -108,6 +108,7 @@ public:
     std::string SmartChargingCtrlrSetpointPriority();
     float SmartChargingCtrlrLimitChangeSignificance();
     int SecurityCtrlrSecurityProfile();
+    std::string SecurityCtrlrIdentity();
     int MonitoringCtrlrItemsPerMessageClearVariableMonitoring();
     int MonitoringCtrlrItemsPerMessageSetVariableMonitoring();
     int MonitoringCtrlrBytesPerMessageClearVariableMonitoring();
