@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the library and runs the demonstration host against a fresh cache folder.
+# Builds the library, runs the C host and the log-export host, then a local
+# CSMS with the station simulator: boot, heartbeats, one variables round.
 source "$(dirname "$0")/lib/common.sh"
 cd "$ROOT"
 
@@ -18,5 +19,8 @@ build/examples/c-host/ocpp_c_host "$cache"
 
 step "Run the demo host with cache folder $cache"
 build/examples/demo-host/ocpp_demo_host "$cache"
+
+step "Local CSMS and the station simulator"
+OCPP_STATION_SIM="$ROOT/build/examples/station-sim/ocpp_station_sim" node tests/e2e/demo.mjs
 
 step "Demo finished"

@@ -1,0 +1,71 @@
+// Loopback benchmark: a local CSMS and the station simulator on one machine.
+// 1. After boot, the station idles for IDLE_S seconds (default 60): its resident
+//    memory and the CPU time it used meanwhile are read from /proc.
+// 2. The CSMS then sends CALLS GetVariables requests (default 10,000), one after
+//    another; the round trip is measured at the CSMS.
+// Usage: node bench/loopback/loopback.mjs [--calls N] [--idle S]
+import { readFileSync } from 'node:fs';
+import { startCsms } from '../../tests/e2e/lib/csms.mjs';
+import { Station } from '../../tests/e2e/lib/sim.mjs';
+
+const arg = (name, fallback) => {
+  const i = process.argv.indexOf(name);
+  return i > 0 ? Number(process.argv[i + 1]) : fallback;
+};
+const calls = arg('--calls', 10000);
+const idleS = arg('--idle', 60);
+const ticksPerSecond = 100; // USER_HZ on Linux
+
+function proc(pid) {
+  const status = readFileSync(`/proc/${pid}/status`, 'utf8');
+  const kb = (key) => Number((status.match(new RegExp(`^${key}:\\s+(\\d+) kB`, 'm')) ?? [])[1] ?? NaN);
+  // Fields after the command name, which may hold spaces: utime and stime are fields 14 and 15.
+  const stat = readFileSync(`/proc/${pid}/stat`, 'utf8');
+  const fields = stat.slice(stat.lastIndexOf(')') + 2).split(' ');
+  const cpuS = (Number(fields[11]) + Number(fields[12])) / ticksPerSecond;
+  return { rssKb: kb('VmRSS'), hwmKb: kb('VmHWM'), threads: Number((status.match(/^Threads:\s+(\d+)/m) ?? [])[1]), cpuS };
+}
+
+const percentile = (sorted, p) => sorted[Math.min(sorted.length - 1, Math.ceil((p / 100) * sorted.length) - 1)];
+
+// Strict checks stay on: they cost the CSMS, not the station, and keep the answers honest.
+const csms = await startCsms({ interval: 60 });
+const station = new Station({ url: csms.url(), id: 'BENCH001', logLevel: 3 });
+let code = 0;
+try {
+  station.send({ cmd: 'boot' });
+  await station.waitForStatus('OK', { timeoutMs: 30000 });
+  const pid = station.proc.pid;
+
+  const idleStart = proc(pid);
+  await new Promise((r) => setTimeout(r, idleS * 1000));
+  const idleEnd = proc(pid);
+  console.log(`idle ${idleS} s after boot: RSS ${idleEnd.rssKb} kB (peak ${idleEnd.hwmKb} kB), ` +
+    `${idleEnd.threads} threads, CPU ${(idleEnd.cpuS - idleStart.cpuS).toFixed(2)} s ` +
+    `(${(100 * (idleEnd.cpuS - idleStart.cpuS) / idleS).toFixed(2)} % of one core)`);
+
+  const request = { getVariableData: [{ component: { name: 'OCPPCommCtrlr' }, variable: { name: 'OfflineThreshold' } }] };
+  const times = new Float64Array(calls);
+  const cpuBefore = proc(pid).cpuS;
+  const started = process.hrtime.bigint();
+  for (let i = 0; i < calls; i++) {
+    const t0 = process.hrtime.bigint();
+    const answer = await csms.client.call('GetVariables', request);
+    times[i] = Number(process.hrtime.bigint() - t0) / 1e6;
+    if (answer.getVariableResult[0].attributeStatus !== 'Accepted') throw new Error(`call ${i}: ${JSON.stringify(answer)}`);
+  }
+  const wallS = Number(process.hrtime.bigint() - started) / 1e9;
+  const after = proc(pid);
+  const sorted = Array.from(times).sort((a, b) => a - b);
+  console.log(`${calls} GetVariables in ${wallS.toFixed(1)} s: median ${percentile(sorted, 50).toFixed(3)} ms, ` +
+    `p99 ${percentile(sorted, 99).toFixed(3)} ms, max ${sorted[sorted.length - 1].toFixed(3)} ms; ` +
+    `station CPU ${(after.cpuS - cpuBefore).toFixed(2)} s, RSS after ${after.rssKb} kB (peak ${after.hwmKb} kB)`);
+  if (csms.failures.length) throw new Error(`schema check failures: ${JSON.stringify(csms.failures.slice(0, 3))}`);
+} catch (e) {
+  console.error(`benchmark failed: ${e.message}\n${station.tail()}`);
+  code = 1;
+} finally {
+  await station.stop();
+  await csms.close();
+}
+process.exit(code);
