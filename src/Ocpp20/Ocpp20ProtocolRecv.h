@@ -21,6 +21,7 @@ void Ocpp20Protocol_OnCostUpdatedRequest(const char* messageId, const char* fram
 void Ocpp20Protocol_OnDeleteCertificateRequest(const char* messageId, const char* frame, int len);
 void Ocpp20Protocol_OnInstallCertificate(const char* messageId, const char* frame, int len);
 void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const char* frame, int len);
+void Ocpp20Protocol_OnSetNetworkProfileRequest(const char* messageId, const char* frame, int len);
 void Ocpp20Protocol_OnReserveNowRequest(const char* messageId, const char* frame, int len);
 void Ocpp20Protocol_OnResetRequest(const char* messageId, const char* frame, int len);
 void Ocpp20Protocol_RequestStartTransactionRequest(const char* messageId, const char* frame, int len);

@@ -10,7 +10,9 @@
 #include "Log/LogManager.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
+#include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/MessageCallBack.h"
+#include "OcppProtocol/OcppSendSeam.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
 #include "Process/ConnectorManager.h"
@@ -485,8 +487,16 @@ int OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE type) {
 int OcppProtocol_SendSecurityEvent(const char* eventType) {
     SecurityEventObserver observer = g_securityEventObserver.load();
     if (observer != nullptr) observer(eventType);
-    // The 2.0.1 sender takes over here: sent at once when connected, kept offline otherwise.
-    return 1;
+    const std::string frame =
+        COcppProtocol20::SecurityEventNotificationReq(eventType, CTools::CurTimeSec(), nullptr);
+    if (frame.empty()) return 0;
+    // While disconnected the offline cache keeps it; until that exists it is dropped.
+    if (OcppProtocol_GetStatus() == SDKSTATUS_DISCONNECTED) return 1;
+    std::vector<char> answer(kOcppResponseBufferLen, 0);
+    int answerLen = 0;
+    if (OcppProtocol_SendMessage(frame.c_str(), static_cast<int>(frame.size()), answer.data(), &answerLen) != 1)
+        return 0;
+    return COcppProtocol20::SecurityEventNotificationResp(answer.data());
 }
 
 void OcppProtocol_SetSecurityEventObserver(SecurityEventObserver observer) { g_securityEventObserver = observer; }

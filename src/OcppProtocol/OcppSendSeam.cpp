@@ -4,22 +4,29 @@
 
 #include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppProtocol.h"
+#include "Process/ConnectManager.h"
 #include "Util/Tools.h"
 
 namespace {
 
-int NotConnectedSend(const char*, int) { return 0; }
+// By default frames leave through the connection manager's current client.
+int LinkSend(const char* frame, int len) { return CConnectManager::GetInstance()->SendMessage(frame, len); }
 
-int NotConnectedRequest(const char*, const char*, int, char*, int, int*) { return 0; }
+int LinkRequest(const char* id, const char* frame, int len, char* response, int capacity, int* responseLen) {
+    int length = capacity;
+    const int rc = CConnectManager::GetInstance()->SendMessage(id, frame, len, response, &length);
+    if (responseLen != nullptr) *responseLen = rc == 1 ? length : 0;
+    return rc == 1 ? 1 : 0;
+}
 
-std::atomic<COcppSendSeam::SendFn> g_send{&NotConnectedSend};
-std::atomic<COcppSendSeam::RequestFn> g_request{&NotConnectedRequest};
+std::atomic<COcppSendSeam::SendFn> g_send{&LinkSend};
+std::atomic<COcppSendSeam::RequestFn> g_request{&LinkRequest};
 
 }  // namespace
 
 void COcppSendSeam::Set(SendFn send, RequestFn request) {
-    g_send.store(send != nullptr ? send : &NotConnectedSend);
-    g_request.store(request != nullptr ? request : &NotConnectedRequest);
+    g_send.store(send != nullptr ? send : &LinkSend);
+    g_request.store(request != nullptr ? request : &LinkRequest);
 }
 
 void COcppSendSeam::Reset() { Set(nullptr, nullptr); }

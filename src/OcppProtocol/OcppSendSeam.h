@@ -1,6 +1,6 @@
 #pragma once
-// Where outgoing frames leave the library. Until a link owner attaches, every
-// send reports "not connected" (0); tests put a recording fake here.
+// Where outgoing frames leave the library: the connection manager's current
+// client by default (0 while there is none); tests put a recording fake here.
 #include <OcppErrorCode.h>
 
 #include <cstdint>
@@ -17,7 +17,7 @@ public:
                              int* responseLen);
 
     static void Set(SendFn send, RequestFn request);
-    static void Reset();  // back to "not connected"
+    static void Reset();  // back to the connection manager
 
     static int Send(const char* frame, int len);
     static int Request(const char* id, const char* frame, int len, char* response, int capacity, int* responseLen);
