@@ -192,6 +192,40 @@ OCPP_API int OcppProtocol_BootNotification(BOOTREASON reason, const char* model,
 /* Station operations. */
 OCPP_API int OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE type);
 
+/* Connector status as the host reports it (the 2.0.1 ConnectorStatus list). */
+typedef enum {
+    CONNECTORSTATUS_AVAILABLE = 0,
+    CONNECTORSTATUS_OCCUPIED = 1,
+    CONNECTORSTATUS_RESERVED = 2,
+    CONNECTORSTATUS_UNAVAILABLE = 3,
+    CONNECTORSTATUS_FAULTED = 4
+} CONNECTORSTATUS;
+
+/* Connector fault as the host reports it; a change of it alone is reported like a status change. */
+typedef enum {
+    CONNECTORERRORCODE_NOERROR = 0,
+    CONNECTORERRORCODE_CONNECTORLOCKFAILURE = 1,
+    CONNECTORERRORCODE_EVCOMMUNICATIONERROR = 2,
+    CONNECTORERRORCODE_GROUNDFAILURE = 3,
+    CONNECTORERRORCODE_HIGHTEMPERATURE = 4,
+    CONNECTORERRORCODE_INTERNALERROR = 5,
+    CONNECTORERRORCODE_LOCALLISTCONFLICT = 6,
+    CONNECTORERRORCODE_OTHERERROR = 7,
+    CONNECTORERRORCODE_OVERCURRENTFAILURE = 8,
+    CONNECTORERRORCODE_OVERVOLTAGE = 9,
+    CONNECTORERRORCODE_POWERMETERFAILURE = 10,
+    CONNECTORERRORCODE_POWERSWITCHFAILURE = 11,
+    CONNECTORERRORCODE_READERFAILURE = 12,
+    CONNECTORERRORCODE_RESETFAILURE = 13,
+    CONNECTORERRORCODE_UNDERVOLTAGE = 14,
+    CONNECTORERRORCODE_WEAKSIGNAL = 15
+} CONNECTORERRORCODE;
+
+/* A connector's current state. Sent to the CSMS only when status or error code changed;
+ * changes made while offline are sent on reconnection. 1 once recorded. */
+OCPP_API int OcppProtocol_StatusNotification(int evseId, int connectorId, CONNECTORERRORCODE errorCode,
+                                             CONNECTORSTATUS status);
+
 OCPP_EXTERN_C_END
 
 #endif

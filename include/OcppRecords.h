@@ -19,6 +19,7 @@ typedef enum {
     SERVERRECVTYPE_TRIGGERMESSAGE = 3,
     SERVERRECVTYPE_RESERVENOW = 4,
     SERVERRECVTYPE_CHANGECONFIGURATION = 5,
+    SERVERRECVTYPE_SETVARIABLES = 5, /* same code under 2.0.1 and 2.1: see SetVariablesReq */
     SERVERRECVTYPE_DATATRANSFER = 6,
     SERVERRECVTYPE_CERTIFICATESIGNED = 7,
     SERVERRECVTYPE_CLEARDISPLAYMESSAGE = 9,
@@ -112,6 +113,17 @@ typedef struct {
     char reserved[1693];
 } ChangeConfigurationReq;
 OCPP_STATIC_ASSERT(sizeof(ChangeConfigurationReq) == 2286, "ChangeConfigurationReq must be 2286 bytes");
+
+/* 5 under 2.0.1 and 2.1: a SetVariables request. Variable length, 45 + 2241 * count
+ * bytes: `count` VariableDataItem records (OcppVariables.h) follow the head, in
+ * the order of the request. Each carries the library's verdict in `status`;
+ * VARIABLESTATUS_HOSTDECIDE (6) marks the host's own variables, which it decides.
+ * The host answers every entry with OcppProtocol_SetVariables. */
+typedef struct {
+    ServerRecvBase base;
+    int32_t count;
+} SetVariablesReq;
+OCPP_STATIC_ASSERT(sizeof(SetVariablesReq) == 45, "SetVariablesReq head must be 45 bytes");
 
 /* 6 */
 typedef struct {

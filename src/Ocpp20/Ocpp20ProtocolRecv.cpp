@@ -7,10 +7,7 @@
 
 #include "Ocpp20/Protocol/JsonText.h"
 #include "OcppProtocol/MessageCallBack.h"
-#include "Ocpp20/OcppProtocol20.h"
-#include "OcppProtocol/OcppSendSeam.h"
-#include "Process/BootHeartbeat.h"
-#include "Process/ConnectManager.h"
+#include "Process/ConnectorManager.h"
 #include "Util/Tools.h"
 #include "models/Models.h"
 
@@ -38,7 +35,7 @@ const Ocpp20InboundAction kInboundActions[] = {
     {"RequestStopTransaction", &Ocpp20Protocol_RequestStopTransactionRequest},
     {"PublishFirmware", &Ocpp20Protocol_PublishFirmwareRequest},
     {"DataTransfer", &Ocpp20Protocol_OnDataTransferRequest},
-    {"SetVariables", nullptr},
+    {"SetVariables", &Ocpp20Protocol_OnSetVariablesRequest},
     {"GetBaseReport", nullptr},
     {"GetChargingProfiles", nullptr},
     {"UnlockConnector", &Ocpp20Protocol_OnUnlockConnectorRequest},
@@ -48,7 +45,7 @@ const Ocpp20InboundAction kInboundActions[] = {
     {"GetInstalledCertificateIds", &Ocpp20Protocol_OnGetInstalledCertificateIdsRequest},
     {"SetVariableMonitoring", nullptr},
     {"GetLocalListVersion", nullptr},
-    {"SetNetworkProfile", &Ocpp20Protocol_OnSetNetworkProfileRequest},
+    {"SetNetworkProfile", nullptr},
     {"SetMonitoringLevel", nullptr},
     {"SetMonitoringBase", nullptr},
     {"SetDisplayMessage", nullptr},
@@ -58,7 +55,7 @@ const Ocpp20InboundAction kInboundActions[] = {
     {"GetTransactionStatus", nullptr},
     {"SetChargingProfile", nullptr},
     {"UpdateFirmware", &Ocpp20Protocol_OnUpdateFirmwareRequest},
-    {"GetVariables", nullptr},
+    {"GetVariables", &Ocpp20Protocol_OnGetVariablesRequest},
 };
 
 static_assert(sizeof(kInboundActions) / sizeof(kInboundActions[0]) == 40, "the action table has 40 rows");
@@ -160,16 +157,12 @@ void Ocpp20Protocol_OnInstallCertificate(const char* messageId, const char* fram
 
 void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const char* frame, int len) {
     const models::triggerMessageRequest_t request = models::TriggerMessageRequestFromJsonData(frame, Len(len));
-    // Boot and heartbeat are the library's own: accept, then send the message
-    // (the answer must reach the CSMS before the message it asked for).
-    if (request.requestedMessage == "BootNotification" || request.requestedMessage == "Heartbeat") {
-        const std::string answer = COcppProtocol20::TriggerMessage(messageId, 0);
-        OcppProtocol_SendMessage(answer.c_str(), static_cast<int>(answer.size()));
-        if (request.requestedMessage == "BootNotification") {
-            CBootHeartbeat::GetInstance()->TriggerBoot();
-        } else {
-            CBootHeartbeat::GetInstance()->TriggerHeartBeat();
-        }
+    if (request.requestedMessage == "StatusNotification") {
+        // The library keeps every connector's status: it answers and reports itself.
+        const bool evse = request.evse_present && request.evse.id_present;
+        CConnectorManager::GetInstance()->OnTriggerStatusNotification(
+            messageId, evse ? request.evse.id : 0,
+            evse && request.evse.connectorId_present ? request.evse.connectorId : 0);
         return;
     }
     TriggerMessageReq record;
@@ -311,54 +304,4 @@ void Ocpp20Protocol_OnUpdateFirmwareRequest(const char* messageId, const char* f
     CTools::CopyField(record.signingCertificate, firmware.signingCertificate);
     CTools::CopyField(record.signature, firmware.signature);
     Post(record, SERVERRECVTYPE_UPDATEFIRMWARE, messageId);
-}
-
-namespace {
-// Accepted 0, Rejected 1 (SetNetworkProfileStatus).
-int CheckNetworkProfile(const models::setNetworkProfileRequest_t& request, ConnectionItem& item) {
-    const models::connectionData_t& data = request.connectionData;
-    memset(&item, 0, sizeof item);
-    if (data.ocppVersion == "OCPP16") {
-        item.protocol = OCPPPROTOCOL_16;
-    } else if (data.ocppVersion == "OCPP20") {
-        item.protocol = OCPPPROTOCOL_201;
-    } else {
-        LOG_ERROR("SetNetworkProfile: ocppVersion %s not supported", data.ocppVersion.c_str());
-        return 1;
-    }
-    const std::string& url = data.ocppCsmsUrl;
-    const bool tls = url.compare(0, 6, "wss://") == 0;
-    if ((!tls && url.compare(0, 5, "ws://") != 0) || url.size() >= sizeof item.url) {
-        LOG_ERROR("SetNetworkProfile: url not usable: %s", url.c_str());
-        return 1;
-    }
-    CConnectManager* manager = CConnectManager::GetInstance();
-    const int type = data.securityProfile;
-    if (type < CONNTYPE_WS || type > CONNTYPE_TLS_CLIENT_CERT || tls != (type >= CONNTYPE_TLS_BASIC)) return 1;
-    if (type < manager->GetCurConnItem().connType) {
-        LOG_ERROR("SetNetworkProfile: security profile %d lower than the current one", type);
-        return 1;
-    }
-    if ((type == CONNTYPE_TLS_BASIC && manager->IsSupportSecurity2() != 1) ||
-        (type == CONNTYPE_TLS_CLIENT_CERT && manager->IsSupportSecurity3() != 1)) {
-        LOG_ERROR("SetNetworkProfile: no certificates for security profile %d", type);
-        return 1;
-    }
-    if (request.configurationSlot <= 0) return 1;
-    item.id = request.configurationSlot;
-    item.connType = type;
-    item.messageTimeout = data.messageTimeout > 0 ? data.messageTimeout : 5;
-    CTools::CopyField(item.url, url);
-    return 0;
-}
-}  // namespace
-
-void Ocpp20Protocol_OnSetNetworkProfileRequest(const char* messageId, const char* frame, int len) {
-    const models::setNetworkProfileRequest_t request = models::SetNetworkProfileRequestFromJsonData(frame, Len(len));
-    ConnectionItem item;
-    int status = CheckNetworkProfile(request, item);
-    if (status == 0 && CConnectManager::GetInstance()->AddConnItem(item) != 1) status = 2;
-    LOG_INFO("SetNetworkProfile slot:%d status:%d", item.id, status);
-    const std::string answer = COcppProtocol20::SetNetworkProfileResp(messageId, status);
-    OcppProtocol_SendMessage(answer.c_str(), static_cast<int>(answer.size()));
 }

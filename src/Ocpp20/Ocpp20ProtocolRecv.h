@@ -33,3 +33,7 @@ void Ocpp20Protocol_OnUnpublishFirmwareRequest(const char* messageId, const char
 void Ocpp20Protocol_OnGetInstalledCertificateIdsRequest(const char* messageId, const char* frame, int len);
 void Ocpp20Protocol_OnGetLogRequest(const char* messageId, const char* frame, int len);
 void Ocpp20Protocol_OnUpdateFirmwareRequest(const char* messageId, const char* frame, int len);
+
+// Requests the library answers from the device model; SetVariables also tells the host.
+void Ocpp20Protocol_OnSetVariablesRequest(const char* messageId, const char* frame, int len);
+void Ocpp20Protocol_OnGetVariablesRequest(const char* messageId, const char* frame, int len);

@@ -6,6 +6,7 @@
 
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
+#include "Ocpp20/Process/VariableRequest.h"
 #include "Util/Tools.h"
 
 namespace {
@@ -14,8 +15,6 @@ namespace {
 // The negotiated protocol; until the SDK core keeps it, the 2.0.1 stores serve every call.
 bool IsOcpp16Selected() { return false; }
 void NotifyMonitorOnlyWrite(const std::vector<VariableDataItem20>& /*variables*/) {}
-// Sends the SetVariablesResponse of the host's answer; 1 when sent.
-int SendSetVariablesResponse(const char* /*messageId*/, int /*count*/, const VariableDataItem* /*items*/) { return 1; }
 
 }  // namespace
 
@@ -41,8 +40,11 @@ int OcppProtocol_SetVariableData(int count, const VariableDataItem* items, int f
 
 int OcppProtocol_SetVariables(const char* messageId, int count, const VariableDataItem* items) {
     if (count < 0 || (count > 0 && items == nullptr)) return 0;
-    const int sent = SendSetVariablesResponse(messageId, count, items);
-    const int stored = OcppProtocol_SetVariableData(count, items, 1);
+    // The host decides only its own variables; the library's verdicts stand, so
+    // nothing it refused can reach the store through the answer.
+    const std::vector<VariableDataItem> settled = CVariableRequest::Settle(messageId, count, items);
+    const int sent = CVariableRequest::SendSetVariablesResponse(messageId, settled);
+    const int stored = OcppProtocol_SetVariableData(count, settled.data(), 1);
     return sent == 1 && stored == 1 ? 1 : 0;
 }
 
