@@ -97,6 +97,10 @@ OCPP_API int Ocpp20Protocol_GetLog(const char* messageId, int status, const char
 /* Accepted 0, Rejected 1, AcceptedCanceled 2, InvalidCertificate 3, RevokedCertificate 4 */
 OCPP_API int Ocpp20Protocol_UpdateFirmware(const char* messageId, int status);
 
+/* The host reports that a reservation ended: Expired 0, Removed 1. The CSMS is
+ * told and the library forgets the reservation. 1 when the CSMS answered. */
+OCPP_API int Ocpp20Protocol_ReservationStatusUpdate(int reservationId, int status);
+
 OCPP_EXTERN_C_END
 
 #endif

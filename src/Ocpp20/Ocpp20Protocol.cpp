@@ -2,10 +2,12 @@
 #include <Ocpp20Protocol.h>
 
 #include <string>
+#include <vector>
 
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Protocol/Base.h"
 #include "OcppProtocol/OcppSendSeam.h"
+#include "Process/ReservationManager.h"
 #include "Util/Tools.h"
 
 namespace {
@@ -103,4 +105,24 @@ int Ocpp20Protocol_GetLog(const char* messageId, int status, const char* filenam
 }
 int Ocpp20Protocol_UpdateFirmware(const char* messageId, int status) {
     OCPP20_ANSWER("UpdateFirmware", COcppProtocol20::UpdateFirmware(messageId, status))
+}
+
+int Ocpp20Protocol_ReservationStatusUpdate(int reservationId, int status) {
+    try {
+        const std::string frame = COcppProtocol20::ReservationStatusUpdateReq(reservationId, status);
+        if (frame.empty()) {
+            LOG_ERROR("ReservationStatusUpdate not sent: status %d outside its list", status);
+            return 0;
+        }
+        // The host says it is gone: forget it even if the CSMS cannot be told now.
+        CReservationManager::GetInstance()->RemoveReservation(static_cast<uint32_t>(reservationId));
+        std::vector<char> answer(kOcppResponseBufferLen, 0);  // 64 kB: off the caller's stack
+        int answerLen = 0;
+        if (OcppProtocol_SendMessage(frame.data(), static_cast<int>(frame.size()), answer.data(), &answerLen) != 1)
+            return 0;
+        return COcppProtocol20::ReservationStatusUpdateResp(answer.data());
+    } catch (const std::exception& e) {
+        LOG_ERROR("ReservationStatusUpdate failed: %s", e.what());
+        return 0;
+    }
 }

@@ -8,6 +8,11 @@
 #include "Ocpp20/Protocol/JsonText.h"
 #include "OcppProtocol/MessageCallBack.h"
 #include "Process/ConnectorManager.h"
+#include "Ocpp20/OcppProtocol20.h"
+#include "OcppProtocol/OcppSendSeam.h"
+#include "Process/BootHeartbeat.h"
+#include "Process/ConnectManager.h"
+#include "Process/ReservationManager.h"
 #include "Util/Tools.h"
 #include "models/Models.h"
 
@@ -45,7 +50,7 @@ const Ocpp20InboundAction kInboundActions[] = {
     {"GetInstalledCertificateIds", &Ocpp20Protocol_OnGetInstalledCertificateIdsRequest},
     {"SetVariableMonitoring", nullptr},
     {"GetLocalListVersion", nullptr},
-    {"SetNetworkProfile", nullptr},
+    {"SetNetworkProfile", &Ocpp20Protocol_OnSetNetworkProfileRequest},
     {"SetMonitoringLevel", nullptr},
     {"SetMonitoringBase", nullptr},
     {"SetDisplayMessage", nullptr},
@@ -157,6 +162,18 @@ void Ocpp20Protocol_OnInstallCertificate(const char* messageId, const char* fram
 
 void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const char* frame, int len) {
     const models::triggerMessageRequest_t request = models::TriggerMessageRequestFromJsonData(frame, Len(len));
+    // Boot and heartbeat are the library's own: accept, then send the message
+    // (the answer must reach the CSMS before the message it asked for).
+    if (request.requestedMessage == "BootNotification" || request.requestedMessage == "Heartbeat") {
+        const std::string answer = COcppProtocol20::TriggerMessage(messageId, 0);
+        OcppProtocol_SendMessage(answer.c_str(), static_cast<int>(answer.size()));
+        if (request.requestedMessage == "BootNotification") {
+            CBootHeartbeat::GetInstance()->TriggerBoot();
+        } else {
+            CBootHeartbeat::GetInstance()->TriggerHeartBeat();
+        }
+        return;
+    }
     if (request.requestedMessage == "StatusNotification") {
         // The library keeps every connector's status: it answers and reports itself.
         const bool evse = request.evse_present && request.evse.id_present;
@@ -184,6 +201,11 @@ void Ocpp20Protocol_OnReserveNowRequest(const char* messageId, const char* frame
     CTools::CopyField(record.idToken, request.idToken.idToken);
     record.idTokenType = models::GetIdTokenInInt(request.idToken.type);
     record.evseId = request.evseId_present ? request.evseId : 0;
+    // Stored before the host decides; a refused reservation stays until it expires or is removed.
+    CReservationManager::GetInstance()->StoreReservation(
+        static_cast<uint32_t>(record.id), record.idToken, record.idTokenType,
+        request.groupIdToken_present ? request.groupIdToken.idToken.c_str() : "",
+        request.groupIdToken_present ? models::GetIdTokenInInt(request.groupIdToken.type) : 0, record.expiryDateTime);
     Post(record, SERVERRECVTYPE_RESERVENOW, messageId);
 }
 
@@ -304,4 +326,54 @@ void Ocpp20Protocol_OnUpdateFirmwareRequest(const char* messageId, const char* f
     CTools::CopyField(record.signingCertificate, firmware.signingCertificate);
     CTools::CopyField(record.signature, firmware.signature);
     Post(record, SERVERRECVTYPE_UPDATEFIRMWARE, messageId);
+}
+
+namespace {
+// Accepted 0, Rejected 1 (SetNetworkProfileStatus).
+int CheckNetworkProfile(const models::setNetworkProfileRequest_t& request, ConnectionItem& item) {
+    const models::connectionData_t& data = request.connectionData;
+    memset(&item, 0, sizeof item);
+    if (data.ocppVersion == "OCPP16") {
+        item.protocol = OCPPPROTOCOL_16;
+    } else if (data.ocppVersion == "OCPP20") {
+        item.protocol = OCPPPROTOCOL_201;
+    } else {
+        LOG_ERROR("SetNetworkProfile: ocppVersion %s not supported", data.ocppVersion.c_str());
+        return 1;
+    }
+    const std::string& url = data.ocppCsmsUrl;
+    const bool tls = url.compare(0, 6, "wss://") == 0;
+    if ((!tls && url.compare(0, 5, "ws://") != 0) || url.size() >= sizeof item.url) {
+        LOG_ERROR("SetNetworkProfile: url not usable: %s", url.c_str());
+        return 1;
+    }
+    CConnectManager* manager = CConnectManager::GetInstance();
+    const int type = data.securityProfile;
+    if (type < CONNTYPE_WS || type > CONNTYPE_TLS_CLIENT_CERT || tls != (type >= CONNTYPE_TLS_BASIC)) return 1;
+    if (type < manager->GetCurConnItem().connType) {
+        LOG_ERROR("SetNetworkProfile: security profile %d lower than the current one", type);
+        return 1;
+    }
+    if ((type == CONNTYPE_TLS_BASIC && manager->IsSupportSecurity2() != 1) ||
+        (type == CONNTYPE_TLS_CLIENT_CERT && manager->IsSupportSecurity3() != 1)) {
+        LOG_ERROR("SetNetworkProfile: no certificates for security profile %d", type);
+        return 1;
+    }
+    if (request.configurationSlot <= 0) return 1;
+    item.id = request.configurationSlot;
+    item.connType = type;
+    item.messageTimeout = data.messageTimeout > 0 ? data.messageTimeout : 5;
+    CTools::CopyField(item.url, url);
+    return 0;
+}
+}  // namespace
+
+void Ocpp20Protocol_OnSetNetworkProfileRequest(const char* messageId, const char* frame, int len) {
+    const models::setNetworkProfileRequest_t request = models::SetNetworkProfileRequestFromJsonData(frame, Len(len));
+    ConnectionItem item;
+    int status = CheckNetworkProfile(request, item);
+    if (status == 0 && CConnectManager::GetInstance()->AddConnItem(item) != 1) status = 2;
+    LOG_INFO("SetNetworkProfile slot:%d status:%d", item.id, status);
+    const std::string answer = COcppProtocol20::SetNetworkProfileResp(messageId, status);
+    OcppProtocol_SendMessage(answer.c_str(), static_cast<int>(answer.size()));
 }

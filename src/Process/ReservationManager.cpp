@@ -10,10 +10,7 @@
 
 #include <json/json.h>
 
-#include <OcppRecords.h>
-
 #include "Ocpp20/Process/JsonText.h"
-#include "OcppProtocol/MessageCallBack.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/FileUtil.h"
 #include "Util/Tools.h"
@@ -290,14 +287,8 @@ size_t CReservationManager::Count() {
     return m_items.size();
 }
 
-int CReservationManager::OnReserveNowRequest(const char* messageId, uint32_t id, int32_t evseId,
-                                             const char* idToken, int32_t tokenType, const char* groupToken,
-                                             int32_t groupTokenType, const std::string& expiryDateTime) {
-    const int64_t expiry = CTools::GetTimeByString(expiryDateTime);
-    if (expiry < 0 || expiry > static_cast<int64_t>(UINT32_MAX)) {
-        LOG_ERROR("ReserveNow expiryDateTime invalid: %s", expiryDateTime.c_str());
-        return 0;
-    }
+int CReservationManager::StoreReservation(uint32_t id, const char* idToken, int32_t tokenType,
+                                          const char* groupToken, int32_t groupTokenType, uint32_t expiryTimeSec) {
     ReservationItem item;
     memset(&item, 0, sizeof item);
     item.id = id;
@@ -305,34 +296,9 @@ int CReservationManager::OnReserveNowRequest(const char* messageId, uint32_t id,
     CTools::CopyField(item.token, idToken ? idToken : "");
     item.groupTokenType = groupTokenType;
     CTools::CopyField(item.groupToken, groupToken ? groupToken : "");
-    item.expiryTimeSec = static_cast<uint32_t>(expiry);
-    // Stored before the host answers; a refused reservation stays until it expires.
-    AddReservationItem(item);
-
-    ReserveNowReq record;
-    memset(&record, 0, sizeof record);
-    record.base.type = SERVERRECVTYPE_RESERVENOW;
-    CTools::CopyField(record.base.messageId, messageId ? messageId : "");
-    record.id = static_cast<int32_t>(id);
-    record.expiryDateTime = item.expiryTimeSec;
-    CTools::CopyField(record.idToken, item.token);
-    record.idTokenType = tokenType;
-    record.evseId = evseId;
-    CMessageCallBack::GetInstance()->OnMessage(reinterpret_cast<const char*>(&record), sizeof record, 0);
-    return 1;
+    item.expiryTimeSec = expiryTimeSec;
+    return AddReservationItem(item);
 }
-
-int CReservationManager::OnCancelReservationRequest(const char* messageId, uint32_t id) {
-    CancelReservationReq record;
-    memset(&record, 0, sizeof record);
-    record.base.type = SERVERRECVTYPE_CANCELRESERVATION;
-    CTools::CopyField(record.base.messageId, messageId ? messageId : "");
-    record.reservationId = static_cast<int32_t>(id);
-    CMessageCallBack::GetInstance()->OnMessage(reinterpret_cast<const char*>(&record), sizeof record, 0);
-    return GetReservationItem(id, nullptr);
-}
-
-int CReservationManager::OnReservationStatusUpdate(uint32_t id) { return RemoveReservation(id); }
 
 int CReservationManager::CheckReservedStart(uint32_t id, const char* idToken, const char* groupToken) {
     ReservationItem item;

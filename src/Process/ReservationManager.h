@@ -33,16 +33,10 @@ public:
     int SyncToFile();
     size_t Count();
 
-    // ---- Calls for the request handlers; one each. ----
-    // ReserveNow: stores at once (before the host decides) and posts the
-    // host record. 0 when the expiry text is not a valid time.
-    int OnReserveNowRequest(const char* messageId, uint32_t id, int32_t evseId, const char* idToken,
-                            int32_t tokenType, const char* groupToken, int32_t groupTokenType,
-                            const std::string& expiryDateTime);
-    // CancelReservation: posts the host record; 1 when the reservation is stored.
-    int OnCancelReservationRequest(const char* messageId, uint32_t id);
-    // The host reported the reservation expired or removed.
-    int OnReservationStatusUpdate(uint32_t id);
+    // ReserveNow: stored at once, before the host decides; a refused
+    // reservation stays until it expires or is removed.
+    int StoreReservation(uint32_t id, const char* idToken, int32_t tokenType, const char* groupToken,
+                         int32_t groupTokenType, uint32_t expiryTimeSec);
 
     enum { RESERVATION_ABSENT = -1, RESERVATION_REFUSED = 0, RESERVATION_ACCEPTED = 1 };
     // Reserved start: the reserved token, or with a group any token of that group.

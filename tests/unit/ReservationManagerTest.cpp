@@ -5,10 +5,14 @@
 #include <cstring>
 #include <string>
 
+#include <Ocpp20Protocol.h>
 #include <OcppRecords.h>
 
+#include "Ocpp20/OcppProtocol20.h"
+#include "OcppProtocol/OcppProtocol.h"
 #include "Process/ReservationManager.h"
 #include "RecordingHost.h"
+#include "RecordingLink.h"
 #include "TestSupport.h"
 #include "Util/Tools.h"
 
@@ -156,38 +160,53 @@ TEST_F(Reservations, PowerCutBeforeRenameKeepsThePreviousFile) {
     rmdir((path + "1").c_str());
 }
 
-TEST_F(Reservations, ReserveNowIsStoredBeforeTheHostAnswersAndCancelIsForwarded) {
+TEST_F(Reservations, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
+    ResetSdkState();
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
     RecordingHost host;
+    RecordingLink link;
     CReservationManager* store = Open();
-    const std::string expiry = CTools::GetLocalTime(now + 3600);
-    ASSERT_EQ(store->OnReserveNowRequest("msg-1", 12, 2, "TOKEN", 1, "GROUP", 4, expiry), 1);
+    const std::string call =
+        R"([2,"rn-1","ReserveNow",{"id":12,"expiryDateTime":")" + CTools::GetLocalTime(now + 3600) +
+        R"(","idToken":{"idToken":"TOKEN","type":"ISO14443"},"groupIdToken":{"idToken":"FAMILY","type":"Central"},"evseId":2}])";
+    COcppProtocol20::OnMessage(call.data(), static_cast<int>(call.size()));
+
     ReservationItem got;
-    ASSERT_EQ(store->GetReservationItem(12, &got), 1);
+    ASSERT_EQ(store->GetReservationItem(12, &got), 1) << "stored before the host has answered";
+    EXPECT_STREQ(got.token, "TOKEN");
+    EXPECT_STREQ(got.groupToken, "FAMILY");
+    EXPECT_NE(got.tokenType, got.groupTokenType);
     EXPECT_EQ(got.expiryTimeSec, static_cast<uint32_t>(now + 3600));
-
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESERVENOW));
-    const std::string bytes = host.Records()[0].bytes;
-    ASSERT_EQ(bytes.size(), sizeof(ReserveNowReq));
-    ReserveNowReq record;
-    memcpy(&record, bytes.data(), sizeof record);
-    EXPECT_STREQ(record.base.messageId, "msg-1");
-    EXPECT_EQ(record.id, 12);
-    EXPECT_EQ(record.expiryDateTime, static_cast<uint32_t>(now + 3600));
-    EXPECT_STREQ(record.idToken, "TOKEN");
-    EXPECT_EQ(record.idTokenType, 1);
-    EXPECT_EQ(record.evseId, 2);
+    EXPECT_EQ(Ocpp20Protocol_ReserveNow("rn-1", 3), 1);
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos);
+    EXPECT_EQ(Reopen()->GetReservationItem(12, nullptr), 1);
+    ResetSdkState();
+}
 
-    EXPECT_EQ(store->OnReserveNowRequest("msg-2", 13, 1, "T", 1, "", 0, "not a time"), 0);
-    EXPECT_EQ(store->GetReservationItem(13, nullptr), 0);
+TEST_F(Reservations, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
+    ResetSdkState();
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    RecordingLink link;
+    CReservationManager* store = Open();
+    store->AddReservationItem(Item(5, now + 600));
+    store->AddReservationItem(Item(6, now + 600));
 
-    EXPECT_EQ(store->OnCancelReservationRequest("msg-3", 12), 1);
-    EXPECT_EQ(store->OnCancelReservationRequest("msg-4", 99), 0);
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CANCELRESERVATION, 2));
-    EXPECT_EQ(Int32At(host.Records()[1].bytes, 41), 12);
-    EXPECT_EQ(host.Records()[1].bytes.size(), sizeof(CancelReservationReq));
+    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });
+    EXPECT_EQ(Ocpp20Protocol_ReservationStatusUpdate(5, 1), 1);
+    EXPECT_NE(link.Last().find("\"ReservationStatusUpdate\""), std::string::npos);
+    EXPECT_NE(link.Last().find("\"Removed\""), std::string::npos);
+    EXPECT_EQ(store->GetReservationItem(5, nullptr), 0);
 
-    EXPECT_EQ(store->OnReservationStatusUpdate(12), 1);
-    EXPECT_EQ(store->GetReservationItem(12, nullptr), 0);
+    // Without a link the CSMS is not told, but the station still forgets it.
+    link.SetSendResult(0);
+    EXPECT_EQ(Ocpp20Protocol_ReservationStatusUpdate(6, 0), 0);
+    EXPECT_EQ(store->GetReservationItem(6, nullptr), 0);
+    // A status outside the list is refused and changes nothing.
+    store->AddReservationItem(Item(7, now + 600));
+    EXPECT_EQ(Ocpp20Protocol_ReservationStatusUpdate(7, 9), 0);
+    EXPECT_EQ(store->GetReservationItem(7, nullptr), 1);
+    ResetSdkState();
 }
 
 TEST_F(Reservations, ReservedEvseStartsOnlyForItsTokenOrItsGroup) {
