@@ -12,6 +12,7 @@
 #include "OcppProtocol/OcppSendSeam.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
+#include "Process/ReservationManager.h"
 #include "Util/Tools.h"
 #include "models/Models.h"
 
@@ -161,14 +162,6 @@ void Ocpp20Protocol_OnInstallCertificate(const char* messageId, const char* fram
 
 void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const char* frame, int len) {
     const models::triggerMessageRequest_t request = models::TriggerMessageRequestFromJsonData(frame, Len(len));
-    if (request.requestedMessage == "StatusNotification") {
-        // The library keeps every connector's status: it answers and reports itself.
-        const bool evse = request.evse_present && request.evse.id_present;
-        CConnectorManager::GetInstance()->OnTriggerStatusNotification(
-            messageId, evse ? request.evse.id : 0,
-            evse && request.evse.connectorId_present ? request.evse.connectorId : 0);
-        return;
-    }
     // Boot and heartbeat are the library's own: accept, then send the message
     // (the answer must reach the CSMS before the message it asked for).
     if (request.requestedMessage == "BootNotification" || request.requestedMessage == "Heartbeat") {
@@ -179,6 +172,14 @@ void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const char* f
         } else {
             CBootHeartbeat::GetInstance()->TriggerHeartBeat();
         }
+        return;
+    }
+    if (request.requestedMessage == "StatusNotification") {
+        // The library keeps every connector's status: it answers and reports itself.
+        const bool evse = request.evse_present && request.evse.id_present;
+        CConnectorManager::GetInstance()->OnTriggerStatusNotification(
+            messageId, evse ? request.evse.id : 0,
+            evse && request.evse.connectorId_present ? request.evse.connectorId : 0);
         return;
     }
     TriggerMessageReq record;
@@ -200,6 +201,11 @@ void Ocpp20Protocol_OnReserveNowRequest(const char* messageId, const char* frame
     CTools::CopyField(record.idToken, request.idToken.idToken);
     record.idTokenType = models::GetIdTokenInInt(request.idToken.type);
     record.evseId = request.evseId_present ? request.evseId : 0;
+    // Stored before the host decides; a refused reservation stays until it expires or is removed.
+    CReservationManager::GetInstance()->StoreReservation(
+        static_cast<uint32_t>(record.id), record.idToken, record.idTokenType,
+        request.groupIdToken_present ? request.groupIdToken.idToken.c_str() : "",
+        request.groupIdToken_present ? models::GetIdTokenInInt(request.groupIdToken.type) : 0, record.expiryDateTime);
     Post(record, SERVERRECVTYPE_RESERVENOW, messageId);
 }
 
