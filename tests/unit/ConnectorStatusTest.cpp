@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Ocpp20/OcppProtocol20.h"
+#include "Ocpp20/Process/VariableCache.h"
+#include "OcppProtocol/MessageCallBack.h"
+#include "OcppProtocol/OcppProtocol.h"
+#include "Process/BootHeartbeat.h"
+#include "Process/ConnectorManager.h"
+#include "RecordingHost.h"
+#include "RecordingLink.h"
+#include "TestSupport.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+namespace {
+
+struct Notification {
+    int evse;
+    int connector;
+    std::string status;
+    std::string timestamp;
+};
+
+std::string Value(const std::string& frame, const std::string& key) {
+    const std::string tag = "\"" + key + "\": ";
+    const size_t at = frame.find(tag);
+    if (at == std::string::npos) return "";
+    size_t from = at + tag.size();
+    if (frame[from] == '"') {
+        ++from;
+        return frame.substr(from, frame.find('"', from) - from);
+    }
+    return frame.substr(from, frame.find_first_of(",\n}", from) - from);
+}
+
+class ConnectorStatus : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        CBootHeartbeat::Release();
+        CConnectorManager::Release();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        g_iEvseNum = 0;
+        CVariableCache* cache = CVariableCache::GetInstance();
+        cache->InitDefault();
+        ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
+        // The CSMS acknowledges every StatusNotification.
+        link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });
+        CTools::FreezeClock(true);
+    }
+    void TearDown() override {
+        CConnectorManager::Release();
+        CBootHeartbeat::Release();
+        CVariableCache::Release();
+        ResetSdkState();
+    }
+
+    std::vector<Notification> Sent() {
+        std::vector<Notification> out;
+        for (const std::string& f : link.Sent()) {
+            if (f.find("\"StatusNotification\"") == std::string::npos) continue;
+            out.push_back({std::stoi(Value(f, "evseId")), std::stoi(Value(f, "connectorId")),
+                           Value(f, "connectorStatus"), Value(f, "timestamp")});
+        }
+        return out;
+    }
+    static std::string At(int64_t sec) { return CTools::GetLocalTime(sec); }
+
+    static void Report(int evse, int connector, CONNECTORSTATUS status,
+                       CONNECTORERRORCODE error = CONNECTORERRORCODE_NOERROR) {
+        ASSERT_EQ(OcppProtocol_StatusNotification(evse, connector, error, status), 1);
+    }
+
+    TempDir dir;
+    ClockGuard clock;
+    RecordingHost host;
+    RecordingLink link;
+    LogCapture log;
+};
+
+}  // namespace
+
+TEST_F(ConnectorStatus, OnlineStatusIsSentOncePerRealChange) {
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    Report(1, 1, CONNECTORSTATUS_AVAILABLE);
+    Report(1, 1, CONNECTORSTATUS_AVAILABLE);
+    ASSERT_EQ(Sent().size(), 1u) << "a repeated status is not a change";
+
+    Report(1, 1, CONNECTORSTATUS_AVAILABLE, CONNECTORERRORCODE_HIGHTEMPERATURE);
+    ASSERT_EQ(Sent().size(), 2u) << "a new error code alone is a change";
+
+    Report(1, 1, CONNECTORSTATUS_OCCUPIED, CONNECTORERRORCODE_HIGHTEMPERATURE);
+    const std::vector<Notification> sent = Sent();
+    ASSERT_EQ(sent.size(), 3u);
+    EXPECT_EQ(sent[2].evse, 1);
+    EXPECT_EQ(sent[2].connector, 1);
+    EXPECT_EQ(sent[2].status, "Occupied");
+    EXPECT_EQ(sent[2].timestamp, At(CTools::CurTimeSec()));
+}
+
+TEST_F(ConnectorStatus, HighestEvseNumberOnlyGrows) {
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    Report(1, 1, CONNECTORSTATUS_AVAILABLE);
+    Report(3, 1, CONNECTORSTATUS_AVAILABLE);
+    Report(2, 1, CONNECTORSTATUS_AVAILABLE);
+    EXPECT_EQ(OcppProtocol_GetMaxEvse(), 3);
+    EXPECT_EQ((std::vector<uint8_t>{1, 2, 3}), CConnectorManager::GetInstance()->GetEvseIDList());
+}
+
+TEST_F(ConnectorStatus, ShortOutageSendsOnlyTheChangesWithTheTimeEachHappened) {
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    Report(1, 1, CONNECTORSTATUS_AVAILABLE);
+    Report(2, 1, CONNECTORSTATUS_AVAILABLE);
+    Report(3, 1, CONNECTORSTATUS_AVAILABLE);
+    link.Clear();
+
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    CTools::AdvanceClockMs(2000);
+    Report(1, 1, CONNECTORSTATUS_OCCUPIED);
+    CTools::AdvanceClockMs(1000);
+    Report(1, 1, CONNECTORSTATUS_AVAILABLE);  // the latest change of a connector replaces the earlier one
+    const int64_t firstChange = CTools::CurTimeSec();
+    CTools::AdvanceClockMs(3000);
+    Report(2, 1, CONNECTORSTATUS_FAULTED);
+    const int64_t secondChange = CTools::CurTimeSec();
+    ASSERT_TRUE(Sent().empty()) << "nothing leaves while the link is down";
+
+    CTools::AdvanceClockMs(4000);  // 10 s offline: exactly the threshold still counts as short
+    OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    const std::vector<Notification> sent = Sent();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0].evse, 1);
+    EXPECT_EQ(sent[0].status, "Available");
+    EXPECT_EQ(sent[0].timestamp, At(firstChange));
+    EXPECT_EQ(sent[1].evse, 2);
+    EXPECT_EQ(sent[1].status, "Faulted");
+    EXPECT_EQ(sent[1].timestamp, At(secondChange));
+    EXPECT_EQ(CConnectorManager::GetInstance()->CachedChangeCount(), 0u);
+}
+
+TEST_F(ConnectorStatus, LongOutageReportsEveryConnectorWithTheCurrentTime) {
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    Report(1, 1, CONNECTORSTATUS_AVAILABLE);
+    Report(1, 2, CONNECTORSTATUS_AVAILABLE);
+    Report(2, 1, CONNECTORSTATUS_AVAILABLE);
+    link.Clear();
+
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    CTools::AdvanceClockMs(1000);
+    Report(1, 2, CONNECTORSTATUS_OCCUPIED);
+    CTools::AdvanceClockMs(10000);  // 11 s offline, threshold 10
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    const std::vector<Notification> sent = Sent();
+    ASSERT_EQ(sent.size(), 3u);
+    for (const Notification& n : sent) EXPECT_EQ(n.timestamp, At(CTools::CurTimeSec()));
+    EXPECT_EQ(sent[1].evse, 1);
+    EXPECT_EQ(sent[1].connector, 2);
+    EXPECT_EQ(sent[1].status, "Occupied");
+    EXPECT_EQ(CConnectorManager::GetInstance()->CachedChangeCount(), 0u) << "the cached changes are discarded";
+
+    // The discarded change is not sent again after the next short outage.
+    link.Clear();
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    EXPECT_TRUE(Sent().empty());
+}
+
+TEST_F(ConnectorStatus, TriggerMessageReportsTheConnectorEvseOrStationItNames) {
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    Report(1, 1, CONNECTORSTATUS_AVAILABLE);
+    Report(1, 2, CONNECTORSTATUS_OCCUPIED);
+    Report(2, 1, CONNECTORSTATUS_FAULTED);
+    struct Case {
+        const char* payload;
+        size_t frames;
+        const char* answer;
+    } cases[] = {
+        {R"({"requestedMessage":"StatusNotification","evse":{"id":1,"connectorId":2}})", 1, "Accepted"},
+        {R"({"requestedMessage":"StatusNotification","evse":{"id":1}})", 2, "Accepted"},
+        {R"({"requestedMessage":"StatusNotification"})", 3, "Accepted"},
+        {R"({"requestedMessage":"StatusNotification","evse":{"id":1,"connectorId":9}})", 0, "Rejected"},
+        {R"({"requestedMessage":"StatusNotification","evse":{"id":7}})", 0, "Rejected"},
+    };
+    for (const Case& c : cases) {
+        link.Clear();
+        const std::string frame = std::string("[2,\"t1\",\"TriggerMessage\",") + c.payload + "]";
+        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        const std::vector<std::string> all = link.Sent();
+        ASSERT_FALSE(all.empty()) << c.payload;
+        EXPECT_EQ(all[0].rfind("[3,\"t1\"", 0), 0u) << "the answer leaves before the statuses: " << c.payload;
+        EXPECT_EQ(Value(all[0], "status"), c.answer) << c.payload;
+        const std::vector<Notification> sent = Sent();
+        EXPECT_EQ(sent.size(), c.frames) << c.payload;
+        if (c.frames == 1) {
+            EXPECT_EQ(sent[0].connector, 2);
+            EXPECT_EQ(sent[0].status, "Occupied");
+        }
+        if (c.frames == 2) {
+            for (const Notification& n : sent) EXPECT_EQ(n.evse, 1);
+        }
+    }
+    EXPECT_EQ(host.Count(SERVERRECVTYPE_TRIGGERMESSAGE), 0u) << "the host is not asked";
+}

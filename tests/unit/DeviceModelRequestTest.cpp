@@ -1,0 +1,244 @@
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Ocpp20/OcppProtocol20.h"
+#include "Ocpp20/Process/VariableCache.h"
+#include "Ocpp20/Process/VariableCharacteristics.h"
+#include "Ocpp20/Process/VariableCustom.h"
+#include "Ocpp20/Process/VariableRequest.h"
+#include "OcppProtocol/MessageCallBack.h"
+#include "OcppProtocol/OcppProtocol.h"
+#include "Process/BootHeartbeat.h"
+#include "RecordingHost.h"
+#include "RecordingLink.h"
+#include "TestSupport.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+namespace {
+
+std::string Entry(const std::string& component, const std::string& variable, const std::string& value,
+                  const std::string& extra = "") {
+    return R"({"component":{"name":")" + component + R"("},"variable":{"name":")" + variable +
+           R"("},"attributeValue":")" + value + "\"" + extra + "}";
+}
+
+std::string Call(const std::string& id, const std::string& action, const std::vector<std::string>& entries) {
+    const std::string key = action == "SetVariables" ? "setVariableData" : "getVariableData";
+    std::string list;
+    for (const std::string& e : entries) list += (list.empty() ? "" : ",") + e;
+    return "[2,\"" + id + "\",\"" + action + "\",{\"" + key + "\":[" + list + "]}]";
+}
+
+// Every value of `key` in the frame, in order.
+std::vector<std::string> Values(const std::string& frame, const std::string& key) {
+    std::vector<std::string> out;
+    const std::string tag = "\"" + key + "\": \"";
+    for (size_t at = frame.find(tag); at != std::string::npos; at = frame.find(tag, at + 1)) {
+        const size_t from = at + tag.size();
+        out.push_back(frame.substr(from, frame.find('"', from) - from));
+    }
+    return out;
+}
+
+VariableDataItem HostVariable(const char* component, const char* variable, const char* value, int mode) {
+    VariableDataItem v;
+    memset(&v, 0, sizeof v);
+    CTools::CopyField(v.componentName, component);
+    CTools::CopyField(v.variableName, variable);
+    CTools::CopyField(v.attributeValue, value);
+    v.mode = static_cast<int8_t>(mode);
+    return v;
+}
+
+class DeviceModelRequests : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        CBootHeartbeat::Release();
+        CVariableRequest::Clear();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        CVariableCache* cache = CVariableCache::GetInstance();
+        cache->InitDefault();
+        ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
+        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")),
+                  1);
+        VariableDataItem declared[3] = {HostVariable("HostCtrlr", "Brightness", "50", VARIABLEMODE_READWRITE),
+                                        HostVariable("HostCtrlr", "Volume", "3", VARIABLEMODE_READWRITE),
+                                        HostVariable("HostCtrlr", "Pin", "1234", VARIABLEMODE_WRITEONLY)};
+        ASSERT_EQ(OcppProtocol_SetVariableData(3, declared, 0), 1);
+    }
+    void TearDown() override {
+        CVariableCache::Release();
+        CVariableCharacteristics::Release();
+        CVariableCustom::Release();
+        CBootHeartbeat::Release();
+        CVariableRequest::Clear();
+        ResetSdkState();
+    }
+
+    static void Deliver(const std::string& frame) {
+        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+    }
+    void Drain() { ASSERT_TRUE(WaitFor([] { return CMessageCallBack::GetInstance()->Pending() == 0; })); }
+
+    // The SetVariables record the host got, as its entries.
+    std::vector<VariableDataItem> HostEntries(const std::string& id) {
+        EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_SETVARIABLES));
+        for (const HostRecord& r : host.Records()) {
+            if (r.type != SERVERRECVTYPE_SETVARIABLES) continue;
+            SetVariablesReq head;
+            memcpy(&head, r.bytes.data(), sizeof head);
+            if (id != head.base.messageId) continue;
+            EXPECT_EQ(r.bytes.size(), sizeof head + sizeof(VariableDataItem) * static_cast<size_t>(head.count));
+            std::vector<VariableDataItem> items(static_cast<size_t>(head.count));
+            memcpy(items.data(), r.bytes.data() + sizeof head, sizeof(VariableDataItem) * items.size());
+            return items;
+        }
+        ADD_FAILURE() << "no SetVariables record for " << id;
+        return {};
+    }
+
+    static std::string Stored(const char* component, const char* variable, const char* instance = "") {
+        VariableDataItem20 q = VariableDataItem20::Make(component, variable, instance);
+        return CVariableCache::GetInstance()->GetVariableAttributeValue(q);
+    }
+
+    TempDir dir;
+    ClockGuard clock;
+    RecordingHost host;
+    RecordingLink link;
+    LogCapture log;
+};
+
+}  // namespace
+
+TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAnswer) {
+    Deliver(Call("s1", "SetVariables",
+                 {Entry("AuthCtrlr", "Enabled", "false"),
+                  R"({"component":{"name":"DeviceDataCtrlr"},"variable":{"name":"ItemsPerMessage","instance":"SetVariables"},"attributeValue":"10"})",
+                  Entry("AuthCacheCtrlr", "Enabled", "maybe"), Entry("HostCtrlr", "Brightness", "80")}));
+    Deliver(Call("s2", "SetVariables",
+                 {Entry("NoSuchCtrlr", "Enabled", "true"), Entry("AuthCtrlr", "NoSuchVariable", "true"),
+                  Entry("AuthCtrlr", "Enabled", "true", R"(,"attributeType":"Target")"),
+                  Entry("HostCtrlr", "Volume", "11")}));
+    EXPECT_EQ(link.Count(), 0u) << "nothing is answered before the host has";
+
+    std::vector<VariableDataItem> first = HostEntries("s1");
+    std::vector<VariableDataItem> second = HostEntries("s2");
+    ASSERT_EQ(first.size(), 4u);
+    ASSERT_EQ(second.size(), 4u);
+    const int expectedFirst[] = {VARIABLESTATUS_ACCEPTED, VARIABLESTATUS_REJECTED, VARIABLESTATUS_REJECTED,
+                                 VARIABLESTATUS_HOSTDECIDE};
+    const int expectedSecond[] = {VARIABLESTATUS_UNKNOWNCOMPONENT, VARIABLESTATUS_UNKNOWNVARIABLE,
+                                  VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE, VARIABLESTATUS_HOSTDECIDE};
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(first[i].status, expectedFirst[i]) << "s1 entry " << i;
+        EXPECT_EQ(second[i].status, expectedSecond[i]) << "s2 entry " << i;
+    }
+    EXPECT_STREQ(first[3].attributeValue, "80");
+    EXPECT_STREQ(second[2].componentName, "AuthCtrlr");
+    EXPECT_EQ(second[2].attributeType, VARIABLEATTRIBUTETYPE_TARGET);
+
+    // The host settles its own entries; one that also tries to overrule the
+    // library (unknown component made Accepted) is not believed.
+    first[3].status = VARIABLESTATUS_ACCEPTED;
+    second[3].status = VARIABLESTATUS_REJECTED;
+    second[0].status = VARIABLESTATUS_ACCEPTED;
+    ASSERT_EQ(OcppProtocol_SetVariables("s1", 4, first.data()), 1);
+    ASSERT_EQ(OcppProtocol_SetVariables("s2", 4, second.data()), 1);
+
+    const std::vector<std::string> sent = link.Sent();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0].rfind("[3,\"s1\",\n", 0), 0u);
+    EXPECT_EQ(Values(sent[0], "attributeStatus"),
+              (std::vector<std::string>{"Accepted", "Rejected", "Rejected", "Accepted"}));
+    EXPECT_EQ(Values(sent[1], "attributeStatus"),
+              (std::vector<std::string>{"UnknownComponent", "UnknownVariable", "NotSupportedAttributeType", "Rejected"}));
+    EXPECT_EQ(Values(sent[1], "attributeType")[2], "Target");
+    EXPECT_EQ(Values(sent[0], "instance"), (std::vector<std::string>{"SetVariables"}));
+
+    EXPECT_EQ(Stored("AuthCtrlr", "Enabled"), "false");
+    EXPECT_EQ(Stored("HostCtrlr", "Brightness"), "80");
+    EXPECT_EQ(Stored("HostCtrlr", "Volume"), "3");
+    EXPECT_EQ(Stored("AuthCacheCtrlr", "Enabled"), "true");
+    EXPECT_EQ(Stored("DeviceDataCtrlr", "ItemsPerMessage", "SetVariables"), "4");
+    VariableDataItem20 unknown = VariableDataItem20::Make("NoSuchCtrlr", "Enabled");
+    EXPECT_TRUE(CVariableCache::GetInstance()->GetVariables(unknown, 0).empty());
+}
+
+TEST_F(DeviceModelRequests, SetVariablesOverTheLimitsIsRefusedWithoutAskingTheHost) {
+    std::vector<std::string> five(5, Entry("AuthCtrlr", "Enabled", "true"));
+    Deliver(Call("many", "SetVariables", five));
+    const std::string big(1200, 'x');
+    std::vector<std::string> heavy(4, Entry("HostCtrlr", "Brightness", big));
+    Deliver(Call("heavy", "SetVariables", heavy));
+    const std::vector<std::string> sent = link.Sent();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0], "[4,\"many\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
+    EXPECT_EQ(sent[1], "[4,\"heavy\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
+    EXPECT_TRUE(log.Contains("Too many variables:5 max:4"));
+    Drain();
+    EXPECT_EQ(host.Count(SERVERRECVTYPE_SETVARIABLES), 0u);
+
+    // Exactly at the item limit is fine.
+    Deliver(Call("four", "SetVariables", std::vector<std::string>(4, Entry("AuthCtrlr", "Enabled", "true"))));
+    EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_SETVARIABLES));
+}
+
+TEST_F(DeviceModelRequests, GetVariablesAnswersFromTheStoreAndHidesWriteOnlyValues) {
+    CTools::FreezeClock(true);
+    Deliver(Call("g1", "GetVariables",
+                 {R"({"component":{"name":"ClockCtrlr"},"variable":{"name":"DateTime"}})",
+                  R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Pin"}})",
+                  R"({"component":{"name":"NoSuchCtrlr"},"variable":{"name":"X"}})",
+                  R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Volume"},"attributeType":"MaxSet"})"}));
+    ASSERT_EQ(link.Count(), 1u);
+    const std::string answer = link.Last();
+    EXPECT_EQ(answer.rfind("[3,\"g1\",\n", 0), 0u);
+    EXPECT_EQ(Values(answer, "attributeStatus"),
+              (std::vector<std::string>{"Accepted", "Rejected", "UnknownComponent", "NotSupportedAttributeType"}));
+    EXPECT_EQ(Values(answer, "attributeValue"), (std::vector<std::string>{CTools::GetLocalTime(CTools::CurTimeSec())}))
+        << "the clock is read now, and a write-only value never leaves";
+    EXPECT_EQ(answer.find("1234"), std::string::npos);
+}
+
+TEST_F(DeviceModelRequests, GetVariablesLimitsAnswerWithTwoDifferentErrors) {
+    std::vector<std::string> five(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})");
+    Deliver(Call("many", "GetVariables", five));
+    const std::string longInstance(2000, 'i');
+    std::vector<std::string> heavy(3, R"({"component":{"name":"AuthCtrlr","instance":")" + longInstance +
+                                          R"("},"variable":{"name":"Enabled"}})");
+    Deliver(Call("heavy", "GetVariables", heavy));
+    const std::vector<std::string> sent = link.Sent();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0], "[4,\"many\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
+    EXPECT_EQ(sent[1], "[4,\"heavy\",\"FormatViolation\",\"\",{}]\n");
+}
+
+TEST_F(DeviceModelRequests, TheSameValueSetTwiceWritesTheStoreOnce) {
+    const std::string path = dir.file("variablecache.json");
+    // Every rewrite puts a new file in place; the live file's inode cannot be reused meanwhile.
+    auto inode = [&] {
+        struct stat st;
+        return stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
+    };
+    std::vector<ino_t> seen;
+    for (const char* id : {"w1", "w2"}) {
+        Deliver(Call(id, "SetVariables", {Entry("HostCtrlr", "Brightness", "90")}));
+        std::vector<VariableDataItem> entries = HostEntries(id);
+        ASSERT_EQ(entries.size(), 1u);
+        entries[0].status = VARIABLESTATUS_ACCEPTED;
+        ASSERT_EQ(OcppProtocol_SetVariables(id, 1, entries.data()), 1);
+        seen.push_back(inode());
+    }
+    EXPECT_EQ(seen[0], seen[1]) << "the second, identical value must not rewrite the store";
+    EXPECT_EQ(Stored("HostCtrlr", "Brightness"), "90");
+    EXPECT_EQ(link.Count(), 2u);
+}
