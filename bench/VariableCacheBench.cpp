@@ -68,4 +68,3 @@ BENCHMARK(BM_SetVariableWithRewrite)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-BENCHMARK_MAIN();
