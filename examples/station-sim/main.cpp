@@ -5,7 +5,11 @@
 #include <OcppProtocol.h>
 #include <getopt.h>
 #include <json/json.h>
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
@@ -25,6 +29,7 @@ struct Options {
     std::string url, identity = "SIM001", protocol = "OCPP20", user, password;
     std::string caFile, certFile, keyFile, cacheDir;
     int profile = 0, evses = 1, connectors = 1, messageTimeout = 10, backOff = 3, logLevel = 2;
+    bool setClock = false;
 };
 
 Options g_opt;
@@ -32,6 +37,7 @@ Options g_opt;
 // ---- output -----------------------------------------------------------------
 
 std::mutex g_outMutex;
+FILE* g_out = stdout;
 
 void Emit(const Json::Value& v) {
     Json::StreamWriterBuilder builder;
@@ -39,9 +45,9 @@ void Emit(const Json::Value& v) {
     builder["emitUTF8"] = true;
     const std::string line = Json::writeString(builder, v);
     std::lock_guard<std::mutex> lock(g_outMutex);
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
+    std::fwrite(line.data(), 1, line.size(), g_out);
+    std::fputc('\n', g_out);
+    std::fflush(g_out);
 }
 
 Json::Value Event(const char* name) {
@@ -54,6 +60,126 @@ Json::Value Event(const char* name) {
 template <size_t N>
 std::string Text(const char (&field)[N]) {
     return std::string(field, strnlen(field, N));
+}
+
+// ---- variables --------------------------------------------------------------
+
+template <size_t N>
+void Fill(char (&field)[N], const Json::Value& v, const char* key, const char* fallback = "") {
+    const std::string s = v.isMember(key) ? v[key].asString() : fallback;
+    std::snprintf(field, N, "%s", s.c_str());
+}
+
+int IndexOf(const std::vector<const char*>& names, const std::string& name, int fallback) {
+    for (size_t i = 0; i < names.size(); ++i)
+        if (name == names[i]) return static_cast<int>(i);
+    return fallback;
+}
+
+VariableDataItem ItemFromJson(const Json::Value& j) {
+    VariableDataItem item;
+    std::memset(&item, 0, sizeof item);
+    item.evseId = static_cast<uint8_t>(j.get("evse", 0).asInt());
+    item.connectorId = static_cast<uint8_t>(j.get("connector", 0).asInt());
+    item.status = VARIABLESTATUS_ACCEPTED;
+    item.mode = static_cast<int8_t>(IndexOf({"ReadWrite", "ReadOnly", "WriteOnly"}, j.get("mode", "").asString(), 0));
+    item.attributeType =
+        static_cast<int8_t>(IndexOf({"Actual", "Target", "MinSet", "MaxSet"}, j.get("attributeType", "").asString(), 0));
+    item.constant = static_cast<int8_t>(j.get("constant", false).asBool());
+    item.notPersistent = static_cast<int8_t>(!j.get("persistent", true).asBool());
+    Fill(item.attributeValue, j, "value");
+    Fill(item.componentName, j, "component");
+    Fill(item.variableName, j, "variable");
+    Fill(item.componentInstance, j, "componentInstance");
+    Fill(item.variableInstance, j, "variableInstance");
+    Fill(item.unit, j, "unit");
+    item.dataType = static_cast<int8_t>(IndexOf({"string", "decimal", "integer", "dateTime", "boolean", "OptionList",
+                                                 "SequenceList", "MemberList"},
+                                                j.get("dataType", "").asString(), 0));
+    Fill(item.valuesList, j, "valuesList");
+    item.supportsMonitoring = 1;
+    return item;
+}
+
+Json::Value ItemToJson(const VariableDataItem& item) {
+    Json::Value v(Json::objectValue);
+    v["component"] = Text(item.componentName);
+    v["variable"] = Text(item.variableName);
+    if (item.componentInstance[0] != '\0') v["componentInstance"] = Text(item.componentInstance);
+    if (item.variableInstance[0] != '\0') v["variableInstance"] = Text(item.variableInstance);
+    v["evse"] = item.evseId;
+    v["connector"] = item.connectorId;
+    v["value"] = Text(item.attributeValue);
+    v["mode"] = item.mode;
+    v["attributeType"] = item.attributeType;
+    return v;
+}
+
+Json::Value GetVariableData(const Json::Value& cmd) {
+    const VariableDataItem query = ItemFromJson(cmd);
+    int count = 16;
+    std::vector<VariableDataItem> out(static_cast<size_t>(count));
+    Json::Value list(Json::arrayValue);
+    if (OcppProtocol_GetVariableData(&query, cmd.get("exact", 1).asInt(), &count, out.data()) == 1)
+        for (int i = 0; i < count && i < static_cast<int>(out.size()); ++i) list.append(ItemToJson(out[static_cast<size_t>(i)]));
+    return list;
+}
+
+bool SameVariable(const VariableDataItem& a, const VariableDataItem& b) {
+    return std::strcmp(a.componentName, b.componentName) == 0 && std::strcmp(a.variableName, b.variableName) == 0 &&
+           std::strcmp(a.componentInstance, b.componentInstance) == 0 &&
+           std::strcmp(a.variableInstance, b.variableInstance) == 0 && a.evseId == b.evseId &&
+           a.connectorId == b.connectorId && a.attributeType == b.attributeType;
+}
+
+// Variables the host declared (the station identity first: the library builds its url from it).
+// Each CSMS has its own store, so they are declared again whenever the library asks.
+std::mutex g_variablesMutex;
+std::vector<VariableDataItem> g_declared;
+
+int Declare(const std::vector<VariableDataItem>& items) {
+    std::lock_guard<std::mutex> lock(g_variablesMutex);
+    for (const VariableDataItem& item : items) {
+        auto it = std::find_if(g_declared.begin(), g_declared.end(),
+                               [&item](const VariableDataItem& d) { return SameVariable(d, item); });
+        if (it == g_declared.end())
+            g_declared.push_back(item);
+        else
+            *it = item;
+    }
+    return OcppProtocol_SetVariableData(static_cast<int>(items.size()), items.data(), 0);
+}
+
+// Values the CSMS set on host-owned variables survive the next report.
+void Remember(const std::vector<VariableDataItem>& accepted) {
+    std::lock_guard<std::mutex> lock(g_variablesMutex);
+    for (const VariableDataItem& item : accepted)
+        for (VariableDataItem& d : g_declared)
+            if (SameVariable(d, item)) std::memcpy(d.attributeValue, item.attributeValue, sizeof d.attributeValue);
+}
+
+void ReportVariables() {
+    std::lock_guard<std::mutex> lock(g_variablesMutex);
+    if (OcppProtocol_SetVariableData(static_cast<int>(g_declared.size()), g_declared.data(), 0) == 1)
+        OcppProtocol_SetNeedReportVariables(0);
+}
+
+void DeclareIdentity() {
+    Json::Value j(Json::objectValue);
+    j["component"] = "SecurityCtrlr";
+    j["variable"] = "Identity";
+    j["value"] = g_opt.identity;
+    j["mode"] = "ReadOnly";
+    Declare({ItemFromJson(j)});
+}
+
+int SetVariableData(const Json::Value& cmd) {
+    std::vector<VariableDataItem> items;
+    for (const Json::Value& j : cmd["items"]) items.push_back(ItemFromJson(j));
+    if (items.empty()) return 0;
+    if (cmd.get("fromResponse", 0).asInt() == 1)
+        return OcppProtocol_SetVariableData(static_cast<int>(items.size()), items.data(), 1);
+    return Declare(items);
 }
 
 // ---- answer policy ----------------------------------------------------------
@@ -112,6 +238,10 @@ const std::vector<Action>& Actions() {
         {SERVERRECVTYPE_PUBLISHFIRMWARE, "PublishFirmware", {"Accepted", "Rejected"}, Ocpp20Protocol_PublishFirmware},
         {SERVERRECVTYPE_GETLOG, "GetLog", {"Accepted", "Rejected", "AcceptedCanceled"},
          [](const char* id, int s) { return Ocpp20Protocol_GetLog(id, s, "station-sim.log"); }},
+        // Decided per entry, for the variables the host owns (see AnswerSetVariables).
+        {SERVERRECVTYPE_SETVARIABLES, "SetVariables",
+         {"Accepted", "Rejected", "UnknownComponent", "UnknownVariable", "NotSupportedAttributeType", "RebootRequired"},
+         nullptr},
     };
     return actions;
 }
@@ -142,11 +272,12 @@ Policy PolicyFor(const std::string& action) {
     return it == g_policies.end() ? Policy() : it->second;
 }
 
-// ---- answers, on a thread of their own like a real controller ----------------
+// ---- answers (on a thread of their own, like a real controller) ----------------
 
 struct Pending {
     const Action* action;
     std::string messageId;
+    std::vector<VariableDataItem> variables;  // SetVariables only
 };
 
 std::mutex g_queueMutex;
@@ -154,7 +285,19 @@ std::condition_variable g_queueCv;
 std::deque<Pending> g_queue;
 bool g_stopping = false;
 
-void Answer(const Pending& p) {
+// Every entry goes back; the host decides only those the library left to it.
+int AnswerSetVariables(Pending& p, int status) {
+    std::vector<VariableDataItem> accepted;
+    for (VariableDataItem& item : p.variables) {
+        if (item.status != VARIABLESTATUS_HOSTDECIDE) continue;
+        item.status = static_cast<int8_t>(status);
+        if (status == VARIABLESTATUS_ACCEPTED) accepted.push_back(item);
+    }
+    Remember(accepted);
+    return OcppProtocol_SetVariables(p.messageId.c_str(), static_cast<int>(p.variables.size()), p.variables.data());
+}
+
+void Answer(Pending& p) {
     const Policy policy = PolicyFor(p.action->name);
     Json::Value v = Event("answer");
     v["action"] = p.action->name;
@@ -168,7 +311,8 @@ void Answer(const Pending& p) {
         v["errorCode"] = kErrorCodes[policy.errorCode];
     } else {
         v["status"] = p.action->statuses[static_cast<size_t>(policy.status)];
-        v["sent"] = p.action->answer(p.messageId.c_str(), policy.status);
+        v["sent"] = p.action->answer != nullptr ? p.action->answer(p.messageId.c_str(), policy.status)
+                                                : AnswerSetVariables(p, policy.status);
     }
     Emit(v);
 }
@@ -226,6 +370,16 @@ void Boot(BOOTREASON reason) {
     OcppProtocol_BootNotification(reason, b.model.c_str(), b.vendor.c_str(), &b.option);
 }
 
+// Every connector starts Available; the library holds the report until the station is online.
+void ReportConnectorsOnce() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        for (int evse = 1; evse <= g_opt.evses; ++evse)
+            for (int connector = 1; connector <= g_opt.connectors; ++connector)
+                OcppProtocol_StatusNotification(evse, connector, CONNECTORERRORCODE_NOERROR, CONNECTORSTATUS_AVAILABLE);
+    });
+}
+
 void DecodeStatus(const SdkStatusChange& r, Json::Value& v) {
     v["status"] = r.status;
     v["statusName"] = StatusName(r.status);
@@ -233,6 +387,8 @@ void DecodeStatus(const SdkStatusChange& r, Json::Value& v) {
     v["protocol"] = r.protocol;
     v["needReportVariables"] = r.needReportVariables;
     v["resetFactoryConfig"] = r.resetFactoryConfig;
+    if (r.needReportVariables == 1 && r.protocol != OCPPPROTOCOL_NONE) ReportVariables();
+    if (r.protocol != OCPPPROTOCOL_NONE) ReportConnectorsOnce();
     if (r.status != SDKSTATUS_CONNECTED) return;
     // A host boots again after every new link when it was asked to.
     bool reboot = false;
@@ -254,6 +410,7 @@ void OnRecord(const char* record, uint32_t length) {
     if (!messageId.empty()) v["messageId"] = messageId;
     const Action* action = FindAction(base.type);
     if (action != nullptr) v["name"] = action->name;
+    std::vector<VariableDataItem> variables;
     switch (base.type) {
         case SERVERRECVTYPE_SDKSTATUSCHANGE: {
             SdkStatusChange r;
@@ -264,6 +421,21 @@ void OnRecord(const char* record, uint32_t length) {
         case SERVERRECVTYPE_ENTEROFFLINEMODE:
             v["name"] = "EnterOfflineMode";
             break;
+        case SERVERRECVTYPE_SETVARIABLES: {
+            SetVariablesReq head;
+            if (!Read(record, length, &head) || head.count < 0 ||
+                (length - sizeof head) / sizeof(VariableDataItem) < static_cast<uint32_t>(head.count))
+                break;
+            variables.resize(static_cast<size_t>(head.count));
+            std::memcpy(variables.data(), record + sizeof head, variables.size() * sizeof(VariableDataItem));
+            v["variables"] = Json::Value(Json::arrayValue);
+            for (const VariableDataItem& item : variables) {
+                Json::Value j = ItemToJson(item);
+                j["status"] = item.status;
+                v["variables"].append(j);
+            }
+            break;
+        }
         case SERVERRECVTYPE_RESET: {
             ResetReq r;
             if (Read(record, length, &r)) {
@@ -320,7 +492,7 @@ void OnRecord(const char* record, uint32_t length) {
     // A cost update that rides on a TransactionEvent answer asks for no reply.
     if (action == nullptr || messageId.empty()) return;
     std::lock_guard<std::mutex> lock(g_queueMutex);
-    g_queue.push_back(Pending{action, messageId});
+    g_queue.push_back(Pending{action, messageId, std::move(variables)});
     g_queueCv.notify_one();
 }
 
@@ -336,86 +508,6 @@ void OnLog(LOGLEVEL level, const char* function, const char*, int, const char* t
     while (!t.empty() && (t.back() == '\n' || t.back() == '\r')) t.pop_back();
     v["text"] = t;
     Emit(v);
-}
-
-// ---- variables --------------------------------------------------------------
-
-template <size_t N>
-void Fill(char (&field)[N], const Json::Value& v, const char* key, const char* fallback = "") {
-    const std::string s = v.isMember(key) ? v[key].asString() : fallback;
-    std::snprintf(field, N, "%s", s.c_str());
-}
-
-int IndexOf(const std::vector<const char*>& names, const std::string& name, int fallback) {
-    for (size_t i = 0; i < names.size(); ++i)
-        if (name == names[i]) return static_cast<int>(i);
-    return fallback;
-}
-
-VariableDataItem ItemFromJson(const Json::Value& j) {
-    VariableDataItem item;
-    std::memset(&item, 0, sizeof item);
-    item.evseId = static_cast<uint8_t>(j.get("evse", 0).asInt());
-    item.connectorId = static_cast<uint8_t>(j.get("connector", 0).asInt());
-    item.status = VARIABLESTATUS_ACCEPTED;
-    item.mode = static_cast<int8_t>(IndexOf({"ReadWrite", "ReadOnly", "WriteOnly"}, j.get("mode", "").asString(), 0));
-    item.attributeType =
-        static_cast<int8_t>(IndexOf({"Actual", "Target", "MinSet", "MaxSet"}, j.get("attributeType", "").asString(), 0));
-    item.constant = static_cast<int8_t>(j.get("constant", false).asBool());
-    item.notPersistent = static_cast<int8_t>(!j.get("persistent", true).asBool());
-    Fill(item.attributeValue, j, "value");
-    Fill(item.componentName, j, "component");
-    Fill(item.variableName, j, "variable");
-    Fill(item.componentInstance, j, "componentInstance");
-    Fill(item.variableInstance, j, "variableInstance");
-    Fill(item.unit, j, "unit");
-    item.dataType = static_cast<int8_t>(IndexOf({"string", "decimal", "integer", "dateTime", "boolean", "OptionList",
-                                                 "SequenceList", "MemberList"},
-                                                j.get("dataType", "").asString(), 0));
-    Fill(item.valuesList, j, "valuesList");
-    item.supportsMonitoring = 1;
-    return item;
-}
-
-Json::Value ItemToJson(const VariableDataItem& item) {
-    Json::Value v(Json::objectValue);
-    v["component"] = Text(item.componentName);
-    v["variable"] = Text(item.variableName);
-    if (item.componentInstance[0] != '\0') v["componentInstance"] = Text(item.componentInstance);
-    if (item.variableInstance[0] != '\0') v["variableInstance"] = Text(item.variableInstance);
-    v["evse"] = item.evseId;
-    v["connector"] = item.connectorId;
-    v["value"] = Text(item.attributeValue);
-    v["mode"] = item.mode;
-    v["attributeType"] = item.attributeType;
-    return v;
-}
-
-int SetVariableData(const Json::Value& cmd) {
-    std::vector<VariableDataItem> items;
-    for (const Json::Value& j : cmd["items"]) items.push_back(ItemFromJson(j));
-    if (items.empty()) return 0;
-    return OcppProtocol_SetVariableData(static_cast<int>(items.size()), items.data(), cmd.get("fromResponse", 0).asInt());
-}
-
-Json::Value GetVariableData(const Json::Value& cmd) {
-    const VariableDataItem query = ItemFromJson(cmd);
-    int count = 16;
-    std::vector<VariableDataItem> out(static_cast<size_t>(count));
-    Json::Value list(Json::arrayValue);
-    if (OcppProtocol_GetVariableData(&query, cmd.get("exact", 1).asInt(), &count, out.data()) == 1)
-        for (int i = 0; i < count && i < static_cast<int>(out.size()); ++i) list.append(ItemToJson(out[static_cast<size_t>(i)]));
-    return list;
-}
-
-// The station identity lives in the device model, where the library builds its url from.
-void DeclareIdentity() {
-    Json::Value j(Json::objectValue);
-    j["component"] = "SecurityCtrlr";
-    j["variable"] = "Identity";
-    j["value"] = g_opt.identity;
-    const VariableDataItem item = ItemFromJson(j);
-    OcppProtocol_UpdateVariableValue(&item, g_opt.identity.c_str());
 }
 
 // ---- commands ---------------------------------------------------------------
@@ -445,6 +537,24 @@ int SetPolicy(const Json::Value& cmd, std::string* error) {
     std::lock_guard<std::mutex> lock(g_policyMutex);
     g_policies[name] = p;
     return 1;
+}
+
+const std::vector<const char*> kConnectorStatuses = {"Available", "Occupied", "Reserved", "Unavailable", "Faulted"};
+const std::vector<const char*> kConnectorErrors = {
+    "NoError",           "ConnectorLockFailure", "EVCommunicationError", "GroundFailure",
+    "HighTemperature",   "InternalError",        "LocalListConflict",    "OtherError",
+    "OverCurrentFailure", "OverVoltage",         "PowerMeterFailure",    "PowerSwitchFailure",
+    "ReaderFailure",     "ResetFailure",         "UnderVoltage",         "WeakSignal"};
+
+int StatusCommand(const Json::Value& cmd, std::string* error) {
+    const int status = IndexOf(kConnectorStatuses, cmd.get("status", "Available").asString(), -1);
+    const int code = IndexOf(kConnectorErrors, cmd.get("errorCode", "NoError").asString(), -1);
+    if (status < 0 || code < 0) {
+        *error = "unknown status or errorCode";
+        return 0;
+    }
+    return OcppProtocol_StatusNotification(cmd.get("evse", 1).asInt(), cmd.get("connector", 1).asInt(),
+                                           static_cast<CONNECTORERRORCODE>(code), static_cast<CONNECTORSTATUS>(status));
 }
 
 const std::vector<const char*> kBootReasons = {"ApplicationReset", "FirmwareUpdate", "LocalReset",
@@ -490,6 +600,8 @@ bool HandleLine(const std::string& line) {
         return false;
     } else if (name == "boot") {
         rc = BootCommand(cmd);
+    } else if (name == "status") {
+        rc = StatusCommand(cmd, &error);
     } else if (name == "policy") {
         rc = SetPolicy(cmd, &error);
     } else if (name == "setVariableData") {
@@ -523,11 +635,24 @@ std::string ReadPem(const std::string& path) {
     return s.str();
 }
 
+// The library sets the system clock from the CSMS's answers, as a station should. A simulator
+// run with privileges on a development machine must not, so it gives up that right first.
+void KeepMachineClock() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+    if (syscall(SYS_capget, &header, data) != 0) return;
+    const unsigned index = CAP_TO_INDEX(CAP_SYS_TIME), mask = CAP_TO_MASK(CAP_SYS_TIME);
+    data[index].effective &= ~mask;
+    data[index].permitted &= ~mask;
+    data[index].inheritable &= ~mask;
+    if (syscall(SYS_capset, &header, data) != 0) std::perror("capset");
+}
+
 void Usage(const char* self) {
     std::fprintf(stderr,
                  "usage: %s --url ws://host:port/path --cache DIR [--id ID] [--protocol OCPP20|OCPP21|OCPP16]\n"
                  "  [--profile 0-3] [--user NAME] [--password PWD] [--ca FILE] [--cert FILE] [--key FILE]\n"
-                 "  [--evses N] [--connectors N] [--message-timeout S] [--backoff S] [--log-level 0-3]\n",
+                 "  [--evses N] [--connectors N] [--message-timeout S] [--backoff S] [--log-level 0-3] [--set-clock]\n",
                  self);
 }
 
@@ -540,7 +665,8 @@ bool ParseOptions(int argc, char** argv) {
         {"key", required_argument, nullptr, 'k'},        {"cache", required_argument, nullptr, 'd'},
         {"evses", required_argument, nullptr, 'e'},      {"connectors", required_argument, nullptr, 'o'},
         {"message-timeout", required_argument, nullptr, 't'}, {"backoff", required_argument, nullptr, 'b'},
-        {"log-level", required_argument, nullptr, 'l'},  {nullptr, 0, nullptr, 0}};
+        {"log-level", required_argument, nullptr, 'l'},  {"set-clock", no_argument, nullptr, 'C'},
+        {nullptr, 0, nullptr, 0}};
     int c;
     while ((c = getopt_long(argc, argv, "", longOptions, nullptr)) != -1) {
         const std::string arg = optarg != nullptr ? optarg : "";
@@ -560,6 +686,7 @@ bool ParseOptions(int argc, char** argv) {
             case 't': g_opt.messageTimeout = std::atoi(arg.c_str()); break;
             case 'b': g_opt.backOff = std::atoi(arg.c_str()); break;
             case 'l': g_opt.logLevel = std::atoi(arg.c_str()); break;
+            case 'C': g_opt.setClock = true; break;
             default: return false;
         }
     }
@@ -569,10 +696,17 @@ bool ParseOptions(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Standard output carries JSON lines only: whatever the library prints itself goes to standard error.
+    const int jsonFd = dup(STDOUT_FILENO);
+    if (jsonFd < 0 || (g_out = fdopen(jsonFd, "w")) == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        std::perror("stdout");
+        return 1;
+    }
     if (!ParseOptions(argc, argv)) {
         Usage(argv[0]);
         return 2;
     }
+    if (!g_opt.setClock) KeepMachineClock();
     OCPPPROTOCOL protocol = OCPPPROTOCOL_201;
     if (OcppProtocol_GetOcppProtocolType(g_opt.protocol.c_str(), &protocol) != 1) {
         std::fprintf(stderr, "unknown protocol %s\n", g_opt.protocol.c_str());

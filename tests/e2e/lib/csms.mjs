@@ -65,17 +65,11 @@ export class Csms extends EventEmitter {
       accepted: false,
     };
     this.handshakes.push(record);
+    record.accepted = (this.options.password === undefined || record.password === this.options.password) &&
+      (!this.options.tls?.requireClientCert || record.peerCn === hs.identity);
     this.emit('handshake', record);
-    if (this.options.password !== undefined && record.password !== this.options.password) {
-      reject(401);
-      return;
-    }
-    if (this.options.tls?.requireClientCert && record.peerCn !== hs.identity) {
-      reject(401);
-      return;
-    }
-    record.accepted = true;
-    accept({});
+    if (record.accepted) accept({});
+    else reject(401);
   }
 
   #attach(client) {

@@ -4,8 +4,10 @@ import assert from 'node:assert/strict';
 import { startCsms } from './csms.mjs';
 import { Station } from './sim.mjs';
 
-export async function connect(t, csmsOptions = {}, stationArgs = {}) {
+// beforeStation(csms) may prepare the station's cache folder once the CSMS address is known.
+export async function connect(t, csmsOptions = {}, stationArgs = {}, beforeStation = undefined) {
   const csms = await startCsms(csmsOptions);
+  if (beforeStation) await beforeStation(csms);
   const station = new Station({ url: csms.url(), ...stationArgs });
   const state = { csms, station };
   t.after(async () => {
