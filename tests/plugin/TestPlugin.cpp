@@ -1,11 +1,19 @@
 // A plug-in as a vendor would build it against the public header.
 #include <PluginBase.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 namespace {
+
+// Shared by every instance in the process, so one instance can release another.
+std::mutex g_mutex;
+std::condition_variable g_cv;
+bool g_waiting = false;
+bool g_released = false;
 
 class CTestPlugin : public PlugIn::CPluginBase {
 public:
@@ -22,6 +30,12 @@ public:
     // "short": a message too short to hold a command.
     int SendAsyncMessage(const char* data, int length) override {
         const std::string text(data, static_cast<size_t>(length));
+        if (text == "release") {
+            std::lock_guard<std::mutex> lock(g_mutex);
+            g_released = true;
+            g_cv.notify_all();
+            return 1;
+        }
         if (m_onMessage == nullptr) return 0;
         int32_t command = text == "v2g" ? 7 : 3;
         char message[8] = {0};
@@ -30,12 +44,21 @@ public:
         return 1;
     }
 
-    // "starts": how often this instance was started; "lie": fills the buffer and
+    // "wait": blocks until "release" is sent; "starts": how often this instance was started; "lie": fills the buffer and
     // claims far more; anything else is echoed.
     int SendSyncMessage(const char* data, int length, char* answer, int* answerLength) override {
         const std::string text(data, static_cast<size_t>(length));
         std::string reply;
-        if (text == "starts") {
+        if (text == "wait") {
+            // Holds the caller until "release" arrives, as a slow plug-in would.
+            std::unique_lock<std::mutex> lock(g_mutex);
+            g_waiting = true;
+            g_cv.wait(lock, [] { return g_released; });
+            reply = "released after starts=" + std::to_string(m_starts);  // this instance must still exist
+        } else if (text == "waiting?") {
+            std::lock_guard<std::mutex> lock(g_mutex);
+            reply = g_waiting ? "yes" : "no";
+        } else if (text == "starts") {
             reply = "starts=" + std::to_string(m_starts);
         } else if (text == "lie") {
             memset(answer, 'x', static_cast<size_t>(*answerLength));

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include <OcppRecords.h>
 
@@ -91,6 +92,23 @@ TEST_F(PlugIns, ListedPlugInLoadsOnFirstUseAndUnloadsCleanly) {
 
     EXPECT_EQ(manager->UsePlugIn("NotListed"), 0);
     EXPECT_TRUE(log.Contains("NotListed not support"));
+}
+
+TEST_F(PlugIns, UnloadingWhileAMessageIsWithThePlugInNeitherBlocksNorPullsItAway) {
+    // Two names for one library: the second can release what the first holds.
+    ASSERT_EQ(Read("[" + Entry("TestPlugIn", OCPP_TEST_PLUGIN_PATH, true) + "," +
+                   Entry("Second", OCPP_TEST_PLUGIN_PATH, true) + "]"),
+              1);
+    CPlugInManager* manager = CPlugInManager::GetInstance();
+    std::string answer;
+    std::thread sender([&] { answer = Ask("TestPlugIn", "wait"); });
+    ASSERT_TRUE(WaitFor([&] { return Ask("Second", "waiting?") == "yes"; }));
+
+    EXPECT_EQ(manager->UnUsePlugIn("TestPlugIn"), 1);
+    EXPECT_EQ(manager->IsUsingPlugIn("TestPlugIn"), 0);
+    EXPECT_EQ(manager->SendMsgToPlugIn("Second", "release", 7), 1);
+    sender.join();
+    EXPECT_EQ(answer, "released after starts=1");
 }
 
 TEST_F(PlugIns, PlugInClaimingALongerAnswerThanItsBufferCannotOverrunTheCaller) {
