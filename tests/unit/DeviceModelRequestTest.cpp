@@ -90,19 +90,22 @@ protected:
 
     // The SetVariables record the host got, as its entries.
     std::vector<VariableDataItem> HostEntries(const std::string& id) {
-        EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_SETVARIABLES));
-        for (const HostRecord& r : host.Records()) {
-            if (r.type != SERVERRECVTYPE_SETVARIABLES) continue;
-            SetVariablesReq head;
-            memcpy(&head, r.bytes.data(), sizeof head);
-            if (id != head.base.messageId) continue;
-            EXPECT_EQ(r.bytes.size(), sizeof head + sizeof(VariableDataItem) * static_cast<size_t>(head.count));
-            std::vector<VariableDataItem> items(static_cast<size_t>(head.count));
-            memcpy(items.data(), r.bytes.data() + sizeof head, sizeof(VariableDataItem) * items.size());
-            return items;
-        }
-        ADD_FAILURE() << "no SetVariables record for " << id;
-        return {};
+        std::vector<VariableDataItem> items;
+        const bool found = WaitFor([&] {
+            for (const HostRecord& r : host.Records()) {
+                if (r.type != SERVERRECVTYPE_SETVARIABLES) continue;
+                SetVariablesReq head;
+                memcpy(&head, r.bytes.data(), sizeof head);
+                if (id != head.base.messageId) continue;
+                EXPECT_EQ(r.bytes.size(), sizeof head + sizeof(VariableDataItem) * static_cast<size_t>(head.count));
+                items.resize(static_cast<size_t>(head.count));
+                memcpy(items.data(), r.bytes.data() + sizeof head, sizeof(VariableDataItem) * items.size());
+                return true;
+            }
+            return false;
+        });
+        if (!found) ADD_FAILURE() << "no SetVariables record for " << id;
+        return items;
     }
 
     static std::string Stored(const char* component, const char* variable, const char* instance = "") {

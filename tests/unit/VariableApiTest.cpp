@@ -6,6 +6,7 @@
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/Process/VariableCustom.h"
+#include "RecordingLink.h"
 #include "TestSupport.h"
 #include "Util/Tools.h"
 
@@ -38,6 +39,7 @@ protected:
         CVariableCustom::Release();
     }
     TempDir dir;
+    RecordingLink link;  // the answer to the CSMS must leave for the call to succeed
 };
 
 }  // namespace
