@@ -25,6 +25,9 @@ const int64_t kClockRefreshSec = 86400;
 
 int64_t RunSec() { return CTools::GetCurRunTimeSec(); }
 
+int64_t LinkLastOperate() { return CConnectManager::GetInstance()->GetLastOperateTimeSec(); }
+std::atomic<CBootHeartbeat::LastOperateFn> g_lastOperate{&LinkLastOperate};
+
 bool Is20() {
     const OCPPPROTOCOL protocol = OcppProtocol_GetOcppProtocol();
     return protocol == OCPPPROTOCOL_201 || protocol == OCPPPROTOCOL_21;
@@ -81,6 +84,10 @@ void CBootHeartbeat::StopTimer() {
         m_iTimerId = 0;
     }
     if (id != 0) CTimerManager::GetInstance()->UnRegisterTimer(id);
+}
+
+void CBootHeartbeat::SetLastOperateSource(LastOperateFn source) {
+    g_lastOperate = source != nullptr ? source : &LinkLastOperate;
 }
 
 void* CBootHeartbeat::OnTimer(void* self) {
@@ -191,7 +198,7 @@ int CBootHeartbeat::TriggerBoot() {
 }
 
 int CBootHeartbeat::RequestHeartBeat() {
-    const int64_t lastOperate = CConnectManager::GetInstance()->GetLastOperateTimeSec();
+    const int64_t lastOperate = g_lastOperate.load()();
     if (lastOperate > m_iLastExchangeSec) m_iLastExchangeSec = lastOperate;
     const int64_t now = RunSec();
     if (now - m_iLastHeartbeatAnswerSec < kClockRefreshSec &&

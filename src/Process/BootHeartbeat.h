@@ -38,6 +38,11 @@ public:
     // Takes the timer off the timer manager, for tests that tick by hand.
     void StopTimer();
 
+    // Where the time of the link's last frame comes from (the connection manager's
+    // client by default); tests replace it.
+    typedef int64_t (*LastOperateFn)();
+    static void SetLastOperateSource(LastOperateFn source);
+
     // After an accepted boot: replay what was kept offline, then report OK.
     static void SubmitOfflineMessage();
 

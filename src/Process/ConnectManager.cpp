@@ -896,7 +896,7 @@ void CConnectManager::SyncVariables() {
         CTools::CopyField(items[i].variableName, rows[i].variable);
         CTools::CopyField(items[i].attributeValue, rows[i].value);
     }
-    CTools::CopyField(items[0].componentInstance, "Default");
+    CTools::CopyField(items[0].variableInstance, "Default");
     CTools::CopyField(items[0].unit, "s");
     CTools::CopyField(items[3].valuesList, "1,2");
     OcppProtocol_SetVariableData(4, items, 1);

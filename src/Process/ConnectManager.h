@@ -61,6 +61,8 @@ public:
     // One round of the connect thread; returns how long to wait before the next (ms).
     int ConnectStep();
 
+    // Makes `item` the current profile; a new url forgets the CSMS's acceptance.
+    void BackUpCurConnectionItem(const ConnectionItem& item);
     void ItemConnect();
     void ItemDisConnect();
     void RemoveLowerConnInfo();
@@ -121,7 +123,6 @@ private:
     static void* CheckNetworkProc(void* self);
     void Shutdown();
     void StartClient(const ConnectionItem& item, bool test);
-    void BackUpCurConnectionItem(const ConnectionItem& item);
     void Wake();
     bool WaitWake(int milliseconds);  // false when stopping
     std::vector<int> SplitPriority(const std::string& list);

@@ -1,0 +1,289 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Ocpp20/Process/VariableCache.h"
+#include "OcppProtocol/OcppProtocol.h"
+#include "Process/BootHeartbeat.h"
+#include "Process/ConnectManager.h"
+#include "RecordingHost.h"
+#include "RecordingLink.h"
+#include "TestSupport.h"
+#include "Util/TimerManager.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+namespace {
+
+const int64_t k2030 = 1893456000;  // 2030-01-01T00:00:00Z
+
+std::vector<int64_t> g_clockSets;
+int g_clockResult = 1;
+int RecordClockSet(int64_t epochSec) {
+    g_clockSets.push_back(epochSec);
+    return g_clockResult;
+}
+
+int64_t g_lastOperate = 0;
+int64_t LastOperate() { return g_lastOperate; }
+
+std::string BootAnswer(const std::string& id, const char* status, int interval) {
+    return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":" + std::to_string(interval) +
+           ",\"status\":\"" + status + "\"}]";
+}
+
+class BootHeartbeat : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        CBootHeartbeat::Release();
+        CConnectManager::Release();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        g_eSdkStatus = SDKSTATUS_CONNECTED;
+        CTools::FreezeClock(true);
+        g_clockSets.clear();
+        g_clockResult = 1;
+        g_lastOperate = 0;
+        CTools::SetSetTimeHook(&RecordClockSet);
+        CBootHeartbeat::SetLastOperateSource(&LastOperate);
+        boot = CBootHeartbeat::GetInstance();
+        boot->StopTimer();  // ticks come from the test
+    }
+    void TearDown() override {
+        CBootHeartbeat::Release();
+        CConnectManager::Release();
+        CTimerManager::Release();
+        CBootHeartbeat::SetLastOperateSource(nullptr);
+        CTools::SetSetTimeHook(nullptr);
+        ResetSdkState();
+    }
+
+    // Answers BootNotification with `status` and Heartbeat with the 2030 time.
+    void Csms(const char* status, int interval) {
+        link.Answer([status, interval, this](const std::string& id) {
+            const std::string last = link.Last();
+            if (last.find("\"Heartbeat\"") != std::string::npos)
+                return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\"}]";
+            if (last.find("\"BootNotification\"") != std::string::npos) return BootAnswer(id, status, interval);
+            return "[3,\"" + id + "\",{}]";
+        });
+    }
+    size_t Sent(const char* action) {
+        size_t n = 0;
+        for (const std::string& frame : link.Sent())
+            if (frame.find(std::string("\"") + action + "\"") != std::string::npos) ++n;
+        return n;
+    }
+    void Advance(int seconds) { CTools::AdvanceClockMs(int64_t(seconds) * 1000); }
+
+    ClockGuard clock;
+    RecordingLink link;
+    LogCapture log;
+    CBootHeartbeat* boot = nullptr;
+};
+
+TEST_F(BootHeartbeat, AcceptedBootSetsClockReportsRebootAndMarksProfileAccepted) {
+    Csms("Accepted", 60);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 0u) << "nothing before the host asks for a boot";
+
+    BootNotificationOption option;
+    memset(&option, 0, sizeof option);
+    CTools::CopyField(option.serialNumber, "SN-1");
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "Model-X", "Vendor-Y", &option);
+    boot->TimerProc();
+
+    ASSERT_EQ(Sent("BootNotification"), 1u);
+    const std::string request = link.Sent()[0];
+    EXPECT_NE(request.find("\"PowerUp\""), std::string::npos);
+    EXPECT_NE(request.find("\"Model-X\""), std::string::npos);
+    EXPECT_NE(request.find("\"SN-1\""), std::string::npos);
+    EXPECT_EQ(boot->GetBootStatus(), 0);
+    EXPECT_EQ(boot->GetBootPhase(), 2);
+    EXPECT_EQ(boot->GetInterval(), 60);
+    ASSERT_EQ(g_clockSets.size(), 1u);
+    EXPECT_EQ(g_clockSets[0], k2030);
+    EXPECT_EQ(Sent("SecurityEventNotification"), 1u);
+    EXPECT_NE(link.Sent()[1].find("\"ResetOrReboot\""), std::string::npos);
+    EXPECT_EQ(CConnectManager::GetInstance()->IsAcceptedByCsms(), 1);
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK) << "accepted boot hands over to the online state";
+
+    Advance(2);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 1u) << "no second boot once accepted";
+}
+
+TEST_F(BootHeartbeat, ClockThatCannotBeSetLeavesTheBootAccepted) {
+    g_clockResult = 0;
+    Csms("Accepted", 60);
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+    boot->TimerProc();
+    EXPECT_EQ(boot->GetBootPhase(), 2);
+    EXPECT_TRUE(log.Contains("set system time failed"));
+}
+
+TEST_F(BootHeartbeat, PendingAndRejectedRetryAfterTheirIntervalAndSilenceAfterTenMoreSeconds) {
+    Csms("Pending", 30);
+    CConnectManager::GetInstance()->SetAcceptedByCsms(1);
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+    boot->TimerProc();
+    ASSERT_EQ(Sent("BootNotification"), 1u);
+    EXPECT_EQ(boot->GetBootStatus(), 1);
+    EXPECT_EQ(boot->GetBootPhase(), 1);
+    EXPECT_EQ(CConnectManager::GetInstance()->IsAcceptedByCsms(), 0);
+    EXPECT_TRUE(g_clockSets.empty()) << "only an accepted boot sets the clock";
+
+    Advance(29);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 1u);
+    Advance(1);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 2u);
+
+    // The CSMS goes silent: the next try waits the interval plus 10 s.
+    link.SetSendResult(0);
+    Advance(30);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 3u);
+    Advance(39);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 3u);
+    Advance(1);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 4u);
+
+    link.SetSendResult(1);
+    Csms("Rejected", 0);
+    Advance(40);
+    boot->TimerProc();
+    EXPECT_EQ(boot->GetBootStatus(), 2);
+    EXPECT_EQ(Sent("BootNotification"), 5u);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 6u) << "interval 0 retries on every tick";
+}
+
+TEST_F(BootHeartbeat, NeverAnsweredBootRetriesEveryTenSeconds) {
+    link.SetSendResult(0);
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+    boot->TimerProc();
+    Advance(9);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 1u);
+    Advance(1);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("BootNotification"), 2u);
+}
+
+TEST_F(BootHeartbeat, NothingIsSentWhileDisconnected) {
+    Csms("Accepted", 60);
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+    g_eSdkStatus = SDKSTATUS_DISCONNECTED;
+    boot->TimerProc();
+    Advance(100);
+    boot->TimerProc();
+    EXPECT_EQ(link.Count(), 0u);
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_DISCONNECTED);
+}
+
+TEST_F(BootHeartbeat, HeartbeatGoesTwoSecondsBeforeTheIntervalAndSetsTheClock) {
+    Csms("Accepted", 60);
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+    boot->TimerProc();
+    link.Clear();
+    g_clockSets.clear();
+
+    Advance(57);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("Heartbeat"), 0u);
+    Advance(1);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("Heartbeat"), 1u);
+    ASSERT_EQ(g_clockSets.size(), 1u);
+    EXPECT_EQ(g_clockSets[0], k2030);
+
+    // An unanswered heartbeat only moves the schedule on.
+    link.SetSendResult(0);
+    Advance(58);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("Heartbeat"), 2u);
+    Advance(57);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("Heartbeat"), 2u);
+    Advance(1);
+    boot->TimerProc();
+    EXPECT_EQ(Sent("Heartbeat"), 3u);
+    EXPECT_EQ(g_clockSets.size(), 1u);
+}
+
+TEST_F(BootHeartbeat, BusyLinkPostponesHeartbeatsButNotBeyondOneDay) {
+    Csms("Accepted", 60);
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+    boot->TimerProc();
+    Advance(58);
+    boot->TimerProc();  // a first answer, so the day counts from here
+    ASSERT_EQ(Sent("Heartbeat"), 1u);
+
+    int sent = 0;
+    for (int elapsed = 10; elapsed <= 86400 + 10; elapsed += 10) {
+        Advance(10);
+        g_lastOperate = CTools::GetCurRunTimeSec();  // a frame every 10 s
+        boot->TimerProc();
+        if (Sent("Heartbeat") > 1u) {
+            sent = elapsed;
+            break;
+        }
+    }
+    EXPECT_GE(sent, 86400);
+    EXPECT_LE(sent, 86410);
+}
+
+TEST_F(BootHeartbeat, TriggeredBootSaysTriggeredAndIgnoresTheInterval) {
+    Csms("Pending", 300);
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+    boot->TimerProc();
+    Csms("Accepted", 60);
+    EXPECT_EQ(boot->TriggerBoot(), 1);
+    ASSERT_EQ(Sent("BootNotification"), 2u);
+    EXPECT_NE(link.Sent()[1].find("\"Triggered\""), std::string::npos);
+    EXPECT_EQ(boot->GetBootPhase(), 2);
+
+    g_clockSets.clear();
+    EXPECT_EQ(boot->TriggerHeartBeat(), 1);
+    EXPECT_EQ(Sent("Heartbeat"), 1u);
+    EXPECT_EQ(g_clockSets.size(), 1u);
+}
+
+void SetVariable(const char* component, const char* variable, const char* value) {
+    VariableDataItem item;
+    memset(&item, 0, sizeof item);
+    item.status = VARIABLESTATUS_ACCEPTED;
+    CTools::CopyField(item.componentName, component);
+    CTools::CopyField(item.variableName, variable);
+    CTools::CopyField(item.attributeValue, value);
+    ASSERT_EQ(OcppProtocol_SetVariableData(1, &item, 1), 1);
+}
+
+TEST_F(BootHeartbeat, RetryBackOffValueFollowsTheDeviceModel) {
+    SetVariable("OCPPCommCtrlr", "RetryBackOffWaitMinimum", "7");
+    SetVariable("OCPPCommCtrlr", "RetryBackOffRandomRange", "0");
+    SetVariable("OCPPCommCtrlr", "RetryBackOffRepeatTimes", "3");
+    EXPECT_EQ(OcppProtocol_GetReconnctBackOffTime(), 5);
+    boot->AddReconnctTimes();
+    EXPECT_EQ(OcppProtocol_GetReconnctBackOffTime(), 5) << "not counting before a reset";
+
+    boot->ResetReconnctTimes();
+    EXPECT_EQ(OcppProtocol_GetReconnctBackOffTime(), 5);
+    std::vector<int> values;
+    for (int i = 0; i < 5; ++i) {
+        boot->AddReconnctTimes();
+        values.push_back(OcppProtocol_GetReconnctBackOffTime());
+    }
+    EXPECT_EQ(values, (std::vector<int>{7, 14, 28, 28, 28}));
+    boot->ResetReconnctTimes();
+    EXPECT_EQ(OcppProtocol_GetReconnctBackOffTime(), 5);
+}
+
+}  // namespace

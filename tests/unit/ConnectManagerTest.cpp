@@ -1,0 +1,313 @@
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "OcppProtocol/OcppProtocol.h"
+#include "Process/BootHeartbeat.h"
+#include "Process/ConnectManager.h"
+#include "RecordingHost.h"
+#include "TestSupport.h"
+#include "Util/FileUtil.h"
+#include "Util/TimerManager.h"
+#include "Util/Tools.h"
+#include "WsTestPeers.h"
+
+using namespace ocpptest;
+
+namespace {
+
+Json::Value ReadJson(const std::string& path) {
+    Json::Value root;
+    Json::CharReaderBuilder builder;
+    std::string errors;
+    std::istringstream in(ReadText(path));
+    Json::parseFromStream(builder, in, &root, &errors);
+    return root;
+}
+
+ConnectionItem Item(int id, int connType, const char* url, int priority = 0) {
+    ConnectionItem item;
+    memset(&item, 0, sizeof item);
+    item.id = id;
+    item.priority = priority;
+    item.protocol = OCPPPROTOCOL_201;
+    item.connType = connType;
+    item.messageTimeout = 5;
+    CTools::CopyField(item.url, url);
+    return item;
+}
+
+std::vector<int> Ids(const std::vector<ConnectionItem>& items) {
+    std::vector<int> ids;
+    for (const ConnectionItem& item : items) ids.push_back(item.id);
+    return ids;
+}
+
+class ConnectManagerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        CConnectManager::Release();
+        CTools::FreezeClock(true);
+        store = dir.file("csmscfg.json");
+        CConnectManager::SetCertDir(dir.path());
+    }
+    void TearDown() override {
+        CConnectManager::SetTestConnectHook(nullptr);
+        CConnectManager::Release();
+        CBootHeartbeat::Release();
+        CTimerManager::Release();
+        CConnectManager::SetCertDir("/usrfs/conf/ocpp20/cert/");
+        ResetSdkState();
+    }
+    CConnectManager* Fresh() {
+        CConnectManager::Release();
+        CConnectManager* manager = CConnectManager::GetInstance();
+        manager->SetStoreFile(store);
+        return manager;
+    }
+
+    ClockGuard clock;
+    TempDir dir;
+    LogCapture log;
+    std::string store;
+};
+
+TEST_F(ConnectManagerTest, NewStoreStartsAsEmptyObjectAndProfilesSurviveARestart) {
+    CConnectManager* manager = Fresh();
+    EXPECT_TRUE(log.Contains("Connection Cache File created"));
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://csms.example:9000/ocpp", CONNTYPE_BASIC, 0);
+    manager->AddConnItem(Item(2, CONNTYPE_BASIC, "ws://second.example/ocpp"));
+    manager->SetAcceptedByCsms(1);
+
+    const std::string text = ReadText(store);
+    EXPECT_EQ(text.find('\n'), std::string::npos) << "written compactly";
+    EXPECT_FALSE(CFileUtil::Exists(store + "1"));
+    const Json::Value root = ReadJson(store);
+    ASSERT_EQ(root["connectinfo"].size(), 2u);
+    EXPECT_EQ(root["connectinfo"][0]["url"].asString(), "ws://csms.example:9000/ocpp");
+    EXPECT_EQ(root["connectinfo"][0]["messagetimeout"].asInt(), 5) << "time-out 0 becomes 5";
+    EXPECT_EQ(root["connectpriority"].asString(), "1");
+    EXPECT_FALSE(root.isMember("curconnection")) << "no current profile yet";
+    EXPECT_EQ(root["isacceptedbycsms"].asInt(), 1);
+    EXPECT_FALSE(root["factoryconfigbase64"].asString().empty());
+
+    manager = Fresh();
+    EXPECT_TRUE(log.Contains("Connection Cache File already exists"));
+    EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
+    EXPECT_EQ(manager->IsAcceptedByCsms(), 1);
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://csms.example:9000/ocpp", CONNTYPE_BASIC, 5);
+    EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2})) << "same factory profile keeps the CSMS's";
+    EXPECT_EQ(manager->IsResetFactoryConfig(), 0);
+
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://other.example/ocpp", CONNTYPE_BASIC, 5);
+    EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1}));
+    EXPECT_STREQ(manager->GetConnItems()[0].url, "ws://other.example/ocpp");
+    EXPECT_EQ(manager->IsResetFactoryConfig(), 1);
+    EXPECT_EQ(manager->IsAcceptedByCsms(), 0);
+    EXPECT_TRUE(log.Contains("The factory configuration is changed"));
+}
+
+TEST_F(ConnectManagerTest, BrokenOrOversizedStoreLeavesDefaults) {
+    WriteText(store, "{\"connectinfo\":[{\"id\":3,\"url\":\"ws://x\"}");
+    CConnectManager* manager = Fresh();
+    EXPECT_TRUE(manager->GetConnItems().empty());
+    EXPECT_EQ(manager->GetConnectPriority(), "1");
+
+    WriteText(store, "{\"connectpriority\":\"" + std::string(300 * 1024, '1') + "\"}");
+    manager = Fresh();
+    EXPECT_EQ(manager->GetConnectPriority(), "1");
+
+    // Keys present are read, absent ones keep their defaults; a wrong type counts as absent.
+    WriteText(store, "{\"connectinfo\":[{\"id\":3,\"priority\":2,\"conntype\":1,\"protocol\":1,"
+                     "\"messagetimeout\":9,\"url\":\"ws://x/y\"},{\"id\":4}],\"isacceptedbycsms\":\"1\","
+                     "\"offlinetimesec\":1700000000}");
+    manager = Fresh();
+    ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{3}));
+    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 9);
+    EXPECT_EQ(manager->IsAcceptedByCsms(), 0);
+    EXPECT_EQ(manager->GetOfflineTimeSec(), 1700000000);
+    EXPECT_EQ(manager->GetConnectPriority(), "1");
+}
+
+TEST_F(ConnectManagerTest, FailedWriteKeepsThePreviousStoreWhole) {
+    CConnectManager* manager = Fresh();
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://a.example/ocpp", CONNTYPE_WS, 5);
+    const std::string before = ReadText(store);
+    ASSERT_EQ(mkdir((store + "1").c_str(), 0755), 0);  // the temporary file cannot be made
+    manager->AddConnItem(Item(2, CONNTYPE_WS, "ws://b.example/ocpp"));
+    EXPECT_TRUE(log.Contains("SyncToFile: openat("));
+    EXPECT_EQ(ReadText(store), before);
+    EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2})) << "memory keeps the change";
+}
+
+TEST_F(ConnectManagerTest, BackOffDefaultsToThreeSecondsAndThresholdsGuardTheParameters) {
+    CConnectManager* manager = Fresh();
+    manager->SetConnectParam(1, 3, 0, 0, 0);
+    for (int i = 0; i < 3; ++i) {
+        manager->GetReconnectTimeSec();
+        EXPECT_EQ(manager->GetNextConnTimeSpace(), 3);
+    }
+    EXPECT_EQ(manager->GetNextConnTimeSec(), CTools::GetCurRunTimeSec() + 3);
+}
+
+// The whole loop: the connect thread's step finds the reconnect due, the client
+// cannot start (no station identity), the loss schedules the next try.
+TEST_F(ConnectManagerTest, UnreachableCsmsIsRetriedAfter10_20_40_80_80Seconds) {
+    CConnectManager* manager = Fresh();
+    manager->SetConnectParam(1, 10, 0, 3, 0);
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://127.0.0.1:1/ocpp", CONNTYPE_WS, 5);
+    manager->SetOfflineMode(1);
+    CConnectManager::SetTestConnectHook([](const ConnectionItem&) { return 0; });
+    EXPECT_EQ(manager->TestConnectItem(), 0);  // every probe fails: offline on the factory profile
+    EXPECT_EQ(OcppProtocol_IsEnterOfflineMode(), 1);
+
+    std::vector<int> intervals{manager->GetNextConnTimeSpace()};
+    for (int i = 0; i < 4; ++i) {
+        const int64_t due = manager->GetNextConnTimeSec();
+        CTools::AdvanceClockMs((due - CTools::GetCurRunTimeSec() - 1) * 1000);
+        manager->ConnectStep();
+        EXPECT_EQ(manager->GetNextConnTimeSec(), due) << "not before its time";
+        CTools::AdvanceClockMs(1000);
+        manager->ConnectStep();
+        intervals.push_back(manager->GetNextConnTimeSpace());
+    }
+    EXPECT_EQ(intervals, (std::vector<int>{10, 20, 40, 80, 80}));
+    EXPECT_TRUE(log.Contains("SecurityCtrlr_Identity not configured"));
+}
+
+std::mutex g_probeMutex;
+std::vector<int> g_probed;
+int g_answeringSlot = 0;
+int ProbeHook(const ConnectionItem& item) {
+    std::lock_guard<std::mutex> lock(g_probeMutex);
+    g_probed.push_back(item.id);
+    return item.id == g_answeringSlot ? 1 : 0;
+}
+std::vector<int> Probed() {
+    std::lock_guard<std::mutex> lock(g_probeMutex);
+    return g_probed;
+}
+
+TEST_F(ConnectManagerTest, ActivationProbesListedSlotsByPriorityAndDropsWeakerProfiles) {
+    WriteText(dir.file("ca.crt"), "-----BEGIN CERTIFICATE-----\n");
+    CConnectManager* manager = Fresh();
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
+    manager->AddConnItem(Item(2, CONNTYPE_BASIC, "ws://two.example/ocpp"));
+    manager->AddConnItem(Item(3, CONNTYPE_TLS_BASIC, "wss://three.example/ocpp"));
+    manager->AddConnItem(Item(4, CONNTYPE_TLS_BASIC, "wss://four.example/ocpp"));
+    manager->AddConnItem(Item(5, CONNTYPE_TLS_BASIC, "wss://five.example/ocpp"));
+    EXPECT_EQ(manager->ResetAllPriority("3,1,6"), 0) << "slot 6 does not exist";
+    EXPECT_EQ(manager->GetConnectPriority(), "1");
+    ASSERT_EQ(manager->ResetAllPriority("4,2,3,1"), 1);
+    EXPECT_EQ(ReadJson(store)["connectpriority"].asString(), "4,2,3,1");
+
+    {
+        std::lock_guard<std::mutex> lock(g_probeMutex);
+        g_probed.clear();
+        g_answeringSlot = 3;
+    }
+    CConnectManager::SetTestConnectHook(&ProbeHook);
+    ASSERT_EQ(manager->ActiveConnect(), 1);
+    ASSERT_TRUE(WaitFor([&] { return manager->IsTestConnectIng() == 0 && manager->GetConnItems().size() == 3; },
+                        5000));
+    EXPECT_EQ(Probed(), (std::vector<int>{4, 2, 3})) << "slot 5 is not in the priority list";
+    EXPECT_EQ(manager->GetCurConnID(), 3);
+
+    // Connected on security profile 2: profiles 0 and 1 are gone for good.
+    ASSERT_TRUE(WaitFor([&] { return ReadJson(store)["connectpriority"].asString() == "3"; }, 3000));
+    const Json::Value root = ReadJson(store);
+    std::vector<int> stored;
+    for (const Json::Value& v : root["connectinfo"]) stored.push_back(v["id"].asInt());
+    EXPECT_EQ(stored, (std::vector<int>{4, 3, 5}));
+    EXPECT_EQ(root["curconnection"]["id"].asInt(), 3);
+    EXPECT_TRUE(log.Contains("^^^^^^^^^^^^^^Test Connect Succcess^^^^^^^^^^^^^^^^^^^^\n"));
+}
+
+TEST_F(ConnectManagerTest, PriorityListNeedsCertificatesForTlsSlots) {
+    CConnectManager* manager = Fresh();
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
+    manager->AddConnItem(Item(2, CONNTYPE_TLS_BASIC, "wss://two.example/ocpp"));
+    EXPECT_EQ(manager->ResetAllPriority("2,1"), 0) << "no CA on the station";
+    WriteText(dir.file("ca.crt"), "-----BEGIN CERTIFICATE-----\n");
+    ASSERT_EQ(manager->ResetAllPriority("2,1"), 1);
+    const std::vector<ConnectionItem> items = manager->GetConnItems();
+    EXPECT_EQ(items[0].priority, 1);
+    EXPECT_EQ(items[1].priority, 2);
+}
+
+TEST_F(ConnectManagerTest, UrlCarriesSubprotocolHostAndStationIdentity) {
+    CConnectManager* manager = Fresh();
+    manager->BackUpCurConnectionItem(Item(1, CONNTYPE_TLS_BASIC, "wss://csms.example:443/ocpp"));
+    EXPECT_EQ(manager->CombineUrl("CP001", "OCPP20"), "ocpp2.0.1://csms.example:443/ocpp/CP001");
+    EXPECT_EQ(manager->CombineUrl("CP001", "OCPP16"), "ocpp1.6://csms.example:443/ocpp/CP001");
+    EXPECT_EQ(manager->CombineUrl("CP001", "OCPP21"), "");
+    EXPECT_EQ(manager->CombineUrl("", "OCPP20"), "");
+    manager->BackUpCurConnectionItem(Item(1, CONNTYPE_WS, "http://csms.example/ocpp"));
+    EXPECT_EQ(manager->CombineUrl("CP001", "OCPP20"), "");
+}
+
+TEST_F(ConnectManagerTest, ReconnectAndOfflineModeRefuseBadRequests) {
+    CConnectManager* manager = Fresh();
+    EXPECT_EQ(OcppProtocol_ImmediatelyReconnect(), 0);
+    EXPECT_TRUE(log.Contains("ReConnect error: IsTestConnectIng"));
+    EXPECT_EQ(OcppProtocol_SetOfflineMode(2), 0);
+    EXPECT_TRUE(log.Contains("'enableofflinemode' Parameter setting error"));
+    EXPECT_EQ(OcppProtocol_SetConnection(OCPPPROTOCOL_201, "", CONNTYPE_WS, 5), 0);
+    EXPECT_TRUE(log.Contains("Url is empty!!!"));
+    EXPECT_TRUE(manager->GetConnItems().empty());
+}
+
+void SetIdentity(const char* identity) {
+    VariableDataItem item;
+    memset(&item, 0, sizeof item);
+    item.status = VARIABLESTATUS_ACCEPTED;
+    CTools::CopyField(item.componentName, "SecurityCtrlr");
+    CTools::CopyField(item.variableName, "Identity");
+    CTools::CopyField(item.attributeValue, identity);
+    OcppProtocol_SetVariableData(1, &item, 1);
+}
+
+// A real socket: the library's local server plays the CSMS.
+TEST_F(ConnectManagerTest, ConnectsToALocalCsmsAndBootsThroughTheLink) {
+    CTools::FreezeClock(false);
+    RecordingHost host;
+    RecordingCsms csms("ocpp2.0.1");
+    ASSERT_TRUE(csms.Started());
+    csms.onMessage = [&csms](const std::string& frame) {
+        const size_t a = frame.find('"') + 1;
+        const std::string id = frame.substr(a, frame.find('"', a) - a);
+        if (frame.find("\"BootNotification\"") == std::string::npos) {
+            csms.Send("[3,\"" + id + "\",{}]");
+            return;
+        }
+        csms.Send("[3,\"" + id +
+                  "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":300,\"status\":\"Accepted\"}]");
+    };
+    CTools::SetSetTimeHook([](int64_t) { return 1; });
+    SetIdentity("CP042");
+    const std::string url = "ws://127.0.0.1:" + std::to_string(csms.Port());
+    OcppProtocol_SetNamePwd(nullptr, "s3cr3t");
+    OcppProtocol_SetConnection(OCPPPROTOCOL_201, url.c_str(), CONNTYPE_BASIC, 5);
+    ASSERT_EQ(OcppProtocol_ActiveConnection(1), 1);
+    ASSERT_TRUE(WaitFor([] { return OcppProtocol_GetStatus() == SDKSTATUS_CONNECTED; }, 8000));
+    EXPECT_TRUE(log.Contains("AUTHORIZATION:CP042:")) << "no user name: the station identity is sent";
+    EXPECT_EQ(CConnectManager::GetInstance()->IsConnected(), 1);
+
+    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+    CBootHeartbeat::GetInstance()->TimerProc();
+    EXPECT_TRUE(csms.WaitMessageContaining("\"BootNotification\"", 3000));
+    EXPECT_EQ(CBootHeartbeat::GetInstance()->GetBootPhase(), 2);
+    EXPECT_EQ(CConnectManager::GetInstance()->IsAcceptedByCsms(), 1);
+    EXPECT_TRUE(csms.WaitMessageContaining("\"ResetOrReboot\"", 3000));
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
+    CTools::SetSetTimeHook(nullptr);
+}
+
+}  // namespace
