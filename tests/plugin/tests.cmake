@@ -1,7 +1,6 @@
 # Plug-ins the unit tests load: a working one, and a library without the factory.
 add_library(ocpp_test_plugin MODULE ${CMAKE_CURRENT_LIST_DIR}/TestPlugin.cpp)
 target_include_directories(ocpp_test_plugin PRIVATE ${CMAKE_SOURCE_DIR}/include)
-target_compile_options(ocpp_test_plugin PRIVATE -fvisibility=default)
 
 add_library(ocpp_test_nofactory MODULE ${CMAKE_CURRENT_LIST_DIR}/NoFactoryPlugin.cpp)
 
