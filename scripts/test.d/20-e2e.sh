@@ -7,7 +7,7 @@ cd "$ROOT"
 ensure_npm_packages
 command -v openssl >/dev/null || ensure_apt_packages <(echo openssl)
 
-sim="$ROOT/build/examples/station-sim/ocpp_station_sim"
+sim="${OCPP_STATION_SIM:-$ROOT/build/examples/station-sim/ocpp_station_sim}"
 [ -x "$sim" ] || cmake --build build --target ocpp_station_sim
 
 step "e2e: node --test tests/e2e (simulator $sim)"

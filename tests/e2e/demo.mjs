@@ -12,20 +12,22 @@ const csms = await startCsms({ interval });
 csms.on('handshake', (h) => show('CSMS', `connection from "${h.identity}" (${h.protocols.join(',')})`));
 csms.on('call', (c) => show('station', `-> ${c.method}`, c.params));
 const station = new Station({ url: csms.url(), id: 'DEMO001' });
-const seen = new Set();
-const printer = setInterval(() => {
-  for (const e of station.events) {
-    if (seen.has(e)) continue;
-    seen.add(e);
+let printed = 0;
+const printStation = () => {
+  for (; printed < station.events.length; printed++) {
+    const e = station.events[printed];
     if (e.event === 'record' && e.type === 0) show('station', `SDK status ${e.statusName}`);
     else if (e.event === 'record') show('station', `host record ${e.name ?? e.type}`);
     else if (e.event === 'answer') show('station', `host answers ${e.action}: ${e.status}`);
   }
-}, 50);
+};
+const printer = setInterval(printStation, 50);
 
 async function call(method, params) {
   show('CSMS', `-> ${method}`, params);
   const result = await csms.client.call(method, params);
+  await new Promise((r) => setTimeout(r, 20)); // let the station's own lines come first
+  printStation();
   show('station', `<- ${method}`, result);
   return result;
 }
@@ -47,6 +49,7 @@ try {
   code = 1;
 } finally {
   clearInterval(printer);
+  printStation();
   await station.stop();
   await csms.close();
 }
