@@ -126,9 +126,9 @@ Json::Value GetVariableData(const Json::Value& cmd) {
 }
 
 bool SameVariable(const VariableDataItem& a, const VariableDataItem& b) {
-    return std::strcmp(a.componentName, b.componentName) == 0 && std::strcmp(a.variableName, b.variableName) == 0 &&
-           std::strcmp(a.componentInstance, b.componentInstance) == 0 &&
-           std::strcmp(a.variableInstance, b.variableInstance) == 0 && a.evseId == b.evseId &&
+    return Text(a.componentName) == Text(b.componentName) && Text(a.variableName) == Text(b.variableName) &&
+           Text(a.componentInstance) == Text(b.componentInstance) &&
+           Text(a.variableInstance) == Text(b.variableInstance) && a.evseId == b.evseId &&
            a.connectorId == b.connectorId && a.attributeType == b.attributeType;
 }
 
@@ -408,7 +408,9 @@ void OnRecord(const char* record, uint32_t length) {
     v["length"] = length;
     const std::string messageId = Text(base.messageId);
     if (!messageId.empty()) v["messageId"] = messageId;
-    const Action* action = FindAction(base.type);
+    // Code 5 is SetVariables under 2.0.1 and 2.1 but a 1.6 configuration change, which this host only shows.
+    const bool ocpp16 = OcppProtocol_GetOcppProtocol() == OCPPPROTOCOL_16;
+    const Action* action = ocpp16 && base.type == SERVERRECVTYPE_SETVARIABLES ? nullptr : FindAction(base.type);
     if (action != nullptr) v["name"] = action->name;
     std::vector<VariableDataItem> variables;
     switch (base.type) {
@@ -422,6 +424,10 @@ void OnRecord(const char* record, uint32_t length) {
             v["name"] = "EnterOfflineMode";
             break;
         case SERVERRECVTYPE_SETVARIABLES: {
+            if (ocpp16) {
+                v["name"] = "ChangeConfiguration";
+                break;
+            }
             SetVariablesReq head;
             if (!Read(record, length, &head) || head.count < 0 ||
                 (length - sizeof head) / sizeof(VariableDataItem) < static_cast<uint32_t>(head.count))
@@ -578,6 +584,32 @@ int BootCommand(const Json::Value& cmd) {
     return 1;
 }
 
+int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& result, std::string* error) {
+    int rc = 1;
+    if (name == "boot") {
+        rc = BootCommand(cmd);
+    } else if (name == "status") {
+        rc = StatusCommand(cmd, error);
+    } else if (name == "policy") {
+        rc = SetPolicy(cmd, error);
+    } else if (name == "setVariableData") {
+        rc = SetVariableData(cmd);
+    } else if (name == "getVariableData") {
+        result["items"] = GetVariableData(cmd);
+    } else if (name == "reconnect") {
+        rc = OcppProtocol_ImmediatelyReconnect();
+    } else if (name == "securityEvent") {
+        rc = OcppProtocol_SecurityEventNotification(static_cast<SECURITYEVENTTYPE>(cmd.get("type", 0).asInt()));
+    } else if (name == "getStatus") {
+        result["status"] = static_cast<int>(OcppProtocol_GetStatus());
+        result["protocol"] = static_cast<int>(OcppProtocol_GetOcppProtocol());
+    } else {
+        rc = 0;
+        *error = "unknown command";
+    }
+    return rc;
+}
+
 // Handles one command line; false when the simulator should stop.
 bool HandleLine(const std::string& line) {
     if (line.find_first_not_of(" \t\r") == std::string::npos) return true;
@@ -592,38 +624,23 @@ bool HandleLine(const std::string& line) {
         Emit(v);
         return true;
     }
-    const std::string name = cmd.get("cmd", "").asString();
-    result["cmd"] = name;
     std::string error;
     int rc = 1;
-    if (name == "quit") {
-        return false;
-    } else if (name == "boot") {
-        rc = BootCommand(cmd);
-    } else if (name == "status") {
-        rc = StatusCommand(cmd, &error);
-    } else if (name == "policy") {
-        rc = SetPolicy(cmd, &error);
-    } else if (name == "setVariableData") {
-        rc = SetVariableData(cmd);
-    } else if (name == "getVariableData") {
-        result["items"] = GetVariableData(cmd);
-    } else if (name == "reconnect") {
-        rc = OcppProtocol_ImmediatelyReconnect();
-    } else if (name == "securityEvent") {
-        rc = OcppProtocol_SecurityEventNotification(static_cast<SECURITYEVENTTYPE>(cmd.get("type", 0).asInt()));
-    } else if (name == "getStatus") {
-        result["status"] = static_cast<int>(OcppProtocol_GetStatus());
-        result["protocol"] = static_cast<int>(OcppProtocol_GetOcppProtocol());
-    } else {
+    try {
+        const std::string name = cmd.get("cmd", "").asString();
+        result["cmd"] = name;
+        if (name == "quit") return false;
+        rc = RunCommand(name, cmd, result, &error);
+    } catch (const std::exception& e) {  // a value of the wrong JSON type
         rc = 0;
-        error = "unknown command";
+        error = e.what();
     }
     result["rc"] = rc;
     if (!error.empty()) result["error"] = error;
     Emit(result);
     return true;
 }
+
 
 // ---- start-up ---------------------------------------------------------------
 
