@@ -161,29 +161,6 @@ OCPP_API int OcppProtocol_TestConnection(const char* url, int timeoutSec, Connec
 /* Seconds the host should wait before its next retry, from the device model's back-off settings. */
 OCPP_API int OcppProtocol_GetReconnctBackOffTime(void);
 
-#ifndef OCPP20_PROTOCOL_H
-/* Why the station booted. */
-typedef enum {
-    BOOTREASON_APPLICATIONRESET = 0,
-    BOOTREASON_FIRMWAREUPDATE = 1,
-    BOOTREASON_LOCALRESET = 2,
-    BOOTREASON_POWERUP = 3,
-    BOOTREASON_REMOTERESET = 4,
-    BOOTREASON_SCHEDULEDRESET = 5,
-    BOOTREASON_TRIGGERED = 6,
-    BOOTREASON_UNKNOWN = 7,
-    BOOTREASON_WATCHDOG = 8
-} BOOTREASON;
-
-/* Optional boot fields; empty texts are left out of the message. */
-typedef struct {
-    char serialNumber[26];
-    char firmwareVersion[51];
-    char iccid[21]; /* the modem is reported only when iccid or imsi is set */
-    char imsi[21];
-} BootNotificationOption;
-#endif
-
 /* Boots the station: BootNotification is sent on the next timer tick and repeated until accepted.
  * A NULL option is an empty one. */
 OCPP_API int OcppProtocol_BootNotification(BOOTREASON reason, const char* model, const char* vendorName,

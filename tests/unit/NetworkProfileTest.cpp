@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Ocpp20/OcppProtocol20.h"
+#include "Ocpp20/Process/VariableCache.h"
+#include "OcppProtocol/OcppProtocol.h"
+#include "Process/ConnectManager.h"
+#include "RecordingHost.h"
+#include "RecordingLink.h"
+#include "TestSupport.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+// Profiles the CSMS changes: SetNetworkProfile and NetworkConfigurationPriority.
+namespace {
+
+ConnectionItem Item(int id, int connType, const char* url) {
+    ConnectionItem item;
+    memset(&item, 0, sizeof item);
+    item.id = id;
+    item.protocol = OCPPPROTOCOL_201;
+    item.connType = connType;
+    item.messageTimeout = 5;
+    CTools::CopyField(item.url, url);
+    return item;
+}
+
+std::vector<int> Ids(const std::vector<ConnectionItem>& items) {
+    std::vector<int> ids;
+    for (const ConnectionItem& item : items) ids.push_back(item.id);
+    return ids;
+}
+
+size_t StoredCount(const std::string& path) {
+    Json::Value root;
+    Json::CharReaderBuilder builder;
+    std::string errors;
+    std::istringstream in(ReadText(path));
+    Json::parseFromStream(builder, in, &root, &errors);
+    return root["connectinfo"].size();
+}
+
+class NetworkProfile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        CConnectManager::Release();
+        CConnectManager::SetCertDir(dir.path());
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        store = dir.file("csmscfg.json");
+        manager = CConnectManager::GetInstance();
+        manager->SetStoreFile(store);
+    }
+    void TearDown() override {
+        CConnectManager::Release();
+        CConnectManager::SetCertDir("/usrfs/conf/ocpp20/cert/");
+        ResetSdkState();
+    }
+    TempDir dir;
+    LogCapture log;
+    std::string store;
+    CConnectManager* manager = nullptr;
+};
+
+
+std::string NetworkProfileCall(const std::string& id, int slot, int securityProfile, const std::string& url) {
+    return "[2,\"" + id + "\",\"SetNetworkProfile\",{\"configurationSlot\":" + std::to_string(slot) +
+           ",\"connectionData\":{\"ocppVersion\":\"OCPP20\",\"ocppTransport\":\"JSON\",\"ocppCsmsUrl\":\"" + url +
+           "\",\"messageTimeout\":30,\"securityProfile\":" + std::to_string(securityProfile) +
+           ",\"ocppInterface\":\"Wired0\"}}]";
+}
+
+void Deliver(const std::string& frame) { COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size())); }
+
+TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
+    RecordingLink link;
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 5);
+    manager->BackUpCurConnectionItem(manager->GetConnItems()[0]);
+
+    Deliver(NetworkProfileCall("n1", 2, 1, "ws://two.example/ocpp"));
+    ASSERT_EQ(link.Count(), 1u);
+    EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
+    ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
+    EXPECT_EQ(manager->GetConnItems()[1].messageTimeout, 30);
+    EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two.example/ocpp");
+    EXPECT_EQ(StoredCount(store), 2u);
+
+    Deliver(NetworkProfileCall("n2", 3, 0, "ws://three.example/ocpp"));
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "security profile 0 after 1";
+    Deliver(NetworkProfileCall("n3", 4, 2, "wss://four.example/ocpp"));
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "no CA for security profile 2";
+    Deliver(NetworkProfileCall("n4", 5, 1, "wss://five.example/ocpp"));
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "wss with a plain security profile";
+    EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
+
+    // Same slot again replaces the profile.
+    Deliver(NetworkProfileCall("n5", 2, 1, "ws://two-b.example/ocpp"));
+    ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
+    EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two-b.example/ocpp");
+}
+
+TEST_F(NetworkProfile, NetworkPriorityVariableReordersProfilesOrIsRejected) {
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
+    manager->AddConnItem(Item(2, CONNTYPE_WS, "ws://two.example/ocpp"));
+    VariableDataItem20 item = VariableDataItem20::Make("OCPPCommCtrlr", "NetworkConfigurationPriority", "");
+    CTools::CopyField(item.attributeValue, "2,1");
+    EXPECT_EQ(CVariableCache::GetInstance()->CheckSetVariable(item), VARIABLESTATUS_REBOOTREQUIRED);
+    EXPECT_EQ(manager->GetConnectPriority(), "2,1");
+    EXPECT_EQ(manager->GetConnItems()[1].priority, 2);
+
+    CTools::CopyField(item.attributeValue, "3,1");
+    EXPECT_EQ(CVariableCache::GetInstance()->CheckSetVariable(item), VARIABLESTATUS_REJECTED);
+    EXPECT_EQ(manager->GetConnectPriority(), "2,1");
+}
+
+}  // namespace
