@@ -10,7 +10,7 @@
 
 #include <json/json.h>
 
-#include "Ocpp20/Process/JsonText.h"
+#include "Ocpp20/Protocol/JsonText.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/FileUtil.h"
 #include "Util/Tools.h"

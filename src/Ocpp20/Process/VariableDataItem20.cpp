@@ -4,7 +4,7 @@
 
 #include <json/json.h>
 
-#include "Ocpp20/Process/JsonText.h"
+#include "Ocpp20/Protocol/JsonText.h"
 #include "Util/Tools.h"
 
 namespace {

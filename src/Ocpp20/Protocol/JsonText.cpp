@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 
 namespace {
 
@@ -123,4 +124,30 @@ bool CJsonText::DepthWithin(const char* text, size_t len, int maxDepth) {
         }
     }
     return true;
+}
+
+namespace {
+void AppendKey(std::string& out, const char* key, bool first) {
+    if (!first) out += ',';
+    CJsonText::AppendString(out, std::string(key));
+    out += ':';
+}
+}  // namespace
+
+void CJsonText::AppendString(std::string& out, const char* key, const char* value, bool first) {
+    AppendKey(out, key, first);
+    AppendString(out, std::string(value ? value : ""));
+}
+
+void CJsonText::AppendInt(std::string& out, const char* key, int64_t value, bool first) {
+    AppendKey(out, key, first);
+    AppendInt(out, value);
+}
+
+void CJsonText::AppendFloat(std::string& out, const char* key, float value, bool first) {
+    AppendKey(out, key, first);
+    char buf[32];
+    // JSON has no inf or nan.
+    snprintf(buf, sizeof buf, "%.9g", std::isfinite(value) ? static_cast<double>(value) : 0.0);
+    out += buf;
 }
