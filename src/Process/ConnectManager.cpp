@@ -34,6 +34,34 @@ struct ConnectLink {
 };
 
 namespace {
+// Set while a client's link event runs on that client's own thread.
+thread_local int t_inLinkEvent = 0;
+
+struct LinkEventScope {
+    LinkEventScope() { ++t_inLinkEvent; }
+    ~LinkEventScope() { --t_inLinkEvent; }
+};
+
+void* DeleteLinkProc(void* link) {
+    delete static_cast<ConnectLink*>(link);
+    return nullptr;
+}
+
+// A client cannot be closed from its own thread (it would join itself): if the
+// last reference goes during a link event, another thread finishes it.
+void DeleteLink(ConnectLink* link) {
+    if (t_inLinkEvent > 0) {
+        pthread_t thread;
+        if (pthread_create(&thread, nullptr, DeleteLinkProc, link) == 0) {
+            pthread_detach(thread);
+            return;
+        }
+    }
+    delete link;
+}
+}  // namespace
+
+namespace {
 pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
 
 pthread_mutex_t g_settingSection = PTHREAD_MUTEX_INITIALIZER;
@@ -107,9 +135,15 @@ const char* ProtocolName(int protocol, char* buffer) {
 
 // ---- Link events ------------------------------------------------------------
 
-void COcppWebSocketClientCallBack::OnConnectSuccess() { m_pManager->OnLinkUp(m_iGeneration); }
+void COcppWebSocketClientCallBack::OnConnectSuccess() {
+    LinkEventScope scope;
+    m_pManager->OnLinkUp(m_iGeneration);
+}
 
-void COcppWebSocketClientCallBack::OnConnectError() { m_pManager->OnLinkDown(m_iGeneration); }
+void COcppWebSocketClientCallBack::OnConnectError() {
+    LinkEventScope scope;
+    m_pManager->OnLinkDown(m_iGeneration);
+}
 
 void COcppWebSocketClientCallBack::OnMessage(const char* message, int length) {
     if (message == nullptr || length <= 0) return;
@@ -585,7 +619,7 @@ void CConnectManager::StartClient(const ConnectionItem& item, bool test) {
 
     char protocolName[10];
     const std::string url = CombineUrl(identity, ProtocolName(item.protocol, protocolName));
-    std::shared_ptr<ConnectLink> link = std::make_shared<ConnectLink>();
+    std::shared_ptr<ConnectLink> link(new ConnectLink(), DeleteLink);
     link->callBack.reset(new COcppWebSocketClientCallBack(this, generation));
     link->client.reset(new CWebSocketClient());
     if (!pwd.empty() && name.empty()) {
