@@ -11,10 +11,11 @@ export async function connect(t, csmsOptions = {}, stationArgs = {}, beforeStati
   const station = new Station({ url: csms.url(), ...stationArgs });
   const state = { csms, station };
   t.after(async () => {
-    await state.station.stop();
+    const exit = await state.station.stop();
     await state.csms.close();
-    if (t.passed === false) return;
     assert.deepEqual(state.csms.failures, [], 'the CSMS refused messages of the station');
+    // End of input is a clean shutdown (under the sanitizers: no leak, no error either).
+    assert.deepEqual(exit, { code: 0, signal: null }, state.station.stderr.slice(-30).join('\n'));
   });
   return state;
 }
