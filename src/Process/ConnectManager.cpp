@@ -236,10 +236,13 @@ void CConnectManager::Shutdown() {
         OCPP_SECTION(&m_checkLock);
         m_checkCv.notify_all();
     }
-    if (m_bConnectThreadStarted) {
-        pthread_join(m_connectThread, nullptr);
+    bool joinConnect;
+    {
+        OCPP_SECTION(&m_connLock);
+        joinConnect = m_bConnectThreadStarted;
         m_bConnectThreadStarted = false;
     }
+    if (joinConnect) pthread_join(m_connectThread, nullptr);
     if (m_bCheckThreadStarted) {
         pthread_join(m_checkThread, nullptr);
         m_bCheckThreadStarted = false;
@@ -601,9 +604,11 @@ void CConnectManager::StartClient(const ConnectionItem& item, bool test) {
     std::shared_ptr<ConnectLink> old;
     std::string cert, key, ca, name, pwd;
     uint64_t generation;
+    bool urlChanged;
     {
         OCPP_SECTION(&m_connLock);
         if (!test) m_iNextConnTimeSec = 0;
+        urlChanged = strcmp(m_curConnItem.url, item.url) != 0;
         old = m_pLink;
         m_pLink.reset();
         cert = m_strCert;
@@ -616,6 +621,7 @@ void CConnectManager::StartClient(const ConnectionItem& item, bool test) {
         if (test) m_iTestResult = -1;
     }
     old.reset();  // closing joins its threads, which may be waiting for our lock
+    if (urlChanged) m_bAcceptedByCsms = 0;  // another CSMS has not accepted us yet
 
     char protocolName[10];
     const std::string url = CombineUrl(identity, ProtocolName(item.protocol, protocolName));
@@ -738,7 +744,10 @@ int CConnectManager::TestConnectItem() {
             } else {
                 LOG_DEBUG("curTime:%d nextTestTime:%d\n", static_cast<int>(now), static_cast<int>(nextTest));
                 if (!WaitWake(1000)) return 0;
-                if (m_bTestConnectRequest.load()) return 0;
+                if (m_bTestConnectRequest.load()) {
+                    Wake();  // the new probe starts at once, not after a back-off
+                    return 0;
+                }
             }
         }
     }
@@ -839,12 +848,14 @@ int CConnectManager::ActiveConnect() {
         m_testCv.notify_all();
     }
     old.reset();
-    if (m_bConnectThreadStarted) {
-        LOG_INFO("ConnectProc is already started!");
-    } else {
-        m_bStop = 0;
-        m_connectThread = LinuxCreateThread(nullptr, ConnectProc, this);
-        m_bConnectThreadStarted = true;
+    {
+        OCPP_SECTION(&m_connLock);
+        if (m_bConnectThreadStarted) {
+            LOG_INFO("ConnectProc is already started!");
+        } else if (!m_bStop.load()) {
+            m_connectThread = LinuxCreateThread(nullptr, ConnectProc, this);
+            m_bConnectThreadStarted = true;
+        }
     }
     Wake();
     return 1;

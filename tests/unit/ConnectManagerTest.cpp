@@ -213,12 +213,15 @@ TEST_F(ConnectManagerTest, ActivationProbesListedSlotsByPriorityAndDropsWeakerPr
         g_probed.clear();
         g_answeringSlot = 3;
     }
+    manager->BackUpCurConnectionItem(manager->GetConnItems()[0]);
+    manager->SetAcceptedByCsms(1);
     CConnectManager::SetTestConnectHook(&ProbeHook);
     ASSERT_EQ(manager->ActiveConnect(), 1);
     ASSERT_TRUE(WaitFor([&] { return manager->IsTestConnectIng() == 0 && manager->GetConnItems().size() == 3; },
                         5000));
     EXPECT_EQ(Probed(), (std::vector<int>{4, 2, 3})) << "slot 5 is not in the priority list";
     EXPECT_EQ(manager->GetCurConnID(), 3);
+    EXPECT_EQ(manager->IsAcceptedByCsms(), 0) << "another CSMS has still to accept the station";
 
     // Connected on security profile 2: profiles 0 and 1 are gone for good.
     ASSERT_TRUE(WaitFor([&] { return ReadJson(store)["connectpriority"].asString() == "3"; }, 3000));
