@@ -168,12 +168,12 @@ int CReservationManager::SyncToFile() {
             const ReservationItem& r = m_items[i];
             if (i) text += ',';
             text += '{';
-            CJsonText::AppendInt(text, "id", r.id, true);
-            CJsonText::AppendInt(text, "tokentype", r.tokenType);
-            CJsonText::AppendString(text, "token", r.token);
-            CJsonText::AppendInt(text, "grouptokentype", r.groupTokenType);
-            CJsonText::AppendString(text, "grouptoken", r.groupToken);
-            CJsonText::AppendInt(text, "expirytimesec", r.expiryTimeSec);
+            CJsonText::AppendIntMember(text, "id", r.id, true);
+            CJsonText::AppendIntMember(text, "tokentype", r.tokenType);
+            CJsonText::AppendStringMember(text, "token", r.token);
+            CJsonText::AppendIntMember(text, "grouptokentype", r.groupTokenType);
+            CJsonText::AppendStringMember(text, "grouptoken", r.groupToken);
+            CJsonText::AppendIntMember(text, "expirytimesec", r.expiryTimeSec);
             text += '}';
         }
         text += ']';

@@ -173,19 +173,19 @@ bool VariableCharacteristics::IsSame(const VariableCharacteristics& o) const {
 
 void VariableCharacteristics::AppendJson(std::string& out) const {
     out += '{';
-    CJsonText::AppendInt(out, "evseid", evseId, true);
-    CJsonText::AppendInt(out, "connectorid", connectorId);
-    CJsonText::AppendString(out, "componentname", componentName);
-    CJsonText::AppendString(out, "variablename", variableName);
-    CJsonText::AppendString(out, "unit", unit);
-    CJsonText::AppendInt(out, "datatype", dataType);
-    CJsonText::AppendFloat(out, "minilimit", minLimit);
-    CJsonText::AppendFloat(out, "maxlimit", maxLimit);
-    CJsonText::AppendInt(out, "limitflag", limitFlag);
-    CJsonText::AppendString(out, "valueslist", valuesList);
-    CJsonText::AppendInt(out, "notsupportsmonitoring", notSupportsMonitoring);
-    CJsonText::AppendString(out, "variableinstance", variableInstance);
-    CJsonText::AppendString(out, "componentinstance", componentInstance);
+    CJsonText::AppendIntMember(out, "evseid", evseId, true);
+    CJsonText::AppendIntMember(out, "connectorid", connectorId);
+    CJsonText::AppendStringMember(out, "componentname", componentName);
+    CJsonText::AppendStringMember(out, "variablename", variableName);
+    CJsonText::AppendStringMember(out, "unit", unit);
+    CJsonText::AppendIntMember(out, "datatype", dataType);
+    CJsonText::AppendFloatMember(out, "minilimit", minLimit);
+    CJsonText::AppendFloatMember(out, "maxlimit", maxLimit);
+    CJsonText::AppendIntMember(out, "limitflag", limitFlag);
+    CJsonText::AppendStringMember(out, "valueslist", valuesList);
+    CJsonText::AppendIntMember(out, "notsupportsmonitoring", notSupportsMonitoring);
+    CJsonText::AppendStringMember(out, "variableinstance", variableInstance);
+    CJsonText::AppendStringMember(out, "componentinstance", componentInstance);
     out += '}';
 }
 

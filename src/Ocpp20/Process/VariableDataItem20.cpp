@@ -68,17 +68,17 @@ std::string VariableDataItem20::ToString() const {
 
 void VariableDataItem20::AppendJson(std::string& out) const {
     out += '{';
-    CJsonText::AppendInt(out, "type", attributeType, true);
-    CJsonText::AppendInt(out, "variablemode", mode);
-    CJsonText::AppendString(out, "value", attributeValue);
-    CJsonText::AppendString(out, "componentname", componentName);
-    CJsonText::AppendString(out, "variablename", variableName);
-    CJsonText::AppendString(out, "componentinstance", componentInstance);
-    CJsonText::AppendString(out, "variableinstance", variableInstance);
-    CJsonText::AppendInt(out, "evseid", evseId);
-    CJsonText::AppendInt(out, "connectorid", connectorId);
-    CJsonText::AppendInt(out, "notpersistent", notPersistent);
-    CJsonText::AppendInt(out, "constant", constant);
+    CJsonText::AppendIntMember(out, "type", attributeType, true);
+    CJsonText::AppendIntMember(out, "variablemode", mode);
+    CJsonText::AppendStringMember(out, "value", attributeValue);
+    CJsonText::AppendStringMember(out, "componentname", componentName);
+    CJsonText::AppendStringMember(out, "variablename", variableName);
+    CJsonText::AppendStringMember(out, "componentinstance", componentInstance);
+    CJsonText::AppendStringMember(out, "variableinstance", variableInstance);
+    CJsonText::AppendIntMember(out, "evseid", evseId);
+    CJsonText::AppendIntMember(out, "connectorid", connectorId);
+    CJsonText::AppendIntMember(out, "notpersistent", notPersistent);
+    CJsonText::AppendIntMember(out, "constant", constant);
     out += '}';
 }
 

@@ -134,17 +134,17 @@ void AppendKey(std::string& out, const char* key, bool first) {
 }
 }  // namespace
 
-void CJsonText::AppendString(std::string& out, const char* key, const char* value, bool first) {
+void CJsonText::AppendStringMember(std::string& out, const char* key, const char* value, bool first) {
     AppendKey(out, key, first);
     AppendString(out, std::string(value ? value : ""));
 }
 
-void CJsonText::AppendInt(std::string& out, const char* key, int64_t value, bool first) {
+void CJsonText::AppendIntMember(std::string& out, const char* key, int64_t value, bool first) {
     AppendKey(out, key, first);
     AppendInt(out, value);
 }
 
-void CJsonText::AppendFloat(std::string& out, const char* key, float value, bool first) {
+void CJsonText::AppendFloatMember(std::string& out, const char* key, float value, bool first) {
     AppendKey(out, key, first);
     char buf[32];
     // JSON has no inf or nan.

@@ -23,9 +23,9 @@ public:
     static void AppendInt(std::string& out, int64_t value);
     // Keyed members for files that keep a fixed key order (a JSON document type
     // would sort them): `,"key":value`, without the comma for the first member.
-    static void AppendString(std::string& out, const char* key, const char* value, bool first = false);
-    static void AppendInt(std::string& out, const char* key, int64_t value, bool first = false);
-    static void AppendFloat(std::string& out, const char* key, float value, bool first = false);
+    static void AppendStringMember(std::string& out, const char* key, const char* value, bool first = false);
+    static void AppendIntMember(std::string& out, const char* key, int64_t value, bool first = false);
+    static void AppendFloatMember(std::string& out, const char* key, float value, bool first = false);
 
     // True when brackets in `text` nest no deeper than `maxDepth` (strings are skipped).
     static bool DepthWithin(const char* text, size_t len, int maxDepth = kMaxDepth);
