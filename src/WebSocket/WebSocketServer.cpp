@@ -46,7 +46,8 @@ thread_local const void* t_pServing = nullptr;
 int ServerLwsCallback(struct lws* wsi, enum lws_callback_reasons reason, void* user, void* in, size_t len);
 }  // namespace
 
-struct CWebSocketServer::Impl {
+// The host sees only the server class; its internals stay inside the library.
+struct __attribute__((visibility("hidden"))) CWebSocketServer::Impl {
     CWebSocketServer* pOwner = nullptr;
     std::string strProtocol;
     std::string strCert;
