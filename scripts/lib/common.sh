@@ -3,6 +3,8 @@ set -euo pipefail
 
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 JOBS="${JOBS:-$(nproc)}"
+# ccache hits across clones of the tree at different paths.
+export CCACHE_BASEDIR="$ROOT" CCACHE_NOHASHDIR=1
 
 step() { printf '\n==> %s\n' "$*"; }
 
