@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -483,6 +484,22 @@ void OnRecord(const char* record, uint32_t length) {
             }
             break;
         }
+        case SERVERRECVTYPE_RESERVENOW: {
+            ReserveNowReq r;
+            if (Read(record, length, &r)) {
+                v["id"] = r.id;
+                v["evseId"] = r.evseId;
+                v["idToken"] = Text(r.idToken);
+                v["idTokenType"] = r.idTokenType;
+                v["expiryDateTime"] = r.expiryDateTime;
+            }
+            break;
+        }
+        case SERVERRECVTYPE_CANCELRESERVATION: {
+            CancelReservationReq r;
+            if (Read(record, length, &r)) v["reservationId"] = r.reservationId;
+            break;
+        }
         case SERVERRECVTYPE_REQUESTSTARTTRANSACTION: {
             RequestStartTransactionReq r;
             if (Read(record, length, &r)) {
@@ -563,6 +580,34 @@ int StatusCommand(const Json::Value& cmd, std::string* error) {
                                            static_cast<CONNECTORERRORCODE>(code), static_cast<CONNECTORSTATUS>(status));
 }
 
+// The host says a reservation ended (it expired or the host removed it).
+int ReservationStatusCommand(const Json::Value& cmd, std::string* error) {
+    const int status = IndexOf({"Expired", "Removed"}, cmd.get("status", "Expired").asString(), -1);
+    if (status < 0 || !cmd.isMember("id")) {
+        *error = "needs id and a status Expired or Removed";
+        return 0;
+    }
+    return Ocpp20Protocol_ReservationStatusUpdate(cmd["id"].asInt(), status);
+}
+
+// What the library keeps in its reservation store, from every CSMS folder of the cache.
+Json::Value StoredReservations() {
+    Json::Value list(Json::arrayValue);
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(g_opt.cacheDir, ec)) {
+        std::ifstream in(entry.path() / "reservation.json");
+        Json::Value items;
+        Json::CharReaderBuilder reader;
+        std::string parseError;
+        if (!in || !Json::parseFromStream(reader, in, &items, &parseError) || !items.isArray()) continue;
+        for (Json::Value& item : items) {
+            item["folder"] = entry.path().filename().string();
+            list.append(item);
+        }
+    }
+    return list;
+}
+
 const std::vector<const char*> kBootReasons = {"ApplicationReset", "FirmwareUpdate", "LocalReset",
                                                "PowerUp",          "RemoteReset",    "ScheduledReset",
                                                "Triggered",        "Unknown",        "Watchdog"};
@@ -596,6 +641,10 @@ int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& res
         rc = SetVariableData(cmd);
     } else if (name == "getVariableData") {
         result["items"] = GetVariableData(cmd);
+    } else if (name == "reservationStatus") {
+        rc = ReservationStatusCommand(cmd, error);
+    } else if (name == "reservations") {
+        result["items"] = StoredReservations();
     } else if (name == "reconnect") {
         rc = OcppProtocol_ImmediatelyReconnect();
     } else if (name == "securityEvent") {
