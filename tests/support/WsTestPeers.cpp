@@ -253,12 +253,12 @@ void RecordingCsms::OnMessage(CWebSocketServer*, struct lws*, const char* data, 
     if (onMessage) onMessage(text);
 }
 
-void RecordingLink::OnMessage(const char* message, int length) {
+void RecordingClientEvents::OnMessage(const char* message, int length) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_messages.emplace_back(message, static_cast<size_t>(length));
 }
 
-std::vector<std::string> RecordingLink::Messages() {
+std::vector<std::string> RecordingClientEvents::Messages() {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_messages;
 }

@@ -80,7 +80,7 @@ private:
 };
 
 // Station-side callback that records what the transport reports.
-class RecordingLink : public CWebSocketClientCallBack {
+class RecordingClientEvents : public CWebSocketClientCallBack {
 public:
     void OnConnectSuccess() override { ++connected; }
     void OnConnectError() override { ++errors; }

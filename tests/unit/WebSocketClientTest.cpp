@@ -20,7 +20,7 @@ std::string Url(int port, const std::string& path = "ocpp/CP001") {
 }
 
 // Our own server insists on Basic authentication, so these clients always carry it.
-bool ConnectToCsms(CWebSocketClient& client, RecordingLink& link, RecordingCsms& csms, int64_t timeoutSec = 5) {
+bool ConnectToCsms(CWebSocketClient& client, RecordingClientEvents& link, RecordingCsms& csms, int64_t timeoutSec = 5) {
     client.SetNamePwd("CP001", "secret");
     if (!client.Init(Url(csms.Port()).c_str(), &link, timeoutSec)) return false;
     return WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000) && csms.WaitSession();
@@ -78,7 +78,7 @@ TEST(WebSocketPing, IntervalHasAThirtySecondFloorAndZeroDisables) {
 TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthWhenCredentialsSet) {
     RawWsServer raw;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     client.SetConnType(CONNTYPE_WS);  // the header depends on the credentials, not the type
     client.SetNamePwd("CP001", "secret");
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
@@ -95,7 +95,7 @@ TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAlone
     {
         RawWsServer raw;
         CWebSocketClient client;
-        RecordingLink link;
+        RecordingClientEvents link;
         ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
         std::string request = raw.WaitRequest();
         ASSERT_FALSE(request.empty());
@@ -104,7 +104,7 @@ TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAlone
     {
         RawWsServer raw;
         CWebSocketClient client;
-        RecordingLink link;
+        RecordingClientEvents link;
         client.SetNamePwd("", "pw");
         ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
         std::string request = raw.WaitRequest();
@@ -116,7 +116,7 @@ TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
     RecordingCsms csms;
     ASSERT_TRUE(csms.Started());
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     const int64_t before = CTools::GetCurRunTimeSec();
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     EXPECT_EQ(link.connected, 1);
@@ -147,7 +147,7 @@ TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
 TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime) {
     RawWsServer raw;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
     raw.CloseConnection();
@@ -162,14 +162,14 @@ TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime)
 
 namespace {
 // An upper layer that, wrongly, makes a synchronous request from the connect callback.
-class RequestingLink : public RecordingLink {
+class RequestingLink : public RecordingClientEvents {
 public:
     void OnConnectSuccess() override {
         const std::string frame = "[2,\"cb-1\",\"BootNotification\",{}]";
         char answer[256];
         int len = sizeof(answer);
         result = client->SendMessage("cb-1", frame.c_str(), static_cast<int>(frame.size()), answer, &len);
-        RecordingLink::OnConnectSuccess();
+        RecordingClientEvents::OnConnectSuccess();
     }
     CWebSocketClient* client = nullptr;
     std::atomic<int> result{-1};
@@ -198,7 +198,7 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
         port = closed.Port();
     }
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_EQ(client.Init(Url(port).c_str(), &link, 5), 1);
     EXPECT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
     EXPECT_EQ(link.connected, 0);
@@ -209,7 +209,7 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
 TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     RawWsServer raw;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
 
@@ -244,7 +244,7 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
         }
     };
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     const std::string request = "[2,\"req-7\",\"Heartbeat\",{}]";
     char answer[65535] = {0};
@@ -265,7 +265,7 @@ TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
         if (text.find("\"req-big\"") != std::string::npos) csms.Send("[3,\"req-big\",{\"x\":\"0123456789\"}]");
     };
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
     char answer[16];
@@ -280,7 +280,7 @@ TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
     ClockGuard clock;
     RecordingCsms csms;  // never answers
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 5));
     CTools::FreezeClock(true);
     const std::string request = "[2,\"req-lost\",\"Heartbeat\",{}]";
@@ -307,7 +307,7 @@ TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
 TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
     RecordingCsms csms;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 30));
     const std::string request = "[2,\"dup\",\"Heartbeat\",{}]";
     auto first = std::async(std::launch::async, [&] {
@@ -326,7 +326,7 @@ TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
 TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
     RecordingCsms csms;  // never answers
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 60));
     const std::string request = "[2,\"blocked\",\"Heartbeat\",{}]";
     auto pending = std::async(std::launch::async, [&] {
@@ -346,7 +346,7 @@ TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
 TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
     RawWsServer raw;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 60), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
     const std::string request = "[2,\"in-flight\",\"Heartbeat\",{}]";
@@ -368,7 +368,7 @@ TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerI
     ClockGuard clock;
     RecordingCsms csms;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 2));
     CTools::FreezeClock(true);
     ASSERT_TRUE(csms.Send("[2,\"csms-slow\",\"GetVariables\",{}]"));
@@ -394,7 +394,7 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     ClockGuard clock;
     RawWsServer raw;  // never answers pings
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     LogCapture log;
     client.SetPingInterval(30);
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
@@ -427,7 +427,7 @@ TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
     ClockGuard clock;
     RecordingCsms csms;  // the library's server answers pings
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     client.SetPingInterval(30);
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     CTools::FreezeClock(true);

@@ -63,7 +63,7 @@ TEST(LocalServer, SessionsWithoutBasicAuthenticationAreRefusedAndThePasswordIsNo
     LogCapture log;
     {
         CWebSocketClient client;
-        RecordingLink link;
+        RecordingClientEvents link;
         ASSERT_EQ(client.Init(Url("ocpp2.0.1", csms.Port()).c_str(), &link, 5), 1);
         ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
         EXPECT_EQ(link.connected, 0);
@@ -71,7 +71,7 @@ TEST(LocalServer, SessionsWithoutBasicAuthenticationAreRefusedAndThePasswordIsNo
         EXPECT_EQ(csms.sessionsOpened, 0);
     }
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     client.SetNamePwd("CP001", "s3cr3t");
     ASSERT_EQ(client.Init(Url("ocpp2.0.1", csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return link.connected == 1; }, 5000));
@@ -85,7 +85,7 @@ TEST(LocalServer, HostStartsServerAnswersFromItsCallbackAndCanDropASession) {
     CWebSocketServer* server = OcppProtocol_StartWebSocketServer(0, &host);
     ASSERT_NE(server, nullptr);
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     client.SetNamePwd("host", "pw");
     // The scheme names the subprotocol: "ws" is the local server's.
     ASSERT_EQ(client.Init(Url("ws", server->GetPort()).c_str(), &link, 5), 1);

@@ -33,7 +33,7 @@ TEST(WebSocketTls, SecureLinkToACsmsSignedByTheProfileCaCarriesFrames) {
     ASSERT_TRUE(csms.Started());
     LogCapture log;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ConfigureProfile2(client, pki.caCert);
     ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
@@ -60,7 +60,7 @@ TEST(WebSocketTls, CsmsCertificateFromAnUnknownCaIsRefused) {
     RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, pki.caCert);
     LogCapture log;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ConfigureProfile2(client, other.caCert);
     ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
@@ -80,7 +80,7 @@ TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
         // so a refusal below is the Common Name rule and nothing else.
         CWebSocketClient::SetWildcardRefusedDomain("");
         CWebSocketClient client;
-        RecordingLink link;
+        RecordingClientEvents link;
         ConfigureProfile2(client, pki.caCert);
         ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
         ASSERT_TRUE(WaitFor([&] { return link.connected == 1; }, 5000));
@@ -89,7 +89,7 @@ TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
     CWebSocketClient::SetWildcardRefusedDomain("certlab");
     LogCapture log;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     ConfigureProfile2(client, pki.caCert);
     ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
@@ -114,7 +114,7 @@ TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
     {
         ClientCertServer server(pki);
         CWebSocketClient client;
-        RecordingLink link;
+        RecordingClientEvents link;
         client.SetConnType(CONNTYPE_TLS_CLIENT_CERT);
         client.SetSsl(pki.clientCert.c_str(), pki.clientKey.c_str(), pki.caCert.c_str());
         ASSERT_EQ(client.Init(Url(server.Port()).c_str(), &link, 5), 1);
@@ -125,7 +125,7 @@ TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
         // Without the station certificate the same server refuses the handshake.
         ClientCertServer server(pki);
         CWebSocketClient client;
-        RecordingLink link;
+        RecordingClientEvents link;
         client.SetConnType(CONNTYPE_TLS_CLIENT_CERT);
         client.SetSsl(nullptr, nullptr, pki.caCert.c_str());
         ASSERT_EQ(client.Init(Url(server.Port()).c_str(), &link, 5), 1);
@@ -138,7 +138,7 @@ TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
 TEST(WebSocketTls, PlainProfilesDoNotStartTls) {
     RawWsServer raw;
     CWebSocketClient client;
-    RecordingLink link;
+    RecordingClientEvents link;
     client.SetConnType(CONNTYPE_BASIC);
     client.SetNamePwd("CP001", "secret");
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
