@@ -359,7 +359,13 @@ int CConnectManager::SyncFromFile() {
     Json::Value root;
     std::string errors;
     std::istringstream in(text);
-    if (!Json::parseFromStream(builder, in, &root, &errors) || !root.isObject()) {
+    bool parsed = false;
+    try {
+        parsed = Json::parseFromStream(builder, in, &root, &errors);
+    } catch (const std::exception& e) {
+        errors = e.what();  // nesting beyond the reader's limit
+    }
+    if (!parsed || !root.isObject()) {
         LOG_ERROR("Connection Cache File is not valid: %s", errors.c_str());
         return 0;
     }

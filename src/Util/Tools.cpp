@@ -279,11 +279,15 @@ std::string CTools::MaskIdTokenFromJson(const std::string& text) {
     Json::Value root;
     std::string errors;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) return text;
-    MaskTokens(root);
-    Json::StreamWriterBuilder writer;
-    writer["indentation"] = "";
-    return Json::writeString(writer, root);
+    try {
+        if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) return text;
+        MaskTokens(root);
+        Json::StreamWriterBuilder writer;
+        writer["indentation"] = "";
+        return Json::writeString(writer, root);
+    } catch (const std::exception&) {
+        return text;  // nesting beyond the reader's limit
+    }
 }
 
 std::string CTools::VStringFormat(const char* format, va_list args) {

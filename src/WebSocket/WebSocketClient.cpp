@@ -39,7 +39,15 @@ int ClientLwsCallback(struct lws* wsi, enum lws_callback_reasons reason, void* u
     lws_context* context = wsi != nullptr ? lws_get_context(wsi) : nullptr;
     CWebSocketClient* self = context != nullptr ? static_cast<CWebSocketClient*>(lws_context_user(context)) : nullptr;
     if (self == nullptr) return 0;
-    return self->OnLwsEvent(wsi, static_cast<int>(reason), user, in, len);
+    // An exception unwinding into libwebsockets' C frames would abort the station.
+    try {
+        return self->OnLwsEvent(wsi, static_cast<int>(reason), user, in, len);
+    } catch (const std::exception& e) {
+        LOG_ERROR("websocket client event %d failed: %s", static_cast<int>(reason), e.what());
+    } catch (...) {
+        LOG_ERROR("websocket client event %d failed", static_cast<int>(reason));
+    }
+    return 0;
 }
 
 void LibraryLogLine(int level, const char* line) {
@@ -58,10 +66,15 @@ bool ReadFrameHead(const char* message, size_t length, int& type, std::string& i
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
     std::string errors;
-    if (!reader->parse(message, message + length, &root, &errors)) return false;
-    if (!root.isArray() || root.size() < 2 || !root[0].isIntegral() || !root[1].isString()) return false;
-    type = root[0].asInt();
-    id = root[1].asString();
+    try {
+        if (!reader->parse(message, message + length, &root, &errors)) return false;
+        // isIntegral() also admits 3000000000 and 1e10, which asInt() throws on.
+        if (!root.isArray() || root.size() < 2 || !root[0].isInt() || !root[1].isString()) return false;
+        type = root[0].asInt();
+        id = root[1].asString();
+    } catch (const std::exception&) {
+        return false;  // nesting beyond the reader's limit
+    }
     return true;
 }
 
@@ -618,7 +631,13 @@ int CWebSocketClient::OnLwsEvent(lws* wsi, int reason, void* user, void* in, siz
                     size_t frameLen = m_iRecvLen;
                     m_pRecvBuffer = nullptr;
                     m_iRecvLen = 0;
-                    OnWebSocketMessage(frame, frameLen);
+                    try {
+                        OnWebSocketMessage(frame, frameLen);
+                    } catch (const std::exception& e) {
+                        LOG_ERROR("CSMS frame handling failed: %s", e.what());
+                    } catch (...) {
+                        LOG_ERROR("CSMS frame handling failed");
+                    }
                     free(frame);
                 }
                 m_bRecvOverflow = false;

@@ -18,7 +18,15 @@ int ProbeLwsCallback(struct lws* wsi, enum lws_callback_reasons reason, void* us
     lws_context* context = wsi != nullptr ? lws_get_context(wsi) : nullptr;
     CWebSocketConnect* self = context != nullptr ? static_cast<CWebSocketConnect*>(lws_context_user(context)) : nullptr;
     if (self == nullptr) return 0;
-    return self->OnLwsEvent(wsi, static_cast<int>(reason), user, in, len);
+    // An exception unwinding into libwebsockets' C frames would abort the station.
+    try {
+        return self->OnLwsEvent(wsi, static_cast<int>(reason), user, in, len);
+    } catch (const std::exception& e) {
+        LOG_ERROR("websocket probe event %d failed: %s", static_cast<int>(reason), e.what());
+    } catch (...) {
+        LOG_ERROR("websocket probe event %d failed", static_cast<int>(reason));
+    }
+    return 0;
 }
 
 std::string Field(const char* text, size_t capacity) { return std::string(text, strnlen(text, capacity)); }

@@ -11,6 +11,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <exception>
 #include <new>
 #include <string>
 #include <vector>
@@ -79,7 +80,15 @@ int ServerLwsCallback(struct lws* wsi, enum lws_callback_reasons reason, void*, 
     lws_context* context = wsi != nullptr ? lws_get_context(wsi) : nullptr;
     auto* impl = context != nullptr ? static_cast<CWebSocketServer::Impl*>(lws_context_user(context)) : nullptr;
     if (impl == nullptr) return 0;
-    return impl->OnEvent(wsi, static_cast<int>(reason), in, len);
+    // An exception unwinding into libwebsockets' C frames would abort the process.
+    try {
+        return impl->OnEvent(wsi, static_cast<int>(reason), in, len);
+    } catch (const std::exception& e) {
+        LOG_ERROR("websocket server event %d failed: %s", static_cast<int>(reason), e.what());
+    } catch (...) {
+        LOG_ERROR("websocket server event %d failed", static_cast<int>(reason));
+    }
+    return 0;
 }
 
 void FailFrames(SessionItem* session) {

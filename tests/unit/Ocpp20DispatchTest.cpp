@@ -231,6 +231,23 @@ TEST_F(Dispatch, UnreadableFrameIsLoggedAndNotAnswered) {
     EXPECT_EQ(link.Count(), 0u);
 }
 
+TEST_F(Dispatch, OutOfRangeNumbersAndDeepNestingDoNotStopTheNextRequest) {
+    const std::string nested = std::string(1200, '[') + std::string(1200, ']');
+    Deliver("[3000000000,\"x\",{}]");
+    Deliver("[1e10,\"x\"]");
+    Deliver(nested);
+    Deliver(Call("n1", "Reset", nested));
+    Deliver(Call("n2", "Reset", R"({"type":"Immediate","evseId":3000000000})"));
+    Deliver(Call("n3", "Reset", R"({"type":"Immediate","evseId":1e10})"));
+    Deliver(Call("n4", "GetVariables", "{\"getVariableData\":" + nested + "}"));
+    Drain();
+    host.Clear();
+    link.Clear();
+    Deliver(Call("ok", "Reset", R"({"type":"Immediate"})"));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESET));
+    EXPECT_EQ(Text(host.Records()[0].bytes, 4), "ok");
+}
+
 TEST_F(Dispatch, RejectedStationRefusesRequestsExceptBootTrigger) {
     CBootHeartbeat::GetInstance()->SetBootStatus(2);
     Deliver(Call("g1", "GetVariables", R"({"getVariableData":[]})"));

@@ -453,3 +453,30 @@ TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
     EXPECT_EQ(CWebSocketClient::ClassifyTlsError("connect failed"), 0);
     EXPECT_EQ(CWebSocketClient::ClassifyTlsError(nullptr), 0);
 }
+
+TEST(WebSocketReceive, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
+    RecordingCsms csms;
+    ASSERT_TRUE(csms.Started());
+    CWebSocketClient client;
+    RecordingClientEvents link;
+    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+
+    // Numbers that look integral but do not fit an int, and nesting past the reader's limit.
+    const std::string hostile[] = {"[3000000000,\"x\",{}]", "[1e10,\"x\"]", "[-3000000000,\"x\",{\"idToken\":\"A\"}]",
+                                   std::string(1200, '[') + std::string(1200, ']'),
+                                   "[2,\"n\",\"Reset\"," + std::string(1200, '[') + std::string(1200, ']') + "]"};
+    for (const std::string& frame : hostile) ASSERT_TRUE(csms.Send(frame));
+
+    const std::string call = "[2,\"after\",\"Reset\",{\"type\":\"Immediate\"}]";
+    ASSERT_TRUE(csms.Send(call));
+    ASSERT_TRUE(WaitFor([&] {
+        for (const std::string& m : link.Messages())
+            if (m == call) return true;
+        return false;
+    }));
+    EXPECT_EQ(client.IsWebSocketConnected(), 1);
+    EXPECT_EQ(link.errors, 0);
+    const std::string answer = "[3,\"after\",{\"status\":\"Accepted\"}]";
+    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 1);
+    EXPECT_TRUE(csms.WaitMessageContaining("after"));
+}
