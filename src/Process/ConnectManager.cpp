@@ -65,6 +65,9 @@ namespace {
 pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
 
 pthread_mutex_t g_settingSection = PTHREAD_MUTEX_INITIALIZER;
+// One writer at a time: the temporary file has a fixed name, and a snapshot
+// built earlier must not land over a later one.
+pthread_mutex_t g_storeFileSection = PTHREAD_MUTEX_INITIALIZER;
 std::string g_strCheckTarget;                          // empty: no diagnostic ping
 std::string g_strCertDir = "/usrfs/conf/ocpp20/cert/";  // with trailing "/"
 std::atomic<CConnectManager::TestConnectFn> g_testConnectHook{nullptr};
@@ -426,6 +429,7 @@ int CConnectManager::SyncToFile() {
     }
     if (path.empty()) return 0;
     LOG_INFO("Connection write to File");
+    OCPP_SECTION(&g_storeFileSection);
     const std::string text = BuildJson();
     const std::string tmp = path + "1";
     const int fd = openat(AT_FDCWD, tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);

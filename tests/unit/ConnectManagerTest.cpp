@@ -6,6 +6,7 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "OcppProtocol/OcppProtocol.h"
@@ -145,6 +146,27 @@ TEST_F(ConnectManagerTest, FailedWriteKeepsThePreviousStoreWhole) {
     EXPECT_TRUE(log.Contains("SyncToFile: openat("));
     EXPECT_EQ(ReadText(store), before);
     EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2})) << "memory keeps the change";
+}
+
+TEST_F(ConnectManagerTest, ConcurrentChangesLeaveTheStoreEqualToTheFinalState) {
+    CConnectManager* manager = Fresh();
+    std::thread flags([&] {
+        for (int i = 0; i < 150; ++i) manager->SetAcceptedByCsms(i % 2);
+        manager->SetAcceptedByCsms(1);
+    });
+    std::thread profiles([&] {
+        for (int i = 0; i < 150; ++i) manager->AddConnItem(Item(1 + i % 4, CONNTYPE_BASIC, "ws://csms.example/ocpp"));
+    });
+    flags.join();
+    profiles.join();
+
+    EXPECT_EQ(log.Count("SyncToFile: "), 0u) << "no write may fail";
+    EXPECT_FALSE(CFileUtil::Exists(store + "1"));
+    const Json::Value root = ReadJson(store);
+    EXPECT_EQ(root["isacceptedbycsms"].asInt(), 1);
+    std::vector<int> stored;
+    for (const Json::Value& v : root["connectinfo"]) stored.push_back(v["id"].asInt());
+    EXPECT_EQ(stored, Ids(manager->GetConnItems()));
 }
 
 TEST_F(ConnectManagerTest, BackOffDefaultsToThreeSecondsAndThresholdsGuardTheParameters) {
