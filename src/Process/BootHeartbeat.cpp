@@ -201,15 +201,15 @@ int CBootHeartbeat::RequestHeartBeat() {
     const int64_t lastOperate = g_lastOperate.load()();
     if (lastOperate > m_iLastExchangeSec) m_iLastExchangeSec = lastOperate;
     const int64_t now = RunSec();
-    if (now - m_iLastHeartbeatAnswerSec < kClockRefreshSec &&
+    if (now - m_iLastHeartbeatSec < kClockRefreshSec &&
         now - m_iLastExchangeSec < m_iInterval - kHeartbeatLeadSec)
         return 0;
+    // Counted whatever the answer: an answer without a usable time must not
+    // turn the daily heartbeat into one per tick.
+    m_iLastHeartbeatSec = now;
     int64_t currentTime = 0;
     const int sent = SendHeartBeat(&currentTime);
-    if (sent == 1 && currentTime > 0) {
-        m_iLastHeartbeatAnswerSec = RunSec();
-        SetClock(currentTime);
-    }
+    if (sent == 1 && currentTime > 0) SetClock(currentTime);
     m_iLastExchangeSec = RunSec();
     return sent;
 }

@@ -75,5 +75,5 @@ private:
     pthread_mutex_t m_backOffLock;
     int m_iBackOffValue = 5;
     int m_iRetryCount = -1;
-    int64_t m_iLastHeartbeatAnswerSec = 0;  // run-time seconds
+    int64_t m_iLastHeartbeatSec = 0;  // run-time seconds of the last attempt, answered or not
 };

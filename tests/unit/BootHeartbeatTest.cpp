@@ -240,6 +240,35 @@ TEST_F(BootHeartbeat, BusyLinkPostponesHeartbeatsButNotBeyondOneDay) {
     EXPECT_LE(sent, 86410);
 }
 
+TEST_F(BootHeartbeat, DailyHeartbeatOnABusyLinkGoesOnceEvenWhenAnswersCarryNoUsableTime) {
+    const char* answers[] = {"[3,\"%s\",{\"currentTime\":\"2030-01-01T00:00:00\"}]",
+                             "[4,\"%s\",\"InternalError\",\"\",{}]", nullptr};
+    for (const char* format : answers) {
+        SCOPED_TRACE(format != nullptr ? format : "no answer");
+        CBootHeartbeat::Release();
+        boot = CBootHeartbeat::GetInstance();
+        boot->StopTimer();
+        Csms("Accepted", 3600);
+        OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+        boot->TimerProc();
+        if (format != nullptr) {
+            const std::string text = format;
+            link.Answer([text](const std::string& id) { return CTools::StringFormat(text.c_str(), id.c_str()); });
+        } else {
+            link.SetSendResult(0);
+        }
+        link.Clear();
+        Advance(86400);
+        for (int tick = 0; tick < 30; ++tick) {
+            Advance(2);
+            g_lastOperate = CTools::GetCurRunTimeSec();  // the link is busy, so only the daily clause applies
+            boot->TimerProc();
+        }
+        EXPECT_EQ(Sent("Heartbeat"), 1u);
+        link.SetSendResult(1);
+    }
+}
+
 TEST_F(BootHeartbeat, TriggeredBootSaysTriggeredAndIgnoresTheInterval) {
     Csms("Pending", 300);
     OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
