@@ -257,6 +257,9 @@ void CConnectManager::Shutdown() {
         m_pLink.reset();
         ++m_iGeneration;
     }
+    // A sender blocked on the link holds its own reference; closing wakes it and
+    // stops the client's upcalls before this manager can be freed.
+    if (link) link->client->Close();
     link.reset();
 }
 

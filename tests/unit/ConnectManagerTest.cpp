@@ -2,7 +2,9 @@
 #include <json/json.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstring>
+#include <future>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -151,11 +153,11 @@ TEST_F(ConnectManagerTest, FailedWriteKeepsThePreviousStoreWhole) {
 TEST_F(ConnectManagerTest, ConcurrentChangesLeaveTheStoreEqualToTheFinalState) {
     CConnectManager* manager = Fresh();
     std::thread flags([&] {
-        for (int i = 0; i < 150; ++i) manager->SetAcceptedByCsms(i % 2);
+        for (int i = 0; i < 100; ++i) manager->SetAcceptedByCsms(i % 2);
         manager->SetAcceptedByCsms(1);
     });
     std::thread profiles([&] {
-        for (int i = 0; i < 150; ++i) manager->AddConnItem(Item(1 + i % 4, CONNTYPE_BASIC, "ws://csms.example/ocpp"));
+        for (int i = 0; i < 100; ++i) manager->AddConnItem(Item(1 + i % 4, CONNTYPE_BASIC, "ws://csms.example/ocpp"));
     });
     flags.join();
     profiles.join();
@@ -333,6 +335,34 @@ TEST_F(ConnectManagerTest, ConnectsToALocalCsmsAndBootsThroughTheLink) {
     EXPECT_TRUE(csms.WaitMessageContaining("\"ResetOrReboot\"", 3000));
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
     CTools::SetSetTimeHook(nullptr);
+}
+
+// A sender blocked on an unanswered request must not outlive the manager it came through.
+TEST_F(ConnectManagerTest, ReleaseWakesASenderBlockedOnTheCsmsAndLeavesNothingBehind) {
+    CTools::FreezeClock(false);
+    RecordingCsms csms("ocpp2.0.1");  // never answers
+    ASSERT_TRUE(csms.Started());
+    SetIdentity("CP042");
+    const std::string url = "ws://127.0.0.1:" + std::to_string(csms.Port());
+    OcppProtocol_SetNamePwd(nullptr, "s3cr3t");
+    OcppProtocol_SetConnection(OCPPPROTOCOL_201, url.c_str(), CONNTYPE_BASIC, 30);
+    ASSERT_EQ(OcppProtocol_ActiveConnection(1), 1);
+    ASSERT_TRUE(WaitFor([] { return OcppProtocol_GetStatus() == SDKSTATUS_CONNECTED; }, 8000));
+
+    CConnectManager* manager = CConnectManager::GetInstance();
+    std::future<int> sender = std::async(std::launch::async, [manager] {
+        const std::string frame = "[2,\"blocked-1\",\"Heartbeat\",{}]";
+        char answer[256];
+        int answerLength = sizeof answer;
+        return manager->SendMessage("blocked-1", frame.c_str(), static_cast<int>(frame.size()), answer, &answerLength);
+    });
+    ASSERT_TRUE(csms.WaitMessageContaining("blocked-1"));
+    const auto start = std::chrono::steady_clock::now();
+    CConnectManager::Release();
+    ASSERT_EQ(sender.wait_for(std::chrono::seconds(3)), std::future_status::ready)
+        << "the sender still waits for its 30 s time-out";
+    EXPECT_EQ(sender.get(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
 }
 
 }  // namespace
