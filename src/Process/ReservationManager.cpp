@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -161,6 +162,7 @@ int CReservationManager::SyncToFile() {
     {
         OCPP_SECTION(&m_mutex);
         if (m_path.empty()) return 1;
+        DropExpired();
         path = m_path;
         text.reserve(m_items.size() * 160 + 2);
         text += '[';
@@ -186,6 +188,14 @@ int CReservationManager::SyncToFile() {
     const int rc = WriteImage(text, path);
     if (rc == 1) m_writtenSeq = seq;
     return rc;
+}
+
+// Caller holds m_mutex.
+void CReservationManager::DropExpired() {
+    const uint32_t now = NowSec();
+    m_items.erase(std::remove_if(m_items.begin(), m_items.end(),
+                                 [now](const ReservationItem& r) { return Expired(r, now); }),
+                  m_items.end());
 }
 
 // Caller holds m_fileMutex.
@@ -231,6 +241,13 @@ int CReservationManager::AddReservationItem(const ReservationItem& item) {
                 m_items.erase(it);
                 break;
             }
+        }
+        // Expired ones otherwise pile up until the file is too big to load at all.
+        DropExpired();
+        if (m_items.size() >= static_cast<size_t>(kMaxReservations)) {
+            LOG_ERROR("reservation store full (%d live), reservation %u refused", static_cast<int>(m_items.size()),
+                      static_cast<unsigned>(item.id));
+            return 0;
         }
         ReservationItem copy = item;
         copy.token[sizeof copy.token - 1] = '\0';

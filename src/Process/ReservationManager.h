@@ -46,6 +46,7 @@ private:
     CReservationManager();
     ~CReservationManager();
     int WriteImage(const std::string& text, const std::string& path);
+    void DropExpired();
 
     static CReservationManager* s_instance;
     pthread_mutex_t m_mutex;      // the list

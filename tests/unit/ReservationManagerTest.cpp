@@ -121,6 +121,32 @@ TEST_F(Reservations, FileWithMoreThanAThousandReservationsIsNotLoadedAtAll) {
     EXPECT_TRUE(log.Contains("预约数量异常(1001)，限制范围[0-1000]"));
 }
 
+TEST_F(Reservations, ReservationsThatExpireOneAfterAnotherNeverOutgrowWhatTheNextBootLoads) {
+    CReservationManager* store = Open();
+    ASSERT_EQ(store->AddReservationItem(Item(100000, now + 100000, "LONG")), 1);
+    for (uint32_t id = 1; id <= 1500; ++id) {
+        ASSERT_EQ(store->AddReservationItem(Item(id, CTools::CurTimeSec() + 1)), 1) << id;
+        CTools::AdvanceClockMs(1000);  // expired before the next one comes
+    }
+    ASSERT_EQ(store->AddReservationItem(Item(2000, CTools::CurTimeSec() + 600, "LAST")), 1);
+    EXPECT_LE(store->Count(), 3u);
+
+    store = Reopen();
+    EXPECT_FALSE(log.Contains("预约数量异常"));
+    EXPECT_EQ(store->Count(), 2u);
+    EXPECT_EQ(store->GetReservationItem(100000, nullptr), 1);
+    EXPECT_EQ(store->GetReservationItem(2000, nullptr), 1);
+}
+
+TEST_F(Reservations, AThousandLiveReservationsRefuseTheNextButAcceptAReplacement) {
+    WriteText(path, FileOf(1000, now + 600));
+    CReservationManager* store = Open();
+    EXPECT_EQ(store->AddReservationItem(Item(5000, now + 600)), 0);
+    EXPECT_EQ(store->AddReservationItem(Item(7, now + 900, "NEW")), 1) << "same id replaces";
+    store = Reopen();
+    EXPECT_EQ(store->Count(), 1000u);
+}
+
 TEST_F(Reservations, CorruptFileOrBadEntriesLeaveAWorkingStore) {
     WriteText(path, "[{\"id\":1,\"tokentype\":1,\"tok");
     CReservationManager* store = CReservationManager::GetInstance();
