@@ -292,11 +292,13 @@ void OcppProtocol_ResetSystem() {
 }
 
 void OcppProtocol_Release() {
-    CConnectorManager::Release();
+    // The connector statuses go last: the boot timer, the link and the message worker
+    // may be in the middle of a report that uses them until their threads are joined.
     CBootHeartbeat::Release();
     CTimerManager::Release();
     CConnectManager::Release();
     OcppProtocol_ResetSystem();
+    CConnectorManager::Release();
     CPlugInManager::Release();
     // The log lock is static and stays valid; only the callback goes.
     OcppProtocol_SetLog(nullptr);
