@@ -362,7 +362,7 @@ int CheckNetworkProfile(const models::setNetworkProfileRequest_t& request, Conne
     if (request.configurationSlot <= 0) return 1;
     item.id = request.configurationSlot;
     item.connType = type;
-    item.messageTimeout = data.messageTimeout > 0 ? data.messageTimeout : 5;
+    item.messageTimeout = data.messageTimeout > 0 ? CConnectManager::ClampMessageTimeout(data.messageTimeout) : 5;
     CTools::CopyField(item.url, url);
     return 0;
 }

@@ -110,7 +110,7 @@ bool ItemFromJson(const Json::Value& v, ConnectionItem& item) {
     item.priority = IntOf(v, "priority", 0);
     item.connType = IntOf(v, "conntype", 0);
     item.protocol = IntOf(v, "protocol", OCPPPROTOCOL_201);
-    item.messageTimeout = IntOf(v, "messagetimeout", 5);
+    item.messageTimeout = CConnectManager::ClampMessageTimeout(IntOf(v, "messagetimeout", 5));
     CTools::CopyField(item.url, v["url"].asString());
     return true;
 }
@@ -476,7 +476,7 @@ void CConnectManager::AddCustomItem(OCPPPROTOCOL protocol, const char* url, int 
     item.priority = 1;
     item.protocol = protocol;
     item.connType = connType;
-    item.messageTimeout = messageTimeout == 0 ? 5 : messageTimeout;
+    item.messageTimeout = messageTimeout == 0 ? 5 : ClampMessageTimeout(messageTimeout);
     CTools::CopyField(item.url, url);
     const std::string fingerprint = Base64(&item, sizeof item);
     bool changed = false;
@@ -511,6 +511,7 @@ void CConnectManager::AddCustomItem(OCPPPROTOCOL protocol, const char* url, int 
 int CConnectManager::AddConnItem(const ConnectionItem& item) {
     ConnectionItem copy = item;
     copy.url[sizeof copy.url - 1] = '\0';
+    copy.messageTimeout = ClampMessageTimeout(copy.messageTimeout);
     {
         OCPP_SECTION(&m_listLock);
         m_ConnItemVec.erase(std::remove_if(m_ConnItemVec.begin(), m_ConnItemVec.end(),
@@ -689,7 +690,7 @@ int CConnectManager::TestConnect(const ConnectionItem& item) {
     StartClient(item, true);
     // The transport gives up on a handshake long before this; the bound only
     // keeps a lost event from stalling the probe for ever.
-    const int limitSec = std::max(item.messageTimeout, 5) + 60;
+    const int limitSec = std::max(ClampMessageTimeout(item.messageTimeout), 5) + 60;
     int result;
     {
         OCPP_SECTION_NAMED(guard, &m_connLock);

@@ -107,6 +107,12 @@ public:
     // Address the diagnostic ping goes to; empty (the default) turns the ping off.
     static void SetNetworkCheckTarget(const std::string& target);
     // Folder holding ca.crt, ca_fallback.crt, client.key and client.pem.
+    // Bounds a profile's message time-out so that deadlines built from it
+    // cannot overflow a 32-bit time_t or int.
+    static const int kMaxMessageTimeoutSec = 3600;
+    static int ClampMessageTimeout(int seconds) {
+        return seconds < 1 ? 1 : (seconds > kMaxMessageTimeoutSec ? kMaxMessageTimeoutSec : seconds);
+    }
     static void SetCertDir(const std::string& dir);
     static std::string GetCertDir();
     // Replaces the profile probe, for tests: returns 1 when the profile would connect.

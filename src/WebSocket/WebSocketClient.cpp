@@ -88,10 +88,15 @@ std::string OneLine(const char* message, int length) {
     return CTools::MaskIdTokenFromJson(out);
 }
 
+// Longest a request may be given; the sum with the monotonic clock must fit a 32-bit time_t.
+const int64_t kMaxWaitSec = 86400;
+
+int64_t BoundWaitSec(int64_t seconds) { return seconds < 1 ? 1 : (seconds > kMaxWaitSec ? kMaxWaitSec : seconds); }
+
 bool WaitSemaphore(sem_t* sem, int64_t seconds) {
     struct timespec deadline;
     clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += static_cast<time_t>(seconds);
+    deadline.tv_sec += static_cast<time_t>(BoundWaitSec(seconds));
     for (;;) {
         if (sem_clockwait(sem, CLOCK_MONOTONIC, &deadline) == 0) return true;
         if (errno != EINTR) return false;
@@ -338,7 +343,7 @@ int CWebSocketClient::Init(const char* url, CWebSocketClientCallBack* callback, 
     bool tls = false;
     {
         OCPP_SECTION(&m_socketLock);
-        m_iMessageTimeout = messageTimeoutSec;
+        m_iMessageTimeout = messageTimeoutSec > kMaxWaitSec ? kMaxWaitSec : messageTimeoutSec;
         m_pCallBack = callback;
         m_iState = 1;
         m_iPongReceived = 1;

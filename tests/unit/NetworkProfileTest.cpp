@@ -105,6 +105,26 @@ TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
     EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two-b.example/ocpp");
 }
 
+TEST_F(NetworkProfile, CsmsMessageTimeoutIsBoundedToAnHourWhereverAProfileComesFrom) {
+    RecordingLink link;
+    std::string call = NetworkProfileCall("n1", 2, 0, "ws://two.example/ocpp");
+    call.replace(call.find("\"messageTimeout\":30"), 19, "\"messageTimeout\":2147483647");
+    Deliver(call);
+    EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
+    ASSERT_EQ(manager->GetConnItems().size(), 1u);
+    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
+
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 2147483647);
+    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
+
+    WriteText(store, "{\"connectinfo\":[{\"id\":3,\"messagetimeout\":2147483647,\"url\":\"ws://x/y\"}]}");
+    CConnectManager::Release();
+    manager = CConnectManager::GetInstance();
+    manager->SetStoreFile(store);
+    ASSERT_EQ(manager->GetConnItems().size(), 1u);
+    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
+}
+
 TEST_F(NetworkProfile, NetworkPriorityVariableReordersProfilesOrIsRejected) {
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
     manager->AddConnItem(Item(2, CONNTYPE_WS, "ws://two.example/ocpp"));

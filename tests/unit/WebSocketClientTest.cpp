@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <future>
+#include <limits>
 #include <string>
 #include <thread>
 
@@ -256,6 +257,26 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
     // The unmatched CALLRESULT goes up to the engine's own queue.
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
     EXPECT_EQ(link.Messages()[0], "[3,\"unrelated\",{}]");
+    client.Close();
+}
+
+TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
+    RecordingCsms csms;
+    CWebSocketClient client;
+    RecordingClientEvents link;
+    // A deadline built from this wraps round unless the time-out is bounded.
+    ASSERT_TRUE(ConnectToCsms(client, link, csms, std::numeric_limits<int64_t>::max() - 10));
+    std::future<int> sender = std::async(std::launch::async, [&client] {
+        const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
+        char answer[256] = {0};
+        int answerLen = sizeof answer;
+        return client.SendMessage("req-big", request.c_str(), static_cast<int>(request.size()), answer, &answerLen);
+    });
+    ASSERT_TRUE(csms.WaitMessageContaining("req-big"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ASSERT_TRUE(csms.Send("[3,\"req-big\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]"));
+    ASSERT_EQ(sender.wait_for(std::chrono::seconds(2)), std::future_status::ready);
+    EXPECT_EQ(sender.get(), 1);
     client.Close();
 }
 
