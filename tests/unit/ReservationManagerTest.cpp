@@ -58,6 +58,8 @@ protected:
     }
 
     ClockGuard clock;
+    // Expiry is checked to the second: the clock must not tick on its own mid-test.
+    bool frozen = (CTools::FreezeClock(true), true);
     TempDir dir;
     std::string path = dir.file("reservation.json");
     LogCapture log;
