@@ -52,6 +52,8 @@ int64_t SecToMs(int64_t sec) {
 }
 }  // namespace
 
+// The object is never freed: other threads may still hold the pointer they got
+// a moment ago. Release puts it back to its freshly constructed state instead.
 CLogManager* CLogManager::GetInstance() {
     OCPP_SECTION(&g_instanceMutex);
     if (s_instance == nullptr) s_instance = new CLogManager();
@@ -59,13 +61,29 @@ CLogManager* CLogManager::GetInstance() {
 }
 
 void CLogManager::Release() {
-    CLogManager* old = nullptr;
+    CLogManager* instance = nullptr;
     {
         OCPP_SECTION(&g_instanceMutex);
-        old = s_instance;
-        s_instance = nullptr;
+        instance = s_instance;
     }
-    delete old;
+    if (instance != nullptr) instance->Reset();
+}
+
+void CLogManager::Reset() {
+    StopThreads();  // the writer stores what is pending first
+    {
+        OCPP_SECTION(&m_dbMutex);
+        m_db.CloseDB();
+        m_strDbPath.clear();
+        m_lastPurgeSec = 0;
+    }
+    m_file.Close();
+    OCPP_SECTION(&m_pendingMutex);
+    m_pending.clear();
+    m_bStoring = false;
+    m_bWriterRunning = false;
+    m_writer = pthread_t{};
+    m_bStop = false;
 }
 
 CLogManager::CLogManager() : m_file(kRotateBytes, 2) {
@@ -161,25 +179,21 @@ void CLogManager::Add(int type, int level, const char* text) {
     printf("%s\n", text);
     fflush(stdout);
 
-    bool start = false;
     {
         OCPP_SECTION(&m_pendingMutex);
+        // While stopping, the writer drains what is queued; a steady producer must not keep it alive.
+        if (m_bStop) return;
         m_pending.push_back(PendingRecord{type, level, text});
+        // Started under the lock, so a concurrent stop always sees the handle it must join.
         if (!m_bWriterRunning && !m_bStop) {
-            m_bWriterRunning = true;
-            start = true;
+            const pthread_t handle = LinuxCreateThread(nullptr, &CLogManager::TimerProc, this);
+            if (ThreadStarted(handle)) {
+                m_writer = handle;
+                m_bWriterRunning = true;
+            }  // otherwise the next Add tries again; the record stays pending
         }
     }
     m_pendingCv.notify_all();  // Flush may be waiting on the same variable
-    if (start) {
-        const pthread_t handle = LinuxCreateThread(nullptr, &CLogManager::TimerProc, this);
-        OCPP_SECTION(&m_pendingMutex);
-        if (ThreadStarted(handle)) {
-            m_writer = handle;
-        } else {
-            m_bWriterRunning = false;  // the next Add tries again; the record stays pending
-        }
-    }
 }
 
 size_t CLogManager::PendingCount() {

@@ -71,6 +71,7 @@ private:
     static void* ExportProc(void* arg);
     void WriterLoop();
     void StopThreads();
+    void Reset();
 
     struct PendingRecord {
         int type;

@@ -57,6 +57,8 @@ bool ItemFromJson(const Json::Value& e, ReservationItem* item) {
 
 CReservationManager* CReservationManager::s_instance = nullptr;
 
+// The object is never freed: other threads may still hold the pointer they got
+// a moment ago. Release puts it back to its freshly constructed state instead.
 CReservationManager* CReservationManager::GetInstance() {
     OCPP_SECTION(&g_instanceSection);
     if (s_instance == nullptr) s_instance = new CReservationManager();
@@ -68,9 +70,11 @@ void CReservationManager::Release() {
     {
         OCPP_SECTION(&g_instanceSection);
         instance = s_instance;
-        s_instance = nullptr;
     }
-    delete instance;
+    if (instance == nullptr) return;
+    OCPP_SECTION(&instance->m_mutex);
+    instance->m_items.clear();
+    instance->m_path.clear();
 }
 
 CReservationManager::CReservationManager() {

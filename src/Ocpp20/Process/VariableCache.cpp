@@ -141,6 +141,8 @@ VariableDataItem20 FromRegister(const VariableItemRegister& row) {
 
 CVariableCache* CVariableCache::s_instance = nullptr;
 
+// The object is never freed: other threads may still hold the pointer they got
+// a moment ago. Release puts it back to its freshly constructed state instead.
 CVariableCache* CVariableCache::GetInstance() {
     std::lock_guard<std::mutex> lock(g_instanceMutex);
     if (s_instance == nullptr) s_instance = new CVariableCache();
@@ -152,9 +154,17 @@ void CVariableCache::Release() {
     {
         std::lock_guard<std::mutex> lock(g_instanceMutex);
         instance = s_instance;
-        s_instance = nullptr;
     }
-    delete instance;
+    if (instance != nullptr) instance->Reset();
+}
+
+void CVariableCache::Reset() {
+    {
+        OCPP_SECTION(&m_mutex);
+        m_path.clear();  // nothing is written until a store is named again
+    }
+    InitDefault();
+    LoadDefault();
 }
 
 CVariableCache::CVariableCache() {

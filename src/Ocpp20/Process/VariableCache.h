@@ -147,6 +147,7 @@ private:
     std::string ReadString(const char* component, const char* variable, const char* instance = "");
     float ReadFloat(const char* component, const char* variable, const char* instance, const char* missingLog);
     int WriteImage(const std::string& text);
+    void Reset();
 
     static CVariableCache* s_instance;
     pthread_mutex_t m_mutex;

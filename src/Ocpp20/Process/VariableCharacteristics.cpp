@@ -238,6 +238,8 @@ void VariableCharacteristics::ToPublic(VariableDataItem& out) const {
 
 CVariableCharacteristics* CVariableCharacteristics::s_instance = nullptr;
 
+// The object is never freed: other threads may still hold the pointer they got
+// a moment ago. Release puts it back to its freshly constructed state instead.
 CVariableCharacteristics* CVariableCharacteristics::GetInstance() {
     std::lock_guard<std::mutex> lock(g_instanceMutex);
     if (s_instance == nullptr) s_instance = new CVariableCharacteristics();
@@ -249,9 +251,15 @@ void CVariableCharacteristics::Release() {
     {
         std::lock_guard<std::mutex> lock(g_instanceMutex);
         instance = s_instance;
-        s_instance = nullptr;
     }
-    delete instance;
+    if (instance != nullptr) instance->Reset();
+}
+
+void CVariableCharacteristics::Reset() {
+    InitDefault();
+    OCPP_SECTION(&m_mutex);
+    m_path.clear();
+    m_items = m_defaults;
 }
 
 CVariableCharacteristics::CVariableCharacteristics() {

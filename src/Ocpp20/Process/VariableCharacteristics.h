@@ -100,6 +100,7 @@ private:
     // Caller holds m_mutex.
     const VariableCharacteristics* Find(const VariableCharacteristics& key) const;
     int WriteImage(const std::string& text);
+    void Reset();
 
     static CVariableCharacteristics* s_instance;
     pthread_mutex_t m_mutex;
