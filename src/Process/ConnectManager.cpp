@@ -331,17 +331,19 @@ int CConnectManager::SetStoreFile(const std::string& path) {
         m_strStoreFile = path;
     }
     LOG_INFO("Connection Cache File: %s", path.c_str());
-    const int fd = openat(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd >= 0) {
-        if (write(fd, "{}", 2) != 2) LOG_ERROR("CConnectManager write error, errno=%d", errno);
-        if (fsync(fd) != 0) LOG_ERROR("CConnectManager fsync failed, errno=%d", errno);
-        close(fd);
-        LOG_INFO("Connection Cache File created");
-    } else if (errno == EEXIST) {
+    int err = 0;
+    FileWriteResult r;
+    const int created = CFileUtil::CreateIfAbsent(path, "{}", &err, &r);
+    if (created == 0) {
         LOG_INFO("Connection Cache File already exists");
-    } else {
-        LOG_ERROR("SetStoreFile: openat failed, errno=%d", errno);
+    } else if (created < 0 && r.failedStep == FileWriteResult::kOpen) {
+        LOG_ERROR("SetStoreFile: openat failed, errno=%d", err);
         return 0;
+    } else {
+        // A failed first write is not fatal here: the next sync rewrites the whole file.
+        if (created < 0) LOG_ERROR("CConnectManager write error, errno=%d", err);
+        if (r.fsyncErr != 0) LOG_ERROR("CConnectManager fsync failed, errno=%d", r.fsyncErr);
+        LOG_INFO("Connection Cache File created");
     }
     return SyncFromFile();
 }
@@ -435,27 +437,20 @@ int CConnectManager::SyncToFile() {
     OCPP_SECTION(&g_storeFileSection);
     const std::string text = BuildJson();
     const std::string tmp = path + "1";
-    const int fd = openat(AT_FDCWD, tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        LOG_ERROR("SyncToFile: openat(%s) failed, errno=%d", tmp.c_str(), errno);
+    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(path, text, "1");
+    switch (r.failedStep) {
+    case FileWriteResult::kOpen:
+        LOG_ERROR("SyncToFile: openat(%s) failed, errno=%d", tmp.c_str(), r.err);
         return 0;
+    case FileWriteResult::kWrite:
+        LOG_ERROR("SyncToFile: write failed, errno=%d", r.err);
+        return 0;
+    default:
+        break;
     }
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            LOG_ERROR("SyncToFile: write failed, errno=%d", errno);
-            close(fd);
-            unlink(tmp.c_str());
-            return 0;
-        }
-        done += static_cast<size_t>(n);
-    }
-    if (fsync(fd) != 0) LOG_ERROR("SyncToFile: fsync failed, errno=%d", errno);
-    close(fd);
-    if (renameat(AT_FDCWD, tmp.c_str(), AT_FDCWD, path.c_str()) != 0) {
-        LOG_ERROR("SyncToFile: renameat(%s -> %s) failed, errno=%d", tmp.c_str(), path.c_str(), errno);
+    if (r.fsyncErr != 0) LOG_ERROR("SyncToFile: fsync failed, errno=%d", r.fsyncErr);
+    if (r.failedStep == FileWriteResult::kRename) {
+        LOG_ERROR("SyncToFile: renameat(%s -> %s) failed, errno=%d", tmp.c_str(), path.c_str(), r.err);
         return 0;
     }
     LOG_INFO("Connection write to File Success");

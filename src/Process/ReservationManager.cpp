@@ -93,22 +93,21 @@ int CReservationManager::SetStoreFile(const std::string& path) {
         m_path = path;
     }
     LOG_INFO("Reservation Cache File: %s", path.c_str());
-    const int fd = openat(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        if (errno == EEXIST) {
-            LOG_INFO("Reservation Cache File already exists");
-            return SyncFromFile();
-        }
-        LOG_ERROR("SetStoreFile: openat failed, errno=%d", errno);
+    int err = 0;
+    FileWriteResult r;
+    const int created = CFileUtil::CreateIfAbsent(path, "[]", &err, &r);
+    if (created == 0) {
+        LOG_INFO("Reservation Cache File already exists");
+        return SyncFromFile();
+    }
+    if (created < 0) {
+        if (r.failedStep == FileWriteResult::kOpen)
+            LOG_ERROR("SetStoreFile: openat failed, errno=%d", err);
+        else
+            LOG_ERROR("CReservationManager write error, errno=%d", err);
         return 0;
     }
-    if (write(fd, "[]", 2) != 2) {
-        LOG_ERROR("CReservationManager write error, errno=%d", errno);
-        close(fd);
-        return 0;
-    }
-    if (fsync(fd) != 0) LOG_ERROR("CReservationManager fsync failed, errno=%d", errno);
-    close(fd);
+    if (r.fsyncErr != 0) LOG_ERROR("CReservationManager fsync failed, errno=%d", r.fsyncErr);
     LOG_INFO("Reservation Cache File created");
     return SyncFromFile();
 }
@@ -205,34 +204,21 @@ void CReservationManager::DropExpired() {
 // Caller holds m_fileMutex.
 int CReservationManager::WriteImage(const std::string& text, const std::string& path) {
     const std::string tmp = path + "1";
-    const int fd = openat(AT_FDCWD, tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        LOG_ERROR("SyncToFile: openat(%s) failed errno=%d", tmp.c_str(), errno);
+    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(path, text, "1");
+    switch (r.failedStep) {
+    case FileWriteResult::kOpen:
+        LOG_ERROR("SyncToFile: openat(%s) failed errno=%d", tmp.c_str(), r.err);
         return 0;
-    }
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            LOG_ERROR("SyncToFile: write failed errno=%d", n < 0 ? errno : 0);
-            close(fd);
-            unlink(tmp.c_str());
-            return 0;
-        }
-        done += static_cast<size_t>(n);
-    }
-    if (fsync(fd) != 0) LOG_ERROR("SyncToFile: fsync failed errno=%d", errno);
-    close(fd);
-    if (renameat(AT_FDCWD, tmp.c_str(), AT_FDCWD, path.c_str()) != 0) {
-        LOG_ERROR("SyncToFile: renameat(%s→%s) failed errno=%d", tmp.c_str(), path.c_str(), errno);
+    case FileWriteResult::kWrite:
+        LOG_ERROR("SyncToFile: write failed errno=%d", r.err);
         return 0;
+    default:
+        break;
     }
-    // The rename itself must survive a power cut too.
-    const int dfd = open(CFileUtil::DirName(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dfd >= 0) {
-        fsync(dfd);
-        close(dfd);
+    if (r.fsyncErr != 0) LOG_ERROR("SyncToFile: fsync failed errno=%d", r.fsyncErr);
+    if (r.failedStep == FileWriteResult::kRename) {
+        LOG_ERROR("SyncToFile: renameat(%s→%s) failed errno=%d", tmp.c_str(), path.c_str(), r.err);
+        return 0;
     }
     return 1;
 }

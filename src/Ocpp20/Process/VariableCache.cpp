@@ -184,22 +184,21 @@ int CVariableCache::SetStoreFile(const std::string& path) {
         m_path = path;
     }
     LOG_INFO("Variable Cache File:%s", path.c_str());
-    const int fd = openat(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        if (errno == EEXIST) {
-            LOG_INFO("Variable Cache File already exist");
-            return SyncFromFile();
-        }
-        LOG_ERROR("SetStoreFile: create failed, errno=%d", errno);
+    int err = 0;
+    FileWriteResult r;
+    const int created = CFileUtil::CreateIfAbsent(path, "[]", &err, &r);
+    if (created == 0) {
+        LOG_INFO("Variable Cache File already exist");
+        return SyncFromFile();
+    }
+    if (created < 0) {
+        if (r.failedStep == FileWriteResult::kOpen)
+            LOG_ERROR("SetStoreFile: create failed, errno=%d", err);
+        else
+            LOG_ERROR("CVariableCache write error, errno=%d", err);
         return 0;
     }
-    if (write(fd, "[]", 2) != 2) {
-        LOG_ERROR("CVariableCache write error, errno=%d", errno);
-        close(fd);
-        return 0;
-    }
-    if (fsync(fd) != 0) LOG_ERROR("fsync failed, errno=%d", errno);
-    close(fd);
+    if (r.fsyncErr != 0) LOG_ERROR("fsync failed, errno=%d", r.fsyncErr);
     LOG_INFO("Variable Cache File created");
     return SyncFromFile();
 }
@@ -329,33 +328,21 @@ int CVariableCache::SyncToFile() {
 // Caller holds m_mutex.
 int CVariableCache::WriteImage(const std::string& text) {
     const std::string tmp = m_path + "1";
-    const int fd = openat(AT_FDCWD, tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        printf("SyncToFile: openat(%s) failed errno=%d\n", tmp.c_str(), errno);
+    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(m_path, text, "1");
+    switch (r.failedStep) {
+    case FileWriteResult::kOpen:
+        printf("SyncToFile: openat(%s) failed errno=%d\n", tmp.c_str(), r.err);
         return 0;
-    }
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            printf("SyncToFile: write failed errno=%d\n", n < 0 ? errno : 0);
-            close(fd);
-            return 0;
-        }
-        done += static_cast<size_t>(n);
-    }
-    if (fsync(fd) != 0) printf("SyncToFile: fsync failed errno=%d\n", errno);
-    close(fd);
-    if (renameat(AT_FDCWD, tmp.c_str(), AT_FDCWD, m_path.c_str()) != 0) {
-        printf("SyncToFile: renameat(%s → %s) failed errno=%d\n", tmp.c_str(), m_path.c_str(), errno);
+    case FileWriteResult::kWrite:
+        printf("SyncToFile: write failed errno=%d\n", r.err);
         return 0;
+    default:
+        break;
     }
-    // The rename itself must survive a power cut too.
-    const int dfd = open(CFileUtil::DirName(m_path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dfd >= 0) {
-        fsync(dfd);
-        close(dfd);
+    if (r.fsyncErr != 0) printf("SyncToFile: fsync failed errno=%d\n", r.fsyncErr);
+    if (r.failedStep == FileWriteResult::kRename) {
+        printf("SyncToFile: renameat(%s → %s) failed errno=%d\n", tmp.c_str(), m_path.c_str(), r.err);
+        return 0;
     }
     return 1;
 }

@@ -296,19 +296,17 @@ int CVariableCharacteristics::SetStoreFile(const std::string& path) {
         m_path = path;
     }
     LOG_INFO("Variable Characteristics File:%s", path.c_str());
-    const int fd = openat(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        if (errno == EEXIST) return SyncFromFile();
-        LOG_ERROR("Variable Characteristics File create failed, errno=%d", errno);
+    int err = 0;
+    FileWriteResult r;
+    const int created = CFileUtil::CreateIfAbsent(path, "[]", &err, &r);
+    if (created < 0) {
+        if (r.failedStep == FileWriteResult::kOpen)
+            LOG_ERROR("Variable Characteristics File create failed, errno=%d", err);
+        else
+            LOG_ERROR("Variable Characteristics File write error, errno=%d", err);
         return 0;
     }
-    const bool written = write(fd, "[]", 2) == 2;
-    if (written && fsync(fd) != 0) LOG_ERROR("fsync failed, errno=%d", errno);
-    close(fd);
-    if (!written) {
-        LOG_ERROR("Variable Characteristics File write error, errno=%d", errno);
-        return 0;
-    }
+    if (r.fsyncErr != 0) LOG_ERROR("fsync failed, errno=%d", r.fsyncErr);
     return SyncFromFile();
 }
 
