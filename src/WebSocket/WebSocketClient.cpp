@@ -17,6 +17,7 @@
 #include "Util/CriticalSectionManager.h"
 #include "Util/Thread.h"
 #include "Util/Tools.h"
+#include "WebSocket/LwsTrampoline.h"
 #include "WebSocket/TlsFailureFlags.h"
 
 namespace {
@@ -36,18 +37,9 @@ thread_local const CWebSocketClient* t_pServicing = nullptr;
 thread_local const CWebSocketClient* t_pOwnThread = nullptr;
 
 int ClientLwsCallback(struct lws* wsi, enum lws_callback_reasons reason, void* user, void* in, size_t len) {
-    lws_context* context = wsi != nullptr ? lws_get_context(wsi) : nullptr;
-    CWebSocketClient* self = context != nullptr ? static_cast<CWebSocketClient*>(lws_context_user(context)) : nullptr;
-    if (self == nullptr) return 0;
-    // An exception unwinding into libwebsockets' C frames would abort the station.
-    try {
-        return self->OnLwsEvent(wsi, static_cast<int>(reason), user, in, len);
-    } catch (const std::exception& e) {
-        LOG_ERROR("websocket client event %d failed: %s", static_cast<int>(reason), e.what());
-    } catch (...) {
-        LOG_ERROR("websocket client event %d failed", static_cast<int>(reason));
-    }
-    return 0;
+    return DispatchLwsEvent<CWebSocketClient>(wsi, reason, "client", [&](CWebSocketClient& self) {
+        return self.OnLwsEvent(wsi, static_cast<int>(reason), user, in, len);
+    });
 }
 
 void LibraryLogLine(int level, const char* line) {
@@ -327,6 +319,14 @@ int CWebSocketClient::VerifyPeerCertificate(void* x509StoreCtx, int preverifyOk,
     return 0;
 }
 
+void CWebSocketClient::LogUrlInfo(const char* url, const WebSocketUrlInfo& info) {
+    LOG_INFO("pszUrl:%s\n", url != nullptr ? url : "");
+    LOG_INFO("szProtocol:%s\n", info.szProtocol);
+    LOG_INFO("szHost:%s\n", info.szHost);
+    LOG_INFO("iPort:%d\n", info.iPort);
+    LOG_INFO("szPath:%s\n", info.szPath);
+}
+
 void CWebSocketClient::LogTlsSession(lws* wsi) {
     SSL* ssl = lws_get_ssl(wsi);
     if (ssl == nullptr) return;
@@ -354,11 +354,7 @@ int CWebSocketClient::Init(const char* url, CWebSocketClientCallBack* callback, 
     }
     int parsed = GetUrlInfo(url, info);
     LOG_INFO("============================\n");
-    LOG_INFO("pszUrl:%s\n", url != nullptr ? url : "");
-    LOG_INFO("szProtocol:%s\n", info.szProtocol);
-    LOG_INFO("szHost:%s\n", info.szHost);
-    LOG_INFO("iPort:%d\n", info.iPort);
-    LOG_INFO("szPath:%s\n", info.szPath);
+    LogUrlInfo(url, info);
     LOG_INFO("=======>CWebSocketClient::Init eConnType <%d> \n", static_cast<int>(m_eConnType));
     if (!parsed) {
         LOG_ERROR("websocket client url not understood: %s", url != nullptr ? url : "");

@@ -82,6 +82,8 @@ public:
 
     // Shared with the connection probe.
     static int GetUrlInfo(const char* url, WebSocketUrlInfo& info);
+    // The five lines both the client and the probe print about a parsed URL.
+    static void LogUrlInfo(const char* url, const WebSocketUrlInfo& info);
     static lws_context* CreateClientContext(const lws_protocols* protocols, bool tls, const std::string& cert,
                                             const std::string& privateKey, const std::string& ca, void* user);
     static lws* ConnectClient(lws_context* context, const WebSocketUrlInfo& info, bool tls);

@@ -8,6 +8,7 @@
 #include "Util/CriticalSectionManager.h"
 #include "Util/Thread.h"
 #include "Util/Tools.h"
+#include "WebSocket/LwsTrampoline.h"
 #include "WebSocket/TlsFailureFlags.h"
 #include "WebSocket/WebSocketClient.h"
 
@@ -15,18 +16,9 @@ namespace {
 const int kPollMs = 100;
 
 int ProbeLwsCallback(struct lws* wsi, enum lws_callback_reasons reason, void* user, void* in, size_t len) {
-    lws_context* context = wsi != nullptr ? lws_get_context(wsi) : nullptr;
-    CWebSocketConnect* self = context != nullptr ? static_cast<CWebSocketConnect*>(lws_context_user(context)) : nullptr;
-    if (self == nullptr) return 0;
-    // An exception unwinding into libwebsockets' C frames would abort the station.
-    try {
-        return self->OnLwsEvent(wsi, static_cast<int>(reason), user, in, len);
-    } catch (const std::exception& e) {
-        LOG_ERROR("websocket probe event %d failed: %s", static_cast<int>(reason), e.what());
-    } catch (...) {
-        LOG_ERROR("websocket probe event %d failed", static_cast<int>(reason));
-    }
-    return 0;
+    return DispatchLwsEvent<CWebSocketConnect>(wsi, reason, "probe", [&](CWebSocketConnect& self) {
+        return self.OnLwsEvent(wsi, static_cast<int>(reason), user, in, len);
+    });
 }
 
 std::string Field(const char* text, size_t capacity) { return std::string(text, strnlen(text, capacity)); }
@@ -66,11 +58,7 @@ int CWebSocketConnect::CheckConnection(const char* url, int timeoutSec, const Co
     WebSocketUrlInfo info;
     int parsed = CWebSocketClient::GetUrlInfo(url, info);
     LOG_INFO("=============WebSocketConnect===============\n");
-    LOG_INFO("pszUrl:%s\n", url != nullptr ? url : "");
-    LOG_INFO("szProtocol:%s\n", info.szProtocol);
-    LOG_INFO("szHost:%s\n", info.szHost);
-    LOG_INFO("iPort:%d\n", info.iPort);
-    LOG_INFO("szPath:%s\n", info.szPath);
+    CWebSocketClient::LogUrlInfo(url, info);
     LOG_INFO("=======>CWebSocketConnect::CheckConnection eConnType <%d>\n", static_cast<int>(m_eConnType));
     if (!parsed) return 0;
     m_strName = Field(p.szName, sizeof(p.szName));

@@ -19,6 +19,7 @@
 #include "Util/CriticalSectionManager.h"
 #include "Util/Thread.h"
 #include "Util/Tools.h"
+#include "WebSocket/LwsTrampoline.h"
 #include "WebSocket/WebSocketClient.h"
 
 namespace {
@@ -77,18 +78,9 @@ struct __attribute__((visibility("hidden"))) CWebSocketServer::Impl {
 
 namespace {
 int ServerLwsCallback(struct lws* wsi, enum lws_callback_reasons reason, void*, void* in, size_t len) {
-    lws_context* context = wsi != nullptr ? lws_get_context(wsi) : nullptr;
-    auto* impl = context != nullptr ? static_cast<CWebSocketServer::Impl*>(lws_context_user(context)) : nullptr;
-    if (impl == nullptr) return 0;
-    // An exception unwinding into libwebsockets' C frames would abort the process.
-    try {
-        return impl->OnEvent(wsi, static_cast<int>(reason), in, len);
-    } catch (const std::exception& e) {
-        LOG_ERROR("websocket server event %d failed: %s", static_cast<int>(reason), e.what());
-    } catch (...) {
-        LOG_ERROR("websocket server event %d failed", static_cast<int>(reason));
-    }
-    return 0;
+    return DispatchLwsEvent<CWebSocketServer::Impl>(wsi, reason, "server", [&](CWebSocketServer::Impl& impl) {
+        return impl.OnEvent(wsi, static_cast<int>(reason), in, len);
+    });
 }
 
 void FailFrames(SessionItem* session) {
