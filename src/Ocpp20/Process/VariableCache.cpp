@@ -518,36 +518,27 @@ bool VariableMatches(const VariableDataItem20& record, const VariableDataItem20&
 
 }  // namespace
 
-int CVariableCache::CheckComponentStatus(const VariableDataItem20& item, int& mode) {
-    int result = VARIABLESTATUS_UNKNOWNCOMPONENT;
+int CVariableCache::CheckMatchStatus(const VariableDataItem20& item, int& mode, RecordMatcher matches,
+                                     int notFound) {
     bool matched = false;
     OCPP_SECTION(&m_mutex);
     for (const VariableDataItem20& record : m_items) {
-        if (!ComponentMatches(record, item)) continue;
+        if (!matches(record, item)) continue;
         matched = true;
         if (record.attributeType == item.attributeType) {
             mode = record.mode;
             return VARIABLESTATUS_ACCEPTED;
         }
-        result = VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE;
     }
-    return matched ? VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE : result;
+    return matched ? VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE : notFound;
+}
+
+int CVariableCache::CheckComponentStatus(const VariableDataItem20& item, int& mode) {
+    return CheckMatchStatus(item, mode, ComponentMatches, VARIABLESTATUS_UNKNOWNCOMPONENT);
 }
 
 int CVariableCache::CheckVariableStatus(const VariableDataItem20& item, int& mode) {
-    int result = VARIABLESTATUS_UNKNOWNVARIABLE;
-    bool matched = false;
-    OCPP_SECTION(&m_mutex);
-    for (const VariableDataItem20& record : m_items) {
-        if (!VariableMatches(record, item)) continue;
-        matched = true;
-        if (record.attributeType == item.attributeType) {
-            mode = record.mode;
-            return VARIABLESTATUS_ACCEPTED;
-        }
-        result = VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE;
-    }
-    return matched ? VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE : result;
+    return CheckMatchStatus(item, mode, VariableMatches, VARIABLESTATUS_UNKNOWNVARIABLE);
 }
 
 int CVariableCache::IsProtocolSdkOpt(const VariableDataItem20& item) {

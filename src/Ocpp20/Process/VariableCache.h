@@ -132,6 +132,10 @@ public:
     float V2XChargingCtrlrLocalFrequencyUpdateThreshold();
 
 private:
+    using RecordMatcher = bool (*)(const VariableDataItem20& record, const VariableDataItem20& query);
+    // Accepted (with the record's mode) when a matching record has the asked attribute type,
+    // not-supported-attribute when only other types match, `notFound` when nothing matches.
+    int CheckMatchStatus(const VariableDataItem20& item, int& mode, RecordMatcher matches, int notFound);
     CVariableCache();
     ~CVariableCache();
     CVariableCache(const CVariableCache&) = delete;
