@@ -257,8 +257,8 @@ int CDbDriver::Execute(const std::string& sql) {
     return 1;
 }
 
-DbRows CDbDriver::Query(const std::string& sql, const char* traceName) {
-    DbRows rows;
+void CDbDriver::ForEachRow(const std::string& sql, const char* traceName,
+                           const std::function<void(sqlite3_stmt*)>& onRow) {
     WriteLog(DBLOGLEVEL_TRACE, "%s: %s", traceName, sql.c_str());
     sqlite3_stmt* stmt = nullptr;
     const char* tail = nullptr;
@@ -267,15 +267,22 @@ DbRows CDbDriver::Query(const std::string& sql, const char* traceName) {
         WriteLog(DBLOGLEVEL_ERROR, "sqlite3_prepare_v2 error: %s",
                  m_pDb ? sqlite3_errmsg(m_pDb) : sqlite3_errstr(prc == SQLITE_OK ? SQLITE_MISUSE : prc));
         if (stmt) sqlite3_finalize(stmt);
-        return rows;
+        return;
     }
     if (!OnlyBlanks(tail)) {
         sqlite3_finalize(stmt);
         WriteLog(DBLOGLEVEL_ERROR, "sqlite3_prepare_v2 error: %s", "more than one statement");
-        return rows;
+        return;
     }
     int rc;
-    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) onRow(stmt);
+    if (rc != SQLITE_DONE) WriteLog(DBLOGLEVEL_ERROR, "sqlite3_step error: %s", sqlite3_errmsg(m_pDb));
+    sqlite3_finalize(stmt);
+}
+
+DbRows CDbDriver::Query(const std::string& sql, const char* traceName) {
+    DbRows rows;
+    ForEachRow(sql, traceName, [&rows](sqlite3_stmt* stmt) {
         DbRow row;
         const int n = sqlite3_column_count(stmt);
         for (int i = 0; i < n; ++i) {
@@ -284,9 +291,7 @@ DbRows CDbDriver::Query(const std::string& sql, const char* traceName) {
             row[name ? name : ""] = text ? reinterpret_cast<const char*>(text) : "";
         }
         rows.push_back(std::move(row));
-    }
-    if (rc != SQLITE_DONE) WriteLog(DBLOGLEVEL_ERROR, "sqlite3_step error: %s", sqlite3_errmsg(m_pDb));
-    sqlite3_finalize(stmt);
+    });
     return rows;
 }
 
@@ -333,28 +338,10 @@ DbRows CDbDriver::QuerySQLText(const std::string& sql) { return Query(sql, "Quer
 
 std::list<std::string> CDbDriver::QuerySQL2Text(const std::string& sql) {
     std::list<std::string> out;
-    WriteLog(DBLOGLEVEL_TRACE, "QuerySQL2: %s", sql.c_str());
-    sqlite3_stmt* stmt = nullptr;
-    const char* tail = nullptr;
-    const int prc = sqlite3_prepare_v2(m_pDb, sql.c_str(), -1, &stmt, &tail);
-    if (prc != SQLITE_OK || stmt == nullptr) {
-        WriteLog(DBLOGLEVEL_ERROR, "sqlite3_prepare_v2 error: %s",
-                 m_pDb ? sqlite3_errmsg(m_pDb) : sqlite3_errstr(prc == SQLITE_OK ? SQLITE_MISUSE : prc));
-        if (stmt) sqlite3_finalize(stmt);
-        return out;
-    }
-    if (!OnlyBlanks(tail)) {
-        sqlite3_finalize(stmt);
-        WriteLog(DBLOGLEVEL_ERROR, "sqlite3_prepare_v2 error: %s", "more than one statement");
-        return out;
-    }
-    int rc;
-    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+    ForEachRow(sql, "QuerySQL2", [&out](sqlite3_stmt* stmt) {
         const unsigned char* text = sqlite3_column_count(stmt) > 0 ? sqlite3_column_text(stmt, 0) : nullptr;
         out.push_back(text ? reinterpret_cast<const char*>(text) : "");
-    }
-    if (rc != SQLITE_DONE) WriteLog(DBLOGLEVEL_ERROR, "sqlite3_step error: %s", sqlite3_errmsg(m_pDb));
-    sqlite3_finalize(stmt);
+    });
     return out;
 }
 

@@ -2,6 +2,7 @@
 #include <sqlite3.h>
 
 #include <cstdarg>
+#include <functional>
 #include <list>
 #include <map>
 #include <string>
@@ -59,6 +60,8 @@ private:
     bool VFormatChecked(std::string& out, const char* format, va_list args);
     int Execute(const std::string& sql);
     DbRows Query(const std::string& sql, const char* traceName);
+    // Prepares one statement and hands each result row to `onRow`; errors are logged.
+    void ForEachRow(const std::string& sql, const char* traceName, const std::function<void(sqlite3_stmt*)>& onRow);
 
     int m_iLogEnabled;
     sqlite3* m_pDb;
