@@ -363,16 +363,9 @@ int CConnectManager::SyncFromFile() {
     }
     std::string text;
     if (!CFileUtil::ReadFile(path, text)) return 0;
-    Json::CharReaderBuilder builder;
     Json::Value root;
     std::string errors;
-    std::istringstream in(text);
-    bool parsed = false;
-    try {
-        parsed = Json::parseFromStream(builder, in, &root, &errors);
-    } catch (const std::exception& e) {
-        errors = e.what();  // nesting beyond the reader's limit
-    }
+    const bool parsed = CTools::ParseJson(text, root, &errors);
     if (!parsed || !root.isObject()) {
         LOG_ERROR("Connection Cache File is not valid: %s", errors.c_str());
         return 0;

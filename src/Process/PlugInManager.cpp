@@ -89,17 +89,7 @@ int CPlugInManager::ReadAllPlugInInfo(const std::string& path) {
         return 0;
     }
     Json::Value root;
-    bool parsed = false;
-    {
-        Json::CharReaderBuilder builder;
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        std::string errors;
-        try {
-            parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-        } catch (const std::exception&) {
-            parsed = false;  // nesting beyond the reader's limit
-        }
-    }
+    const bool parsed = CTools::ParseJson(text, root);
     if (!parsed) {
         LOG_ERROR("%s json parse failed", path.c_str());
         return 0;

@@ -127,17 +127,7 @@ int CReservationManager::SyncFromFile() {
         return 0;
     }
     Json::Value root;
-    bool parsed = false;
-    {
-        Json::CharReaderBuilder builder;
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        std::string errors;
-        try {
-            parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-        } catch (const std::exception&) {
-            parsed = false;  // nesting beyond the reader's limit
-        }
-    }
+    const bool parsed = CTools::ParseJson(text, root);
     if (!parsed || !root.isArray()) {
         LOG_ERROR("Reservation Cache File json parse failed");
         return 0;

@@ -274,19 +274,31 @@ std::string CTools::Hash12(const std::string& text) {
     return CCryptoUtil::GenSha256(text).substr(0, 12);
 }
 
-std::string CTools::MaskIdTokenFromJson(const std::string& text) {
+bool CTools::ParseJson(const char* text, size_t length, Json::Value& root, std::string* errors) {
+    if (text == nullptr || length == 0) return false;
     Json::CharReaderBuilder builder;
-    Json::Value root;
-    std::string errors;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string why;
+    bool parsed = false;
     try {
-        if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors)) return text;
+        parsed = reader->parse(text, text + length, &root, &why);
+    } catch (const std::exception& e) {
+        why = e.what();  // nesting beyond the reader's limit
+    }
+    if (errors != nullptr) *errors = why;
+    return parsed;
+}
+
+std::string CTools::MaskIdTokenFromJson(const std::string& text) {
+    Json::Value root;
+    if (!ParseJson(text, root)) return text;
+    try {
         MaskTokens(root);
         Json::StreamWriterBuilder writer;
         writer["indentation"] = "";
         return Json::writeString(writer, root);
     } catch (const std::exception&) {
-        return text;  // nesting beyond the reader's limit
+        return text;
     }
 }
 

@@ -4,6 +4,10 @@
 #include <cstdint>
 #include <string>
 
+namespace Json {
+class Value;
+}
+
 // Diagnostic log levels used by every module.
 enum { OCPP_LOG_DEBUG = 0, OCPP_LOG_INFO = 1, OCPP_LOG_ERROR = 2 };
 
@@ -50,6 +54,13 @@ public:
     static std::string GetUuid();
     static std::string Hash12(const std::string& text);
     static std::string MaskIdTokenFromJson(const std::string& text);
+
+    // Parses untrusted JSON text; never throws (jsoncpp throws on nesting past its
+    // limit, which must not unwind through a C library's frames). Optional error text.
+    static bool ParseJson(const char* text, size_t length, Json::Value& root, std::string* errors = nullptr);
+    static bool ParseJson(const std::string& text, Json::Value& root, std::string* errors = nullptr) {
+        return ParseJson(text.data(), text.size(), root, errors);
+    }
 
     // Formatting.
     static std::string StringFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -54,19 +54,12 @@ void LibraryLogLine(int level, const char* line) {
 
 // Reads message type and id from an OCPP-J array; false for anything else.
 bool ReadFrameHead(const char* message, size_t length, int& type, std::string& id) {
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
-    std::string errors;
-    try {
-        if (!reader->parse(message, message + length, &root, &errors)) return false;
-        // isIntegral() also admits 3000000000 and 1e10, which asInt() throws on.
-        if (!root.isArray() || root.size() < 2 || !root[0].isInt() || !root[1].isString()) return false;
-        type = root[0].asInt();
-        id = root[1].asString();
-    } catch (const std::exception&) {
-        return false;  // nesting beyond the reader's limit
-    }
+    if (!CTools::ParseJson(message, length, root)) return false;
+    // isIntegral() also admits 3000000000 and 1e10, which asInt() throws on.
+    if (!root.isArray() || root.size() < 2 || !root[0].isInt() || !root[1].isString()) return false;
+    type = root[0].asInt();
+    id = root[1].asString();
     return true;
 }
 

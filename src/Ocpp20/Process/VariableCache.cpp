@@ -261,17 +261,7 @@ int CVariableCache::SyncFromFile() {
             CFileUtil::ReadFile(m_path, text);
     }
     Json::Value root;
-    bool parsed = false;
-    if (!text.empty()) {
-        Json::CharReaderBuilder builder;
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        std::string errors;
-        try {
-            parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-        } catch (const std::exception&) {
-            parsed = false;  // nesting beyond the reader's limit
-        }
-    }
+    const bool parsed = CTools::ParseJson(text, root);
     int count = 0;
     if (!parsed || !root.isArray()) {
         LOG_ERROR("Variables File  json parse failed \n");

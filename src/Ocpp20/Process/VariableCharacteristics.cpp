@@ -151,18 +151,6 @@ std::set<std::string> SplitWords(const char* text) {
     return words;
 }
 
-bool ParseJson(const std::string& text, Json::Value& root) {
-    if (text.empty()) return false;
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string errors;
-    try {
-        return reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-    } catch (const std::exception&) {
-        return false;
-    }
-}
-
 }  // namespace
 
 bool VariableCharacteristics::IsSame(const VariableCharacteristics& o) const {
@@ -367,7 +355,7 @@ int CVariableCharacteristics::SyncFromFile() {
             CFileUtil::ReadFile(m_path, text);
     }
     Json::Value root;
-    if (!ParseJson(text, root) || !root.isArray()) {
+    if (!CTools::ParseJson(text, root) || !root.isArray()) {
         LOG_ERROR("Variable Characteristics File json parse failed");
         LoadDefault();
         return 1;

@@ -89,16 +89,7 @@ int CVariableCustom::SetCustomVariable(const VariableDataItem20& variable) {
 bool CVariableCustom::ParseTokenList(const std::string& text, std::vector<CustomTokenItem>& items) {
     items.clear();
     Json::Value root;
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string errors;
-    bool parsed = false;
-    try {
-        parsed = reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-    } catch (const std::exception&) {
-        parsed = false;
-    }
-    if (!parsed || !root.isArray()) return false;
+    if (!CTools::ParseJson(text, root) || !root.isArray()) return false;
     for (const Json::Value& element : root) {
         if (!element.isObject()) continue;
         CustomTokenItem item{};
