@@ -78,8 +78,8 @@ TEST(WebSocketPing, IntervalHasAThirtySecondFloorAndZeroDisables) {
 
 TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthWhenCredentialsSet) {
     RawWsServer raw;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     client.SetConnType(CONNTYPE_WS);  // the header depends on the credentials, not the type
     client.SetNamePwd("CP001", "secret");
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
@@ -95,8 +95,8 @@ TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthWhenCredential
 TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAloneSendsIt) {
     {
         RawWsServer raw;
+        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
         CWebSocketClient client;
-        RecordingClientEvents link;
         ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
         std::string request = raw.WaitRequest();
         ASSERT_FALSE(request.empty());
@@ -104,8 +104,8 @@ TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAlone
     }
     {
         RawWsServer raw;
+        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
         CWebSocketClient client;
-        RecordingClientEvents link;
         client.SetNamePwd("", "pw");
         ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
         std::string request = raw.WaitRequest();
@@ -116,8 +116,8 @@ TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAlone
 TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
     RecordingCsms csms;
     ASSERT_TRUE(csms.Started());
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     const int64_t before = CTools::GetCurRunTimeSec();
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     EXPECT_EQ(link.connected, 1);
@@ -147,8 +147,8 @@ TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
 
 TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime) {
     RawWsServer raw;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
     raw.CloseConnection();
@@ -179,8 +179,8 @@ public:
 
 TEST(WebSocketLink, RequestFromInsideALinkCallbackIsRefusedInsteadOfStallingTheLink) {
     RecordingCsms csms;
+    RequestingLink link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RequestingLink link;
     link.client = &client;
     client.SetNamePwd("CP001", "secret");
     ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 30), 1);
@@ -198,8 +198,8 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
         RawWsServer closed;  // take a free port, then free it again
         port = closed.Port();
     }
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_EQ(client.Init(Url(port).c_str(), &link, 5), 1);
     EXPECT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
     EXPECT_EQ(link.connected, 0);
@@ -209,8 +209,8 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
 
 TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     RawWsServer raw;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
 
@@ -244,8 +244,8 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
             csms.Send("[3,\"req-7\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]");
         }
     };
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     const std::string request = "[2,\"req-7\",\"Heartbeat\",{}]";
     char answer[65535] = {0};
@@ -262,8 +262,8 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
 
 TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
     RecordingCsms csms;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     // A deadline built from this wraps round unless the time-out is bounded.
     ASSERT_TRUE(ConnectToCsms(client, link, csms, std::numeric_limits<int64_t>::max() - 10));
     std::future<int> sender = std::async(std::launch::async, [&client] {
@@ -285,8 +285,8 @@ TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
     csms.onMessage = [&](const std::string& text) {
         if (text.find("\"req-big\"") != std::string::npos) csms.Send("[3,\"req-big\",{\"x\":\"0123456789\"}]");
     };
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
     char answer[16];
@@ -300,8 +300,8 @@ TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
 TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
     ClockGuard clock;
     RecordingCsms csms;  // never answers
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 5));
     CTools::FreezeClock(true);
     const std::string request = "[2,\"req-lost\",\"Heartbeat\",{}]";
@@ -327,8 +327,8 @@ TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
 
 TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
     RecordingCsms csms;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 30));
     const std::string request = "[2,\"dup\",\"Heartbeat\",{}]";
     auto first = std::async(std::launch::async, [&] {
@@ -346,8 +346,8 @@ TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
 
 TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
     RecordingCsms csms;  // never answers
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 60));
     const std::string request = "[2,\"blocked\",\"Heartbeat\",{}]";
     auto pending = std::async(std::launch::async, [&] {
@@ -366,8 +366,8 @@ TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
 
 TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
     RawWsServer raw;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 60), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
     const std::string request = "[2,\"in-flight\",\"Heartbeat\",{}]";
@@ -388,8 +388,8 @@ TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
 TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
     ClockGuard clock;
     RecordingCsms csms;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 2));
     CTools::FreezeClock(true);
     ASSERT_TRUE(csms.Send("[2,\"csms-slow\",\"GetVariables\",{}]"));
@@ -414,8 +414,8 @@ TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerI
 TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     ClockGuard clock;
     RawWsServer raw;  // never answers pings
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     LogCapture log;
     client.SetPingInterval(30);
     // Frozen before connecting: the link's last activity and the checks below
@@ -449,8 +449,8 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
 TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
     ClockGuard clock;
     RecordingCsms csms;  // the library's server answers pings
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     client.SetPingInterval(30);
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     CTools::FreezeClock(true);
@@ -480,8 +480,8 @@ TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
 TEST(WebSocketReceive, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
     RecordingCsms csms;
     ASSERT_TRUE(csms.Started());
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
 
     // Numbers that look integral but do not fit an int, and nesting past the reader's limit.

@@ -62,16 +62,16 @@ TEST(LocalServer, SessionsWithoutBasicAuthenticationAreRefusedAndThePasswordIsNo
     RecordingCsms csms;
     LogCapture log;
     {
+        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
         CWebSocketClient client;
-        RecordingClientEvents link;
         ASSERT_EQ(client.Init(Url("ocpp2.0.1", csms.Port()).c_str(), &link, 5), 1);
         ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
         EXPECT_EQ(link.connected, 0);
         EXPECT_TRUE(log.Contains("missing basic"));
         EXPECT_EQ(csms.sessionsOpened, 0);
     }
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     client.SetNamePwd("CP001", "s3cr3t");
     ASSERT_EQ(client.Init(Url("ocpp2.0.1", csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return link.connected == 1; }, 5000));
@@ -84,8 +84,8 @@ TEST(LocalServer, HostStartsServerAnswersFromItsCallbackAndCanDropASession) {
     AnsweringHost host;
     CWebSocketServer* server = OcppProtocol_StartWebSocketServer(0, &host);
     ASSERT_NE(server, nullptr);
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     client.SetNamePwd("host", "pw");
     // The scheme names the subprotocol: "ws" is the local server's.
     ASSERT_EQ(client.Init(Url("ws", server->GetPort()).c_str(), &link, 5), 1);

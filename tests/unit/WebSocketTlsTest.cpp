@@ -32,8 +32,8 @@ TEST(WebSocketTls, SecureLinkToACsmsSignedByTheProfileCaCarriesFrames) {
     RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, pki.caCert);
     ASSERT_TRUE(csms.Started());
     LogCapture log;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ConfigureProfile2(client, pki.caCert);
     ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
@@ -59,8 +59,8 @@ TEST(WebSocketTls, CsmsCertificateFromAnUnknownCaIsRefused) {
     ASSERT_FALSE(other.caCert.empty());
     RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, pki.caCert);
     LogCapture log;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ConfigureProfile2(client, other.caCert);
     ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
@@ -79,8 +79,8 @@ TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
         // Without the setting the same certificate is fine (its address entry matches),
         // so a refusal below is the Common Name rule and nothing else.
         CWebSocketClient::SetWildcardRefusedDomain("");
+        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
         CWebSocketClient client;
-        RecordingClientEvents link;
         ConfigureProfile2(client, pki.caCert);
         ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
         ASSERT_TRUE(WaitFor([&] { return link.connected == 1; }, 5000));
@@ -88,8 +88,8 @@ TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
     }
     CWebSocketClient::SetWildcardRefusedDomain("certlab");
     LogCapture log;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     ConfigureProfile2(client, pki.caCert);
     ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
@@ -113,8 +113,8 @@ TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
     ASSERT_FALSE(pki.clientCert.empty());
     {
         ClientCertServer server(pki);
+        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
         CWebSocketClient client;
-        RecordingClientEvents link;
         client.SetConnType(CONNTYPE_TLS_CLIENT_CERT);
         client.SetSsl(pki.clientCert.c_str(), pki.clientKey.c_str(), pki.caCert.c_str());
         ASSERT_EQ(client.Init(Url(server.Port()).c_str(), &link, 5), 1);
@@ -124,8 +124,8 @@ TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
     {
         // Without the station certificate the same server refuses the handshake.
         ClientCertServer server(pki);
+        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
         CWebSocketClient client;
-        RecordingClientEvents link;
         client.SetConnType(CONNTYPE_TLS_CLIENT_CERT);
         client.SetSsl(nullptr, nullptr, pki.caCert.c_str());
         ASSERT_EQ(client.Init(Url(server.Port()).c_str(), &link, 5), 1);
@@ -137,8 +137,8 @@ TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
 
 TEST(WebSocketTls, PlainProfilesDoNotStartTls) {
     RawWsServer raw;
+    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
     CWebSocketClient client;
-    RecordingClientEvents link;
     client.SetConnType(CONNTYPE_BASIC);
     client.SetNamePwd("CP001", "secret");
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
