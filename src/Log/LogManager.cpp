@@ -30,17 +30,6 @@ CLogManager* CLogManager::s_instance = nullptr;
 namespace {
 pthread_mutex_t g_instanceMutex = PTHREAD_MUTEX_INITIALIZER;
 
-// Host text is stored intact: a quote is doubled so it stays inside its SQL literal.
-std::string DoubleQuotes(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        out += c;
-        if (c == '\'') out += '\'';
-    }
-    return out;
-}
-
 bool ThreadStarted(pthread_t handle) { return handle != pthread_t{}; }
 
 // Host-given seconds; out-of-range values are clamped rather than overflowing.
@@ -232,12 +221,11 @@ int CLogManager::StoreOnePending() {
         m_pending.pop_front();
         m_bStoring = true;
     }
-    const std::string content = DoubleQuotes(record.text);
     {
         OCPP_SECTION(&m_dbMutex);
         m_db.ExecuteSQL("insert into log(logtime,logtype,loglevel,logcontent)values('%lld','%d','%d', '%s')",
                         static_cast<long long>(CTools::CurTimeMilSec()), record.type, record.level,
-                        content.c_str());
+                        record.text.c_str());
     }
     {
         OCPP_SECTION(&m_pendingMutex);
@@ -343,7 +331,7 @@ int CLogManager::RunExport(const LogExportJob& job) {
         cond += part;
     }
     if (!job.text.empty()) {
-        if (!m_db.FormatSQL(part, "and logcontent like '%%%%%s%%%%' ", DoubleQuotes(job.text).c_str()))
+        if (!m_db.FormatSQL(part, "and logcontent like '%%%%%s%%%%' ", job.text.c_str()))
             return fail();
         cond += part;
     }

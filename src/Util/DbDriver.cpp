@@ -21,19 +21,6 @@ bool IsIdentifier(const std::string& v) {
 
 bool IsNumber(const std::string& v) { return CTools::IsDecimal(v); }
 
-// Inside a quoted literal a value is harmless as long as it cannot end the
-// literal: every quote in it must be doubled, and it must hold no NUL.
-bool StaysInsideQuotes(const std::string& v) {
-    for (size_t i = 0; i < v.size(); ++i) {
-        if (v[i] == '\0') return false;
-        if (v[i] == '\'') {
-            if (i + 1 >= v.size() || v[i + 1] != '\'') return false;
-            ++i;
-        }
-    }
-    return true;
-}
-
 // A value must never smuggle in a second statement: only blanks may follow the first.
 bool OnlyBlanks(const char* tail) {
     if (tail == nullptr) return true;
@@ -42,15 +29,13 @@ bool OnlyBlanks(const char* tail) {
     return true;
 }
 
+// One conversion through SQLite's own printf.
 template <typename T>
-std::string FormatOne(const std::string& spec, T value) {
-    char small[64];
-    const int n = snprintf(small, sizeof small, spec.c_str(), value);
-    if (n < 0) return std::string();
-    if (static_cast<size_t>(n) < sizeof small) return std::string(small, static_cast<size_t>(n));
-    std::vector<char> big(static_cast<size_t>(n) + 1);
-    snprintf(big.data(), big.size(), spec.c_str(), value);
-    return std::string(big.data(), static_cast<size_t>(n));
+std::string Mprintf(const std::string& spec, T value) {
+    char* text = sqlite3_mprintf(spec.c_str(), value);
+    std::string out(text != nullptr ? text : "");
+    sqlite3_free(text);
+    return out;
 }
 
 }  // namespace
@@ -112,109 +97,73 @@ bool CDbDriver::VFormatChecked(std::string& out, const char* format, va_list arg
             p += 2;
             continue;
         }
-        // One conversion: %[flags][width][.precision][length]conversion.
+        // One conversion: %[flags][width][.precision][l|ll]conversion.
         std::string spec = "%";
         ++p;
         while (*p && strchr("-+ #0", *p)) spec += *p++;
-        if (*p == '*') {
-            spec += std::to_string(va_arg(args, int));
-            ++p;
-        } else {
-            while (isdigit(static_cast<unsigned char>(*p))) spec += *p++;
-        }
+        while (isdigit(static_cast<unsigned char>(*p))) spec += *p++;
         if (*p == '.') {
             spec += *p++;
-            if (*p == '*') {
-                spec += std::to_string(va_arg(args, int));
-                ++p;
-            } else {
-                while (isdigit(static_cast<unsigned char>(*p))) spec += *p++;
-            }
+            while (isdigit(static_cast<unsigned char>(*p))) spec += *p++;
         }
-        std::string length;
-        while (*p && strchr("hlLqjzt", *p)) length += *p++;
-        const char conv = *p;
-        if (conv == '\0') {
-            WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => incomplete conversion in: %s", SQLITE_ERROR, format);
-            return false;
+        int longs = 0;
+        while (*p == 'l' && longs < 2) {
+            spec += *p++;
+            ++longs;
         }
-        ++p;
+        const char conv = *p != '\0' ? *p++ : '\0';
         ++argNo;
-        spec += length;
-        spec += conv;
         std::string value;
         bool textual = false;
+        bool known = true;
         switch (conv) {
             case 'd':
             case 'i':
-                if (length == "ll" || length == "q" || length == "L")
-                    value = FormatOne(spec, va_arg(args, long long));
-                else if (length == "l")
-                    value = FormatOne(spec, va_arg(args, long));
-                else if (length == "j")
-                    value = FormatOne(spec, va_arg(args, intmax_t));
-                else if (length == "z")
-                    value = FormatOne(spec, va_arg(args, ssize_t));
-                else if (length == "t")
-                    value = FormatOne(spec, va_arg(args, ptrdiff_t));
-                else
-                    value = FormatOne(spec, va_arg(args, int));
+                spec += conv;
+                value = longs == 2 ? Mprintf(spec, va_arg(args, long long))
+                                   : longs == 1 ? Mprintf(spec, va_arg(args, long)) : Mprintf(spec, va_arg(args, int));
                 break;
             case 'u':
-            case 'o':
             case 'x':
             case 'X':
-                if (length == "ll" || length == "q" || length == "L")
-                    value = FormatOne(spec, va_arg(args, unsigned long long));
-                else if (length == "l")
-                    value = FormatOne(spec, va_arg(args, unsigned long));
-                else if (length == "j")
-                    value = FormatOne(spec, va_arg(args, uintmax_t));
-                else if (length == "z")
-                    value = FormatOne(spec, va_arg(args, size_t));
-                else if (length == "t")
-                    value = FormatOne(spec, va_arg(args, ptrdiff_t));
-                else
-                    value = FormatOne(spec, va_arg(args, unsigned int));
+            case 'o':
+                spec += conv;
+                value = longs == 2   ? Mprintf(spec, va_arg(args, unsigned long long))
+                        : longs == 1 ? Mprintf(spec, va_arg(args, unsigned long))
+                                     : Mprintf(spec, va_arg(args, unsigned int));
                 break;
             case 'f':
-            case 'F':
             case 'e':
             case 'E':
             case 'g':
             case 'G':
-            case 'a':
-            case 'A':
-                if (length == "L")
-                    value = FormatOne(spec, va_arg(args, long double));
-                else
-                    value = FormatOne(spec, va_arg(args, double));
-                textual = true;  // inf / nan are words, not numbers
-                break;
-            case 'c':
-                if (!length.empty()) {
-                    WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => unsupported conversion in: %s", SQLITE_ERROR, format);
-                    return false;
-                }
-                value = FormatOne(spec, va_arg(args, int));
-                textual = true;
+                spec.resize(spec.size() - static_cast<size_t>(longs));  // %lf is a double too
+                spec += conv;
+                value = Mprintf(spec, va_arg(args, double));
+                textual = true;  // Inf and NaN are words, not numbers
                 break;
             case 's': {
-                if (!length.empty()) {
-                    WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => unsupported conversion in: %s", SQLITE_ERROR, format);
-                    return false;
+                if (longs != 0) {
+                    known = false;
+                    break;
                 }
-                const char* s = va_arg(args, const char*);
-                value = FormatOne(spec, s ? s : "(null)");
-                textual = true;
+                const char* text = va_arg(args, const char*);
+                // Inside a literal %q doubles the value's quotes, so it cannot end the literal.
+                spec += quoted ? 'q' : 's';
+                value = Mprintf(spec, text != nullptr ? text : "(null)");
+                textual = !quoted;
                 break;
             }
-            default:  // %n, %p and anything unknown never belong in a statement
-                WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => unsupported conversion in: %s", SQLITE_ERROR, format);
-                return false;
+            default:
+                known = false;
+                break;
         }
-        const bool safe = quoted ? StaysInsideQuotes(value) : (!textual || IsNumber(value) || IsIdentifier(value));
-        if (!safe) {
+        if (!known) {
+            // %n, %p, %c and unknown conversions never belong in a statement.
+            WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => unsupported conversion in: %s", SQLITE_ERROR, format);
+            return false;
+        }
+        if (!quoted && textual && !IsNumber(value) && !IsIdentifier(value)) {
             // The value itself may be an idToken: name only its position.
             WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => value %d would change the statement: %s", SQLITE_ERROR,
                      argNo, format);
@@ -225,21 +174,59 @@ bool CDbDriver::VFormatChecked(std::string& out, const char* format, va_list arg
     return true;
 }
 
-int CDbDriver::Execute(const std::string& sql) {
-    WriteLog(DBLOGLEVEL_TRACE, "ExecuteSQL: %s", sql.c_str());
+sqlite3_stmt* CDbDriver::Prepare(const std::string& sql, const DbParams& params, int& rc, std::string& why) {
     sqlite3_stmt* stmt = nullptr;
     const char* tail = nullptr;
-    int rc = sqlite3_prepare_v2(m_pDb, sql.c_str(), -1, &stmt, &tail);
+    rc = sqlite3_prepare_v2(m_pDb, sql.c_str(), -1, &stmt, &tail);
     if (rc != SQLITE_OK) {
-        WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => %s", rc, m_pDb ? sqlite3_errmsg(m_pDb) : sqlite3_errstr(rc));
-        return 0;
+        why = m_pDb ? sqlite3_errmsg(m_pDb) : sqlite3_errstr(rc);
+        return nullptr;
     }
+    rc = SQLITE_ERROR;
     if (!OnlyBlanks(tail)) {
-        sqlite3_finalize(stmt);
-        WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => more than one statement", SQLITE_ERROR);
+        why = "more than one statement";
+    } else if (stmt == nullptr) {
+        if (params.empty()) rc = SQLITE_OK;  // only blanks: nothing to run
+        why = "no statement for the values";
+    } else if (static_cast<size_t>(sqlite3_bind_parameter_count(stmt)) != params.size()) {
+        why = "placeholders and values differ in number";
+    } else {
+        for (size_t i = 0; i < params.size(); ++i) {
+            const DbParam& v = params[i];
+            const int at = static_cast<int>(i) + 1;
+            if (v.kind == DbParam::Int) {
+                rc = sqlite3_bind_int64(stmt, at, static_cast<sqlite3_int64>(v.i));
+            } else if (v.kind == DbParam::Real) {
+                rc = sqlite3_bind_double(stmt, at, v.d);
+            } else if (v.kind == DbParam::Text) {
+                rc = sqlite3_bind_text(stmt, at, v.text.data(), static_cast<int>(v.text.size()), SQLITE_STATIC);
+            } else {
+                rc = sqlite3_bind_null(stmt, at);
+            }
+            if (rc != SQLITE_OK) {
+                why = sqlite3_errmsg(m_pDb);
+                break;
+            }
+        }
+        if (rc == SQLITE_OK || params.empty()) {
+            rc = SQLITE_OK;
+            return stmt;
+        }
+    }
+    sqlite3_finalize(stmt);
+    return nullptr;
+}
+
+int CDbDriver::Execute(const std::string& sql, const DbParams& params) {
+    WriteLog(DBLOGLEVEL_TRACE, "ExecuteSQL: %s", sql.c_str());
+    int rc = SQLITE_OK;
+    std::string why;
+    sqlite3_stmt* stmt = Prepare(sql, params, rc, why);
+    if (stmt == nullptr) {
+        if (rc == SQLITE_OK) return 1;
+        WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => %s", rc, why.c_str());
         return 0;
     }
-    if (stmt == nullptr) return 1;  // only blanks: nothing to run
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
         const int n = sqlite3_column_count(stmt);
         for (int i = 0; i < n; ++i) {
@@ -248,41 +235,33 @@ int CDbDriver::Execute(const std::string& sql) {
             WriteLog(DBLOGLEVEL_TRACE, "%s = %s", name ? name : "", text ? reinterpret_cast<const char*>(text) : "NULL");
         }
     }
+    sqlite3_finalize(stmt);
     if (rc != SQLITE_DONE) {
         WriteLog(DBLOGLEVEL_ERROR, "SQL error: %d => %s", rc, sqlite3_errmsg(m_pDb));
-        sqlite3_finalize(stmt);
         return 0;
     }
-    sqlite3_finalize(stmt);
     return 1;
 }
 
-void CDbDriver::ForEachRow(const std::string& sql, const char* traceName,
+void CDbDriver::ForEachRow(const std::string& sql, const char* traceName, const DbParams& params,
                            const std::function<void(sqlite3_stmt*)>& onRow) {
     WriteLog(DBLOGLEVEL_TRACE, "%s: %s", traceName, sql.c_str());
-    sqlite3_stmt* stmt = nullptr;
-    const char* tail = nullptr;
-    const int prc = sqlite3_prepare_v2(m_pDb, sql.c_str(), -1, &stmt, &tail);
-    if (prc != SQLITE_OK || stmt == nullptr) {
+    int rc = SQLITE_OK;
+    std::string why;
+    sqlite3_stmt* stmt = Prepare(sql, params, rc, why);
+    if (stmt == nullptr) {
         WriteLog(DBLOGLEVEL_ERROR, "sqlite3_prepare_v2 error: %s",
-                 m_pDb ? sqlite3_errmsg(m_pDb) : sqlite3_errstr(prc == SQLITE_OK ? SQLITE_MISUSE : prc));
-        if (stmt) sqlite3_finalize(stmt);
+                 rc == SQLITE_OK ? sqlite3_errstr(SQLITE_MISUSE) : why.c_str());
         return;
     }
-    if (!OnlyBlanks(tail)) {
-        sqlite3_finalize(stmt);
-        WriteLog(DBLOGLEVEL_ERROR, "sqlite3_prepare_v2 error: %s", "more than one statement");
-        return;
-    }
-    int rc;
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) onRow(stmt);
     if (rc != SQLITE_DONE) WriteLog(DBLOGLEVEL_ERROR, "sqlite3_step error: %s", sqlite3_errmsg(m_pDb));
     sqlite3_finalize(stmt);
 }
 
-DbRows CDbDriver::Query(const std::string& sql, const char* traceName) {
+DbRows CDbDriver::Query(const std::string& sql, const char* traceName, const DbParams& params) {
     DbRows rows;
-    ForEachRow(sql, traceName, [&rows](sqlite3_stmt* stmt) {
+    ForEachRow(sql, traceName, params, [&rows](sqlite3_stmt* stmt) {
         DbRow row;
         const int n = sqlite3_column_count(stmt);
         for (int i = 0; i < n; ++i) {
@@ -294,6 +273,27 @@ DbRows CDbDriver::Query(const std::string& sql, const char* traceName) {
     });
     return rows;
 }
+
+std::list<std::string> CDbDriver::QueryFirstColumn(const std::string& sql, const DbParams& params) {
+    std::list<std::string> out;
+    ForEachRow(sql, "QuerySQL2", params, [&out](sqlite3_stmt* stmt) {
+        const unsigned char* text = sqlite3_column_count(stmt) > 0 ? sqlite3_column_text(stmt, 0) : nullptr;
+        out.push_back(text ? reinterpret_cast<const char*>(text) : "");
+    });
+    return out;
+}
+
+int CDbDriver::ExecuteSQLBind(const std::string& sql, const DbParams& params) { return Execute(sql, params); }
+
+DbRows CDbDriver::QuerySQLBind(const std::string& sql, const DbParams& params) {
+    return Query(sql, "QuerySQL", params);
+}
+
+std::list<std::string> CDbDriver::QuerySQL2Bind(const std::string& sql, const DbParams& params) {
+    return QueryFirstColumn(sql, params);
+}
+
+int CDbDriver::Changes() const { return m_pDb != nullptr ? sqlite3_changes(m_pDb) : 0; }
 
 int CDbDriver::ExecuteSQL(const char* format, ...) {
     std::string sql;
@@ -336,14 +336,7 @@ int CDbDriver::ExecuteSQLText(const std::string& sql) { return Execute(sql); }
 
 DbRows CDbDriver::QuerySQLText(const std::string& sql) { return Query(sql, "QuerySQL"); }
 
-std::list<std::string> CDbDriver::QuerySQL2Text(const std::string& sql) {
-    std::list<std::string> out;
-    ForEachRow(sql, "QuerySQL2", [&out](sqlite3_stmt* stmt) {
-        const unsigned char* text = sqlite3_column_count(stmt) > 0 ? sqlite3_column_text(stmt, 0) : nullptr;
-        out.push_back(text ? reinterpret_cast<const char*>(text) : "");
-    });
-    return out;
-}
+std::list<std::string> CDbDriver::QuerySQL2Text(const std::string& sql) { return QueryFirstColumn(sql, DbParams()); }
 
 std::string CDbDriver::StringFormat(const char* format, ...) {
     if (format == nullptr) return std::string();

@@ -104,22 +104,41 @@ TEST(DbDriver, FailedOpenLogsFixedTextAndLaterStatementsFail) {
     EXPECT_TRUE(db.QuerySQL("select 1").empty());
 }
 
-TEST(DbDriver, TokenWithQuotesCannotReadOrDeleteOtherRows) {
+TEST(DbDriver, TokenWithQuotesIsStoredIntactAndCannotReadOrChangeOtherRows) {
     TokenDb t;
-    LogCapture log;
     const char* evil = "x' OR '1'='1";
     EXPECT_TRUE(t.db.QuerySQL("select * from auth where idtoken='%s'", evil).empty());
-    EXPECT_TRUE(t.db.QuerySQL2("select idtoken from auth where idtoken='%s'", evil).empty());
-    EXPECT_EQ(t.db.ExecuteSQL("delete from auth where idtoken='%s'", evil), 0);
-    EXPECT_EQ(t.db.ExecuteSQL("update auth set status='%d' where idtoken='%s'", 9, evil), 0);
+    EXPECT_TRUE(t.db.QuerySQLBind("select * from auth where idtoken=?", {evil}).empty());
+    EXPECT_EQ(t.db.ExecuteSQL("delete from auth where idtoken='%s'", evil), 1);
+    EXPECT_EQ(t.db.ExecuteSQL("update auth set status='%d' where idtoken='%s'", 9, evil), 1);
+    EXPECT_EQ(t.db.ExecuteSQL("delete from auth where idtoken='%s'", "x'; drop table auth; --"), 1);
     EXPECT_EQ(t.Count(), 3u);
     EXPECT_EQ(t.db.QuerySQL2("select idtoken from auth where status=9").size(), 0u);
-    EXPECT_GE(log.Count("SQL error: "), 4u);
-    EXPECT_FALSE(log.Contains("OR '1'")) << "the refused value itself may be a token and is never logged";
-
-    // A second statement can neither ride in a value nor in the text itself.
-    EXPECT_EQ(t.db.ExecuteSQL("delete from auth where idtoken='%s'", "x'; drop table auth; --"), 0);
+    // A second statement cannot ride in the text itself either.
     EXPECT_EQ(t.db.ExecuteSQLText("delete from auth where idtoken='none'; drop table auth"), 0);
+    EXPECT_EQ(t.Count(), 3u);
+
+    // A legal token with apostrophes is stored, found and removed by either kind of statement.
+    EXPECT_EQ(t.db.ExecuteSQL("insert into auth(idtoken,note)values('%s','%s')", "D'Arcy", "50% off"), 1);
+    EXPECT_EQ(t.db.ExecuteSQLBind("insert into auth(idtoken,status)values(?,?)", {"O''Neil'", 2}), 1);
+    const DbRows rows = t.db.QuerySQLBind("select note from auth where idtoken=?", {"D'Arcy"});
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows.front().at("note"), "50% off") << "a value's own percent signs are not formats";
+    EXPECT_EQ(t.db.QuerySQL2("select status from auth where idtoken='%s'", "O''Neil'").front(), "2");
+    EXPECT_EQ(t.db.QuerySQL("select * from auth where idtoken like '%%%s%%'", "Arc").size(), 1u);
+    EXPECT_EQ(t.db.ExecuteSQLBind("delete from auth where idtoken=?", {"D'Arcy"}), 1);
+    EXPECT_EQ(t.db.Changes(), 1);
+    EXPECT_EQ(t.Count(), 4u);
+}
+
+TEST(DbDriver, BoundStatementsTraceTheirTextButNeverTheValues) {
+    TokenDb t;
+    LogCapture log;
+    EXPECT_EQ(t.db.ExecuteSQLBind("update auth set note=? where idtoken=?", {DbParam(), "SECRET1"}), 1);
+    EXPECT_TRUE(log.Contains("ExecuteSQL: update auth set note=? where idtoken=?", 0));
+    EXPECT_FALSE(log.Contains("SECRET1"));
+    EXPECT_EQ(t.db.ExecuteSQLBind("delete from auth where idtoken=?", {}), 0) << "a missing value fails";
+    EXPECT_EQ(t.db.ExecuteSQLBind("delete from auth where status=?", {1, 2}), 0) << "an extra value fails";
     EXPECT_EQ(t.Count(), 3u);
 }
 
@@ -132,13 +151,5 @@ TEST(DbDriver, UnquotedValuesMustBeNumbersOrNames) {
     EXPECT_EQ(t.db.ExecuteSQL("delete from auth where status=%s", "1 or 1=1"), 0);
     EXPECT_EQ(t.Count(), 3u);
     EXPECT_TRUE(log.Contains("SQL error: ", 2));
-}
-
-TEST(DbDriver, DoubledQuotesStoreTextIntact) {
-    TokenDb t;
-    EXPECT_EQ(t.db.ExecuteSQL("insert into auth(idtoken,note)values('%s','%s')", "D''Arcy", "50%% off"), 1);
-    const DbRows rows = t.db.QuerySQL("select note from auth where idtoken='%s'", "D''Arcy");
-    ASSERT_EQ(rows.size(), 1u);
-    EXPECT_EQ(rows.front().at("note"), "50%% off") << "a value's own percent signs are not formats";
-    EXPECT_EQ(t.db.QuerySQL("select * from auth where idtoken like '%%%s%%'", "Arc").size(), 1u);
+    EXPECT_FALSE(log.Contains("1 or 1=1")) << "the refused value itself may be a token and is never logged";
 }

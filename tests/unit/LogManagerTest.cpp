@@ -181,7 +181,7 @@ TEST_F(LogManagerTest, ExportSelectsTheWindowTypeAndTextAndReportsProgress) {
     const int64_t base = CTools::CurTimeMilSec() - 3600 * 1000;
     Insert(base, LOGTYPE_FAULT, 2, "overcurrent on gun 1");
     Insert(base + 1000, LOGTYPE_CHARGING, 1, "session started");
-    Insert(base + 2000, LOGTYPE_FAULT, 2, "it''s hot");
+    Insert(base + 2000, LOGTYPE_FAULT, 2, "it's hot");
     Insert(base + 3000, LOGTYPE_NETWORK, 1, "link lost");
     ExportSeen seen;
     g_seen = &seen;
