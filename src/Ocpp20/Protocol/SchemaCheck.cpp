@@ -55,11 +55,6 @@ bool FailMember(std::string* why, const char* name, size_t len, const char* rule
     return false;
 }
 
-bool Within(std::string* why, const std::string& segment) {
-    if (why != nullptr) why->insert(0, segment);
-    return false;
-}
-
 bool CheckValue(const Rule& rule, const rapidjson::Value& v, std::string* why);
 
 bool CheckObject(const Shape& shape, const rapidjson::Value& v, std::string* why) {
@@ -77,7 +72,10 @@ bool CheckObject(const Shape& shape, const rapidjson::Value& v, std::string* why
             continue;
         }
         seen |= uint64_t(1) << i;
-        if (!CheckValue(shape.members[i].rule, it->value, why)) return Within(why, why ? NameText(name, len) : "");
+        if (!CheckValue(shape.members[i].rule, it->value, why)) {
+            if (why != nullptr) why->insert(0, NameText(name, len));
+            return false;
+        }
     }
     for (uint16_t i = 0; i < shape.count; ++i) {
         const Member& m = shape.members[i];
@@ -135,11 +133,13 @@ bool CheckValue(const Rule& rule, const rapidjson::Value& v, std::string* why) {
     case kArray: {
         if (!v.IsArray()) return Fail(why, "not an array");
         const uint32_t n = v.Size();
-        if (n < rule.minSize) return FailCount(why, "fewer than ", rule.minSize, " items");
-        if (rule.maxSize != 0 && n > rule.maxSize) return FailCount(why, "more than ", rule.maxSize, " items");
+        if (n < rule.minSize) return FailCount(why, "needs at least ", rule.minSize, " item(s)");
+        if (rule.maxSize != 0 && n > rule.maxSize) return FailCount(why, "more than ", rule.maxSize, " item(s)");
         for (uint32_t i = 0; i < n; ++i) {
-            if (!CheckValue(*rule.items, v[i], why))
-                return Within(why, why ? "[" + std::to_string(i) + "]" : std::string());
+            if (!CheckValue(*rule.items, v[i], why)) {
+                if (why != nullptr) why->insert(0, "[" + std::to_string(i) + "]");
+                return false;
+            }
         }
         return true;
     }
@@ -213,7 +213,7 @@ bool IsDateTime(const char* text, uint32_t bytes) {
     if (!((hour <= 23 && minute <= 59 && second <= 59) || (hour == 23 && minute == 59 && second == 60)))
         return false;
     p += 8;
-    int unused;
+    int zone;
     if (p < end && *p == '.') {
         const char* digits = ++p;
         while (p < end && *p >= '0' && *p <= '9') ++p;
@@ -223,11 +223,11 @@ bool IsDateTime(const char* text, uint32_t bytes) {
     if (*p == 'Z' || *p == 'z') return p + 1 == end;
     if (*p != '+' && *p != '-') return false;
     ++p;
-    if (end - p < 2 || !Digits(p, 2, unused)) return false;
+    if (end - p < 2 || !Digits(p, 2, zone)) return false;
     p += 2;
     if (p < end && *p == ':') ++p;
     if (p == end) return p[-1] != ':';
-    return end - p == 2 && Digits(p, 2, unused);
+    return end - p == 2 && Digits(p, 2, zone);
 }
 
 bool CheckPayload(const Shape& shape, const rapidjson::Value& payload, std::string* why) {
