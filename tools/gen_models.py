@@ -676,7 +676,7 @@ def generate(schema_path, out_dir, parts):
     for k, text in enumerate(emit_parts(model, parts)):
         write_if_changed(os.path.join(out_dir, "ModelsPart%d.cpp" % k), text)
     write_if_changed(os.path.join(out_dir, "ModelTable.inc"), emit_table(model))
-    checks, _ = gen_schema_checks.emit_checks(schemas, model.definitions)
+    checks = gen_schema_checks.emit_checks(schemas, model.definitions)
     write_if_changed(os.path.join(out_dir, "ModelSchemas.cpp"), checks)
     return model
 

@@ -295,4 +295,4 @@ def emit_checks(schemas, definitions):
     out.append("}")
     out.append("")
     out.append("}  // namespace models")
-    return "\n".join(out) + "\n", tables
+    return "\n".join(out) + "\n"

@@ -237,7 +237,7 @@ class SchemaChecks(unittest.TestCase):
                               "additionalProperties": False}}
         schemas = [message("urn:b.req", {"o": {"$ref": "#/definitions/OuterType"}}, definitions=defs),
                    message("urn:Z.req", {}), message("urn:Z.conf", {}), message("urn:a.conf", {})]
-        text, _ = c.emit_checks(schemas, g.collect_definitions(schemas))
+        text = c.emit_checks(schemas, g.collect_definitions(schemas))
         self.assertLess(text.index("const schema::Shape kDefInnerType = {kDefInnerTypeMembers, 1, true};"),
                         text.index("kDefOuterTypeMembers[]"))
         rows = [line.strip() for line in text.splitlines() if line.startswith('    {"') and "Validate" in line]
