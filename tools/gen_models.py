@@ -4,7 +4,8 @@ published JSON schemas.
 
     gen_models.py SCHEMA_JSON OUT_DIR [--parts N]
 
-Writes Models.h, ModelsEnums.cpp, ModelsPart<i>.cpp and ModelTable.inc (a
+Writes Models.h, ModelsEnums.cpp, ModelsPart<i>.cpp, ModelSchemas.cpp (the
+payload validation, see gen_schema_checks.py) and ModelTable.inc (a
 name -> read/write table that only the tests include). Standard library only.
 Any surprise in the schemas stops the build with a message: the records are
 only right if the schemas look the way this script expects.
@@ -16,9 +17,8 @@ import os
 import re
 import sys
 
-
-class SchemaError(Exception):
-    pass
+import gen_schema_checks
+from schema_common import SchemaError, message_name, ref_name
 
 
 # Record names that differ from the schema definition name.
@@ -157,13 +157,6 @@ def enum_base_name(definition):
     return definition[: -len("EnumType")]
 
 
-def message_name(schema_id):
-    m = re.match(r"^urn:([A-Za-z0-9]+)\.(req|conf)$", schema_id)
-    if not m:
-        raise SchemaError("unexpected schema id %r" % schema_id)
-    return m.group(1), (m.group(1) + ("Request" if m.group(2) == "req" else "Response"))
-
-
 def upper_first(name):
     return name[:1].upper() + name[1:]
 
@@ -194,13 +187,6 @@ def collect_definitions(schemas):
             found.setdefault(name, plain)
             where.setdefault(name, schema.get("$id"))
     return found
-
-
-def ref_name(ref):
-    prefix = "#/definitions/"
-    if not ref.startswith(prefix):
-        raise SchemaError("unsupported reference %r" % ref)
-    return ref[len(prefix):]
 
 
 class Member:
@@ -535,6 +521,7 @@ def emit_header(model):
         out.append("%s %sFromJsonData(const char* frame, unsigned int len);" % (t, rec.message))
         out.append("%s %sFromFile(std::string path);" % (t, rec.message))
         out.append("std::vector<%s> %sArrayFromData(const char* text, unsigned int len);" % (t, rec.message))
+        out.append("bool Validate%s(const rapidjson::Value& payload, std::string* why);" % rec.message)
         out.append("")
     out.append("}  // namespace models")
     return "\n".join(out) + "\n"
@@ -689,6 +676,8 @@ def generate(schema_path, out_dir, parts):
     for k, text in enumerate(emit_parts(model, parts)):
         write_if_changed(os.path.join(out_dir, "ModelsPart%d.cpp" % k), text)
     write_if_changed(os.path.join(out_dir, "ModelTable.inc"), emit_table(model))
+    checks = gen_schema_checks.emit_checks(schemas, model.definitions)
+    write_if_changed(os.path.join(out_dir, "ModelSchemas.cpp"), checks)
     return model
 
 

@@ -11,7 +11,8 @@ endif()
 set(OCPP_MODEL_PARTS 4)
 set(OCPP_MODEL_DIR ${CMAKE_BINARY_DIR}/generated/models)
 set(OCPP_MODEL_GENERATOR ${CMAKE_SOURCE_DIR}/tools/gen_models.py)
-set(OCPP_MODEL_SOURCES ${OCPP_MODEL_DIR}/ModelsEnums.cpp)
+set(OCPP_MODEL_GENERATOR_PARTS ${CMAKE_SOURCE_DIR}/tools/gen_schema_checks.py ${CMAKE_SOURCE_DIR}/tools/schema_common.py)
+set(OCPP_MODEL_SOURCES ${OCPP_MODEL_DIR}/ModelsEnums.cpp ${OCPP_MODEL_DIR}/ModelSchemas.cpp)
 math(EXPR _last "${OCPP_MODEL_PARTS} - 1")
 foreach(i RANGE ${_last})
   list(APPEND OCPP_MODEL_SOURCES ${OCPP_MODEL_DIR}/ModelsPart${i}.cpp)
@@ -24,7 +25,7 @@ add_custom_command(
           --parts ${OCPP_MODEL_PARTS}
   # The generator leaves unchanged files alone; touching keeps the outputs newer than their inputs.
   COMMAND ${CMAKE_COMMAND} -E touch ${OCPP_MODEL_OUTPUTS}
-  DEPENDS ${OCPP_MODEL_GENERATOR} ${OCPP_MODEL_SCHEMA}
+  DEPENDS ${OCPP_MODEL_GENERATOR} ${OCPP_MODEL_GENERATOR_PARTS} ${OCPP_MODEL_SCHEMA}
   COMMENT "Generating the OCPP 2.0.1 message records"
   VERBATIM)
 add_custom_target(ocpp_models_gen DEPENDS ${OCPP_MODEL_OUTPUTS})

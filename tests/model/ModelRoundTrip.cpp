@@ -1,6 +1,8 @@
 // Reads one JSON object per line, {"type":"BootNotificationRequest","frame":"..."},
 // runs the frame through that message's record and answers one line
-// {"threw":bool,"out":"frame text written back"}.
+// {"threw":bool,"out":"frame text written back"}. A line
+// {"check":"BootNotification","request":true,"payload":"..."} runs the payload
+// text through the schema check instead and answers {"valid":bool,"why":"..."}.
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -10,6 +12,7 @@
 #include <map>
 #include <string>
 
+#include "Ocpp20/Protocol/SchemaCheck.h"
 #include "models/Models.h"
 
 namespace {
@@ -37,6 +40,25 @@ void Answer(bool threw, const std::string& out, const std::string& error) {
     std::cout << sb.GetString() << '\n';
 }
 
+void Check(const rapidjson::Document& req) {
+    rapidjson::Document payload;
+    const rapidjson::Value& text = req["payload"];
+    payload.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag>(text.GetString(),
+                                                                                      text.GetStringLength());
+    std::string why;
+    const bool valid = !payload.HasParseError() &&
+                       models::ValidatePayload(req["check"].GetString(), req["request"].GetBool(), payload, &why);
+    rapidjson::StringBuffer sb;
+    rapidjson::Writer<rapidjson::StringBuffer> w(sb);
+    w.StartObject();
+    w.Key("valid");
+    w.Bool(valid);
+    w.Key("why");
+    w.String(payload.HasParseError() ? "payload does not parse" : why.c_str());
+    w.EndObject();
+    std::cout << sb.GetString() << '\n';
+}
+
 }  // namespace
 
 int main() {
@@ -46,6 +68,10 @@ int main() {
         if (line.empty()) continue;
         rapidjson::Document req;
         req.Parse(line.c_str(), line.size());
+        if (!req.HasParseError() && req.IsObject() && req.HasMember("check")) {
+            Check(req);
+            continue;
+        }
         if (req.HasParseError() || !req.IsObject() || !req.HasMember("type") || !req.HasMember("frame")) {
             Answer(true, "", "bad request line");
             continue;

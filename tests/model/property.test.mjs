@@ -1,7 +1,8 @@
 // Every OCPP 2.0.1 message record, driven with payloads generated from its own
 // schema: what the C++ record writes back must validate against the schema and
 // equal what it read (less customData); a member of the wrong JSON type must
-// be refused.
+// be refused. The generated schema check must agree with the official
+// validator on those payloads and on each of them bent around every rule.
 import { test, before, after } from 'node:test';
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -153,6 +154,54 @@ function wrongValues(node) {
     }
 }
 
+// JSON text that JSON.stringify cannot write, such as 3.0, stands in a payload as
+// a marked string and is put in place in the text.
+const RAW = '\u0000raw:';
+const raw = (text) => RAW + text;
+const payloadText = (value) => JSON.stringify(value).replace(/"\\u0000raw:([^"]*)"/g, '$1');
+
+// Values at and around the rules of a member's schema, allowed or not.
+function edgeValues(node, current) {
+    if (node.enum) return [null, 'NotInTheList', node.enum[0].toLowerCase(), node.enum[0] + ' ', 7];
+    switch (node.type) {
+        case 'string': {
+            if (node.format === 'date-time') {
+                return [null, '2024-02-29T12:00:00Z', '2023-02-29T12:00:00Z', '2024-01-01T24:00:00Z',
+                    '2024-01-01t23:59:60z', '2024-01-01T23:58:60Z', '2024-01-01 12:00:00.5+01:00',
+                    '2024-01-01T12:00:00', '2024-01-01T12:00:00+0100', '2024-01-01T12:00:00+0', '2024-01-01T12:00:00.Z',
+                    '2024-01-01\u00a012:00:00Z', '2024-1-01T12:00:00Z', '2024-01-01T12:00:00Z ', ''];
+            }
+            const out = [null, 5, ''];
+            if (node.maxLength) {
+                const n = node.maxLength;
+                out.push('a'.repeat(n + 1), '\u00e9'.repeat(n), '\u00e9'.repeat(n + 1), '\u{1F600}'.repeat(n),
+                    '\u{1F600}'.repeat(n + 1), '\u4e2d'.repeat(n - 1) + 'ab');
+            }
+            return out;
+        }
+        case 'integer': {
+            const out = [null, 1.5, raw('3.0'), raw('1e20'), raw('-2.5e1'), '7', true];
+            if (node.minimum !== undefined) out.push(node.minimum, node.minimum - 1);
+            if (node.maximum !== undefined) out.push(node.maximum, node.maximum + 1);
+            return out;
+        }
+        case 'number': {
+            const out = [null, raw('1e308'), raw('-0.0'), '1', false];
+            if (node.minimum !== undefined) out.push(node.minimum - 0.5);
+            if (node.maximum !== undefined) out.push(node.maximum + 0.5);
+            return out;
+        }
+        case 'boolean': return [null, 0, 'true'];
+        case 'object': return [null, [], {}, { ...current, notInTheSchema: 1 }];
+        case 'array': {
+            const out = [null, [], {}];
+            if (node.maxItems) out.push(Array(node.maxItems + 1).fill(current[0]), Array(node.maxItems).fill(current[0]));
+            return out;
+        }
+        default: return [null, { any: ['thing'] }];
+    }
+}
+
 function setAt(obj, p, v) {
     const copy = structuredClone(obj);
     let cur = copy;
@@ -179,6 +228,13 @@ class RoundTrip {
         this.rl = readline.createInterface({ input: this.child.stdout });
         this.rl.on('line', (line) => this.waiting.shift()(JSON.parse(line)));
         this.exited = new Promise((resolve) => this.child.on('exit', resolve));
+    }
+    check(msg, text) {
+        this.count = (this.count || 0) + 1;
+        return new Promise((resolve) => {
+            this.waiting.push(resolve);
+            this.child.stdin.write(JSON.stringify({ check: msg.action, request: msg.isRequest, payload: text }) + '\n');
+        });
     }
     run(type, frame, indent = '', step = '  ') {
         this.count = (this.count || 0) + 1;
@@ -250,6 +306,32 @@ for (const schema of schemas) {
                     const expected = setAt(g.expected, p, undefined);
                     assert.deepEqual(out[out.length - 1], expected, `${p.join('.')} = null not read as absent`);
                 }
+            }
+        }
+    });
+
+    test(`${msg.type}: the schema check agrees with the official validator`, async () => {
+        const validate = ajv.getSchema(schema.$id) || ajv.compile(schema);
+        const agree = async (text, what) => {
+            const res = await rt.check(msg, text);
+            const official = validate(JSON.parse(text));
+            assert.equal(res.valid, official, `${what}: schema check says ${res.valid} (${res.why}), ` +
+                `the official validator ${official} ${JSON.stringify(validate.errors)}\n${text.slice(0, 400)}`);
+        };
+        for (const [mode, edge] of [['full', false], ['full', true], ['minimal', false]]) {
+            const g = generate(schema, defs, mode, edge);
+            await agree(payloadText(g.value), `valid ${mode} payload`);
+        }
+        const g = generate(schema, defs, 'full', false);
+        for (const bad of [[], 'text', {}, { ...g.value, notInTheSchema: true }]) {
+            await agree(payloadText(bad), `payload ${JSON.stringify(bad).slice(0, 60)}`);
+        }
+        for (const { path: p, node } of memberPaths(schema, defs, g.value)) {
+            let current = g.value;
+            for (const k of p) current = current[k];
+            await agree(payloadText(setAt(g.value, p, undefined)), `${p.join('.')} left out`);
+            for (const v of edgeValues(node, current)) {
+                await agree(payloadText(setAt(g.value, p, v)), `${p.join('.')} = ${JSON.stringify(v).slice(0, 60)}`);
             }
         }
     });

@@ -11,6 +11,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.dirname(HERE))
 
 import gen_models as g  # noqa: E402
+import gen_schema_checks as c  # noqa: E402
 
 SOURCE_DIR = os.environ.get("OCPP_SOURCE_DIR", os.path.dirname(os.path.dirname(HERE)))
 SCHEMA_FILE = os.path.join(SOURCE_DIR, "node_modules", "ocpp-rpc", "lib", "schemas", "ocpp2_0_1.json")
@@ -200,6 +201,55 @@ class Generation(unittest.TestCase):
             before = os.stat(os.path.join(out, "ModelsPart0.cpp")).st_mtime_ns
             g.generate(schema_path, out, 2)
             self.assertEqual(os.stat(os.path.join(out, "ModelsPart0.cpp")).st_mtime_ns, before)
+
+
+class SchemaChecks(unittest.TestCase):
+    DEFS = {"XEnumType": {"type": "string", "enum": ["a", "b"]}, "YType": {"type": "object", "properties": {}}}
+
+    def rule(self, prop):
+        return c.Emitter(c.Tables([], self.DEFS)).rule(c.rule_of(prop, self.DEFS, "p"))
+
+    def test_each_rule_reaches_the_table(self):
+        self.assertEqual(self.rule({"type": "string", "maxLength": 36}), "schema::String(0, 36, 0)")
+        self.assertEqual(self.rule({"type": "string", "format": "date-time"}), "schema::String(0, 0, schema::kDateTime)")
+        self.assertEqual(self.rule({"type": "integer", "default": 0}), "schema::Integer()")
+        # A bound of 0 is still a bound.
+        self.assertEqual(self.rule({"type": "integer", "minimum": 0}), "schema::Integer(kBounds0, true, false)")
+        self.assertEqual(self.rule({"type": "number", "maximum": 100}), "schema::Number(kBounds0, false, true)")
+        self.assertEqual(self.rule({"type": "array", "items": {"$ref": "#/definitions/XEnumType"}, "minItems": 1,
+                                    "maxItems": 4, "additionalItems": False}), "schema::Array(kItems0, 1, 4)")
+
+    def test_keywords_the_check_does_not_apply_stop_the_build(self):
+        for prop in ({"type": "string", "pattern": "^a"}, {"type": "string", "format": "email"},
+                     {"type": "number", "multipleOf": 0.1}, {"type": "integer", "exclusiveMinimum": 0},
+                     {"type": "object", "properties": {}}, {"type": ["string", "null"]},
+                     {"$ref": "#/definitions/YType", "maxLength": 3}, {"anyOf": [{"type": "string"}]},
+                     {"type": "array", "items": [{"type": "string"}]}):
+            with self.assertRaises(g.SchemaError, msg=json.dumps(prop)):
+                c.rule_of(prop, self.DEFS, "p")
+        with self.assertRaises(g.SchemaError):
+            c.shape_of({"type": "object", "properties": {}, "additionalProperties": {"type": "string"}}, {}, "T")
+
+    def test_shapes_come_after_the_shapes_they_use_and_actions_are_sorted_for_search(self):
+        defs = {"OuterType": {"type": "object", "properties": {"inner": {"type": "array",
+                                                                         "items": {"$ref": "#/definitions/InnerType"}}}},
+                "InnerType": {"type": "object", "properties": {"v": {"type": "integer"}}, "required": ["v"],
+                              "additionalProperties": False}}
+        schemas = [message("urn:b.req", {"o": {"$ref": "#/definitions/OuterType"}}, definitions=defs),
+                   message("urn:Z.req", {}), message("urn:Z.conf", {}), message("urn:a.conf", {})]
+        text = c.emit_checks(schemas, g.collect_definitions(schemas))
+        self.assertLess(text.index("const schema::Shape kDefInnerType = {kDefInnerTypeMembers, 1, true};"),
+                        text.index("kDefOuterTypeMembers[]"))
+        rows = [line.strip() for line in text.splitlines() if line.startswith('    {"') and "Validate" in line]
+        self.assertEqual(rows, ['{"Z", ValidateZRequest, ValidateZResponse},',
+                                '{"a", nullptr, ValidateaResponse},', '{"b", ValidatebRequest, nullptr},'])
+
+    def test_recursive_definitions_stop_the_build(self):
+        defs = {"LoopType": {"type": "object", "properties": {"me": {"type": "array",
+                                                                     "items": {"$ref": "#/definitions/LoopType"}}}}}
+        schemas = [message("urn:M.req", {"l": {"$ref": "#/definitions/LoopType"}}, definitions=defs)]
+        with self.assertRaises(g.SchemaError):
+            c.emit_checks(schemas, g.collect_definitions(schemas))
 
 
 @unittest.skipUnless(os.path.exists(SCHEMA_FILE), "schemas not installed (npm ci)")
