@@ -2,11 +2,10 @@
 #include <Ocpp20Protocol.h>
 
 #include <string>
-#include <vector>
 
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Protocol/Base.h"
-#include "OcppProtocol/OcppSendSeam.h"
+#include "OcppProtocol/OutboundSender.h"
 #include "Process/ReservationManager.h"
 #include "Util/Tools.h"
 
@@ -17,7 +16,7 @@ int SendAnswer(const char* action, const char* messageId, const std::string& fra
         LOG_ERROR("%s answer for %s not sent: status outside its list", action, messageId != nullptr ? messageId : "");
         return 0;
     }
-    return OcppProtocol_SendMessage(frame.data(), static_cast<int>(frame.size()));
+    return COutboundSender::Send(OUTBOUNDKIND_ANSWER, frame).result;
 }
 
 }  // namespace
@@ -30,8 +29,7 @@ void OcppProtocol_ResponseError(const char* messageId, RESPONSEERRORCODE code, c
         header.errorDescription = description != nullptr ? description : "";
         // The header writer keeps only a JSON object and sends {} otherwise.
         header.errorDetails = details != nullptr ? details : "{}";
-        const std::string frame = header.HeaderForJson();
-        OcppProtocol_SendMessage(frame.data(), static_cast<int>(frame.size()));
+        COutboundSender::Send(OUTBOUNDKIND_ANSWER, header.HeaderForJson());
     } catch (const std::exception& e) {
         LOG_ERROR("OcppProtocol_ResponseError: %s", e.what());
     }
@@ -116,11 +114,9 @@ int Ocpp20Protocol_ReservationStatusUpdate(int reservationId, int status) {
         }
         // The host says it is gone: forget it even if the CSMS cannot be told now.
         CReservationManager::GetInstance()->RemoveReservation(static_cast<uint32_t>(reservationId));
-        std::vector<char> answer(kOcppResponseBufferLen, 0);  // 64 kB: off the caller's stack
-        int answerLen = 0;
-        if (OcppProtocol_SendMessage(frame.data(), static_cast<int>(frame.size()), answer.data(), &answerLen) != 1)
-            return 0;
-        return COcppProtocol20::ReservationStatusUpdateResp(answer.data());
+        const OutboundResult out = COutboundSender::Send(OUTBOUNDKIND_REQUEST, frame);
+        if (out.answer == nullptr) return out.result;
+        return COcppProtocol20::ReservationStatusUpdateResp(out.answer);
     } catch (const std::exception& e) {
         LOG_ERROR("ReservationStatusUpdate failed: %s", e.what());
         return 0;

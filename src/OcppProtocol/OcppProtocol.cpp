@@ -12,7 +12,7 @@
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/MessageCallBack.h"
-#include "OcppProtocol/OcppSendSeam.h"
+#include "OcppProtocol/OutboundSender.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
 #include "Process/ConnectorManager.h"
@@ -492,13 +492,9 @@ int OcppProtocol_SendSecurityEvent(const char* eventType) {
     const std::string frame =
         COcppProtocol20::SecurityEventNotificationReq(eventType, CTools::CurTimeSec(), nullptr);
     if (frame.empty()) return 0;
-    // While disconnected the offline cache keeps it; until that exists it is dropped.
-    if (OcppProtocol_GetStatus() == SDKSTATUS_DISCONNECTED) return 1;
-    std::vector<char> answer(kOcppResponseBufferLen, 0);
-    int answerLen = 0;
-    if (OcppProtocol_SendMessage(frame.c_str(), static_cast<int>(frame.size()), answer.data(), &answerLen) != 1)
-        return 0;
-    return COcppProtocol20::SecurityEventNotificationResp(answer.data());
+    const OutboundResult out = COutboundSender::Send(OUTBOUNDKIND_SECURITYEVENT, frame);
+    if (out.answer == nullptr) return out.result;
+    return COcppProtocol20::SecurityEventNotificationResp(out.answer);
 }
 
 void OcppProtocol_SetSecurityEventObserver(SecurityEventObserver observer) { g_securityEventObserver = observer; }

@@ -2,12 +2,11 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "OcppProtocol/OcppProtocol.h"
-#include "OcppProtocol/OcppSendSeam.h"
+#include "OcppProtocol/OutboundSender.h"
 #include "Process/ConnectManager.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/TimerManager.h"
@@ -38,12 +37,10 @@ void SetClock(int64_t epochSec) {
         LOG_ERROR("set system time failed (no privilege?), time:%lld", (long long)epochSec);
 }
 
-// Synchronous request; 1 with the answer frame in `answer`.
-int Request(const std::string& frame, std::vector<char>& answer) {
-    if (frame.empty()) return 0;
-    answer.assign(kOcppResponseBufferLen, 0);
-    int answerLen = 0;
-    return OcppProtocol_SendMessage(frame.c_str(), static_cast<int>(frame.size()), answer.data(), &answerLen);
+// Synchronous request; the answer frame, or null when none came.
+const char* Request(const std::string& frame) {
+    if (frame.empty()) return nullptr;
+    return COutboundSender::Send(OUTBOUNDKIND_BOOTHEARTBEAT, frame).answer;
 }
 }  // namespace
 
@@ -138,19 +135,19 @@ int CBootHeartbeat::SendBoot(BOOTREASON reason, BootNotificationResult* result) 
         LOG_ERROR("BootNotification: no engine for protocol %d", static_cast<int>(OcppProtocol_GetOcppProtocol()));
         return 0;
     }
-    std::vector<char> answer;
     const std::string frame =
         COcppProtocol20::BootNotificationReq(reason, m_strModel.c_str(), m_strVendor.c_str(), m_option);
-    if (Request(frame, answer) != 1) return 0;
-    return COcppProtocol20::BootNotificationResp(answer.data(), result) == 1 ? 1 : 0;
+    const char* answer = Request(frame);
+    if (answer == nullptr) return 0;
+    return COcppProtocol20::BootNotificationResp(answer, result) == 1 ? 1 : 0;
 }
 
 int CBootHeartbeat::SendHeartBeat(int64_t* currentTime) {
     *currentTime = 0;
     if (!Is20()) return 0;
-    std::vector<char> answer;
-    if (Request(COcppProtocol20::HeartbeatReq(), answer) != 1) return 0;
-    return COcppProtocol20::HeartbeatResp(answer.data(), currentTime) == 1 ? 1 : 0;
+    const char* answer = Request(COcppProtocol20::HeartbeatReq());
+    if (answer == nullptr) return 0;
+    return COcppProtocol20::HeartbeatResp(answer, currentTime) == 1 ? 1 : 0;
 }
 
 int CBootHeartbeat::RequestBoot() {

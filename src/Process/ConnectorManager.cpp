@@ -1,11 +1,10 @@
 #include "Process/ConnectorManager.h"
 
 #include <cstdio>
-#include <vector>
 
 #include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppProtocol.h"
-#include "OcppProtocol/OcppSendSeam.h"
+#include "OcppProtocol/OutboundSender.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/Tools.h"
 
@@ -91,12 +90,9 @@ int CConnectorManager::SendStatusNotification(uint8_t evseId, uint8_t connectorI
         LOG_ERROR("StatusNotification not sent: status %d outside its list", status);
         return 0;
     }
-    if (OcppProtocol_GetStatus() == SDKSTATUS_DISCONNECTED) return 0;
-    std::vector<char> answer(kOcppResponseBufferLen, 0);  // 64 kB: off the caller's stack
-    int answerLen = 0;
-    if (OcppProtocol_SendMessage(frame.data(), static_cast<int>(frame.size()), answer.data(), &answerLen) != 1)
-        return 0;
-    return COcppProtocol20::StatusNotificationResp(answer.data());
+    const OutboundResult out = COutboundSender::Send(OUTBOUNDKIND_STATUSNOTIFICATION, frame);
+    if (out.answer == nullptr) return out.result;
+    return COcppProtocol20::StatusNotificationResp(out.answer);
 }
 
 int CConnectorManager::ReportConnectorStatus(uint8_t evseId, uint8_t connectorId) {

@@ -5,6 +5,7 @@
 
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
+#include "OcppProtocol/OutboundSender.h"
 
 namespace ocpptest {
 
@@ -174,6 +175,8 @@ void ResetSdkState() {
     g_bInvalidTLSCiphersuite = 0;
     OcppProtocol_SetSecurityEventObserver(nullptr);
     CMessageCallBack::SetFrameObserver(nullptr);
+    COutboundSender::SetOfflineStore(nullptr);
+    COutboundSender::SetTransactionQueue(nullptr);
 }
 
 }  // namespace ocpptest
