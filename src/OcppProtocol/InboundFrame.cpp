@@ -27,15 +27,15 @@ bool HeadOf(const rapidjson::Value& doc, int& type, std::string& id) {
     return true;
 }
 
-bool HasIdToken(const rapidjson::Value& v) {
+bool ContainsIdToken(const rapidjson::Value& v) {
     if (v.IsObject()) {
         for (auto m = v.MemberBegin(); m != v.MemberEnd(); ++m) {
             if (m->value.IsString() && std::strcmp(m->name.GetString(), "idToken") == 0) return true;
-            if (HasIdToken(m->value)) return true;
+            if (ContainsIdToken(m->value)) return true;
         }
     } else if (v.IsArray()) {
         for (auto e = v.Begin(); e != v.End(); ++e) {
-            if (HasIdToken(*e)) return true;
+            if (ContainsIdToken(*e)) return true;
         }
     }
     return false;
@@ -114,8 +114,10 @@ std::string CInboundFrame::Id() const {
     return id;
 }
 
+bool CInboundFrame::HasIdToken() const { return m_parsed && ContainsIdToken(m_doc); }
+
 std::string CInboundFrame::MaskedText() const {
-    if (!m_parsed || !HasIdToken(m_doc)) return std::string(m_text, m_len);
+    if (!HasIdToken()) return std::string(m_text, m_len);
     rapidjson::StringBuffer out;
     MaskingWriter writer(out);
     m_doc.Accept(writer);

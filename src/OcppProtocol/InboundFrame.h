@@ -32,6 +32,8 @@ public:
     // The text for the log: every idToken string member shown as its hash. A
     // frame without one is given back as received.
     std::string MaskedText() const;
+    // True when the log needs MaskedText(); otherwise Text() can go out as it is.
+    bool HasIdToken() const;
 
     // Head of a frame text without keeping a document; false when there is none.
     static bool ReadHead(const char* text, size_t len, int& type, std::string& id);

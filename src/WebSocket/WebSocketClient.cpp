@@ -462,7 +462,12 @@ void CWebSocketClient::OnLinkDown(const char* why) {
 
 void CWebSocketClient::OnWebSocketMessage(std::unique_ptr<CInboundFrame> frame) {
     if (!frame) return;
-    LOG_INFO("[CSMS=>OCPP] %s", frame->MaskedText().c_str());
+    // A large frame without tokens is not copied for its log line.
+    if (frame->HasIdToken()) {
+        LOG_INFO("[CSMS=>OCPP] %s", frame->MaskedText().c_str());
+    } else {
+        LOG_INFO("[CSMS=>OCPP] %s", frame->Text());
+    }
     {
         OCPP_SECTION(&m_socketLock);
         m_iLastOperateTime = CTools::GetCurRunTimeSec();
