@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "Ocpp20/Protocol/JsonText.h"
 #include "Util/Tools.h"
@@ -80,7 +81,11 @@ CInboundFrame::~CInboundFrame() { free(m_text); }
 
 std::unique_ptr<CInboundFrame> CInboundFrame::Adopt(char* text, size_t len) {
     if (text == nullptr) return nullptr;
-    std::unique_ptr<CInboundFrame> frame(new CInboundFrame(text, len));
+    std::unique_ptr<CInboundFrame> frame(new (std::nothrow) CInboundFrame(text, len));
+    if (!frame) {
+        free(text);
+        return nullptr;
+    }
     frame->m_parsed = ReadDocument(frame->m_doc, text, len);
     if (!frame->m_parsed) frame->m_doc.SetNull();
     return frame;
@@ -102,9 +107,9 @@ bool CInboundFrame::HasHead() const {
 }
 
 int CInboundFrame::Type() const {
-    return m_parsed && m_doc.IsArray() && m_doc.Size() >= 2 && m_doc[0].IsInt() && m_doc[1].IsString()
-               ? m_doc[0].GetInt()
-               : -1;
+    int type = -1;
+    std::string id;
+    return m_parsed && HeadOf(m_doc, type, id) ? type : -1;
 }
 
 std::string CInboundFrame::Id() const {
