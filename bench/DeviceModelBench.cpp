@@ -11,7 +11,7 @@
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
-#include "Ocpp20/Process/VariableRequest.h"
+#include "Ocpp20/Ocpp20ProtocolRecv.h"
 #include "OcppProtocol/OcppSendSeam.h"
 #include "Util/Tools.h"
 
@@ -41,7 +41,7 @@ public:
     }
     ~FullStore() {
         COcppSendSeam::Reset();
-        CVariableRequest::Clear();
+        Ocpp20Protocol_ClearPendingSetVariables();
         CVariableCache::Release();
         CVariableCharacteristics::Release();
         unlink((m_dir + "/variablecache.json").c_str());

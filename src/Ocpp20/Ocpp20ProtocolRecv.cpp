@@ -1,6 +1,7 @@
 #include "Ocpp20/Ocpp20ProtocolRecv.h"
 
 #include <OcppRecords.h>
+#include <rapidjson/document.h>
 
 #include <cstring>
 #include <vector>
@@ -18,49 +19,86 @@
 
 namespace {
 
-// Rows without a handler belong to stores that are not attached yet; they are
-// matched and left unanswered, like an unknown action.
+template <class T>
+void Destroy(void* record) {
+    delete static_cast<T*>(record);
+}
+
+// The check of every row for now: reading the record is the type check.
+template <class T>
+Ocpp20Record Read(const rapidjson::Value& payload, const Base& header) {
+    return Ocpp20Record(new T(payload, header), Ocpp20RecordDeleter{&Destroy<T>});
+}
+
+template <class T, void (*Handler)(const char*, const T&)>
+void Handle(const char* messageId, const void* record, int) {
+    Handler(messageId, *static_cast<const T*>(record));
+}
+
+template <class T, void (*Handler)(const char*, const T&, int)>
+void HandleSized(const char* messageId, const void* record, int frameLen) {
+    Handler(messageId, *static_cast<const T*>(record), frameLen);
+}
+
+// One template per row shape, so a row's check and handler always agree on the record.
+template <class T>
+constexpr Ocpp20InboundAction Row(const char* action) {
+    return Ocpp20InboundAction{action, &Read<T>, nullptr};
+}
+
+template <class T, void (*Handler)(const char*, const T&)>
+constexpr Ocpp20InboundAction Row(const char* action) {
+    return Ocpp20InboundAction{action, &Read<T>, &Handle<T, Handler>};
+}
+
+template <class T, void (*Handler)(const char*, const T&, int)>
+constexpr Ocpp20InboundAction Row(const char* action) {
+    return Ocpp20InboundAction{action, &Read<T>, &HandleSized<T, Handler>};
+}
+
+// Rows without a handler belong to stores that are not attached yet; their
+// payload is checked, then they are left unanswered, like an unknown action.
 const Ocpp20InboundAction kInboundActions[] = {
-    {"ChangeAvailability", &Ocpp20Protocol_OnChangeAvailabilityRequest},
-    {"CancelReservation", &Ocpp20Protocol_OnCancelReservationRequest},
-    {"CertificateSigned", &Ocpp20Protocol_OnCertificateSignedRequest},
-    {"ClearCache", nullptr},
-    {"ClearChargingProfile", nullptr},
-    {"ClearDisplayMessage", &Ocpp20Protocol_OnClearDisplayMessageRequest},
-    {"ClearVariableMonitoring", nullptr},
-    {"CostUpdated", &Ocpp20Protocol_OnCostUpdatedRequest},
-    {"CustomerInformation", nullptr},
-    {"DeleteCertificate", &Ocpp20Protocol_OnDeleteCertificateRequest},
-    {"InstallCertificate", &Ocpp20Protocol_OnInstallCertificate},
-    {"TriggerMessage", &Ocpp20Protocol_OnTriggerMessageRequest},
-    {"ReserveNow", &Ocpp20Protocol_OnReserveNowRequest},
-    {"Reset", &Ocpp20Protocol_OnResetRequest},
-    {"SendLocalList", nullptr},
-    {"RequestStartTransaction", &Ocpp20Protocol_RequestStartTransactionRequest},
-    {"RequestStopTransaction", &Ocpp20Protocol_RequestStopTransactionRequest},
-    {"PublishFirmware", &Ocpp20Protocol_PublishFirmwareRequest},
-    {"DataTransfer", &Ocpp20Protocol_OnDataTransferRequest},
-    {"SetVariables", &Ocpp20Protocol_OnSetVariablesRequest},
-    {"GetBaseReport", nullptr},
-    {"GetChargingProfiles", nullptr},
-    {"UnlockConnector", &Ocpp20Protocol_OnUnlockConnectorRequest},
-    {"GetCompositeSchedule", nullptr},
-    {"UnpublishFirmware", &Ocpp20Protocol_OnUnpublishFirmwareRequest},
-    {"GetDisplayMessages", nullptr},
-    {"GetInstalledCertificateIds", &Ocpp20Protocol_OnGetInstalledCertificateIdsRequest},
-    {"SetVariableMonitoring", nullptr},
-    {"GetLocalListVersion", nullptr},
-    {"SetNetworkProfile", &Ocpp20Protocol_OnSetNetworkProfileRequest},
-    {"SetMonitoringLevel", nullptr},
-    {"SetMonitoringBase", nullptr},
-    {"SetDisplayMessage", nullptr},
-    {"GetLog", &Ocpp20Protocol_OnGetLogRequest},
-    {"GetMonitoringReport", nullptr},
-    {"GetReport", nullptr},
-    {"GetTransactionStatus", nullptr},
-    {"SetChargingProfile", nullptr},
-    {"UpdateFirmware", &Ocpp20Protocol_OnUpdateFirmwareRequest},
-    {"GetVariables", &Ocpp20Protocol_OnGetVariablesRequest},
+    Row<models::changeAvailabilityRequest_t, &Ocpp20Protocol_OnChangeAvailabilityRequest>("ChangeAvailability"),
+    Row<models::cancelReservationRequest_t, &Ocpp20Protocol_OnCancelReservationRequest>("CancelReservation"),
+    Row<models::certificateSignedRequest_t, &Ocpp20Protocol_OnCertificateSignedRequest>("CertificateSigned"),
+    Row<models::clearCacheRequest_t>("ClearCache"),
+    Row<models::clearChargingProfileRequest_t>("ClearChargingProfile"),
+    Row<models::clearDisplayMessageRequest_t, &Ocpp20Protocol_OnClearDisplayMessageRequest>("ClearDisplayMessage"),
+    Row<models::clearVariableMonitoringRequest_t>("ClearVariableMonitoring"),
+    Row<models::costUpdatedRequest_t, &Ocpp20Protocol_OnCostUpdatedRequest>("CostUpdated"),
+    Row<models::customerInformationRequest_t>("CustomerInformation"),
+    Row<models::deleteCertificateRequest_t, &Ocpp20Protocol_OnDeleteCertificateRequest>("DeleteCertificate"),
+    Row<models::installCertificateRequest_t, &Ocpp20Protocol_OnInstallCertificate>("InstallCertificate"),
+    Row<models::triggerMessageRequest_t, &Ocpp20Protocol_OnTriggerMessageRequest>("TriggerMessage"),
+    Row<models::reserveNowRequest_t, &Ocpp20Protocol_OnReserveNowRequest>("ReserveNow"),
+    Row<models::resetRequest_t, &Ocpp20Protocol_OnResetRequest>("Reset"),
+    Row<models::sendLocalListRequest_t>("SendLocalList"),
+    Row<models::requestStartTransactionRequest_t, &Ocpp20Protocol_RequestStartTransactionRequest>("RequestStartTransaction"),
+    Row<models::requestStopTransactionRequest_t, &Ocpp20Protocol_RequestStopTransactionRequest>("RequestStopTransaction"),
+    Row<models::publishFirmwareRequest_t, &Ocpp20Protocol_PublishFirmwareRequest>("PublishFirmware"),
+    Row<models::dataTransferRequest_t, &Ocpp20Protocol_OnDataTransferRequest>("DataTransfer"),
+    Row<models::setVariablesRequest_t, &Ocpp20Protocol_OnSetVariablesRequest>("SetVariables"),
+    Row<models::getBaseReportRequest_t>("GetBaseReport"),
+    Row<models::getChargingProfilesRequest_t>("GetChargingProfiles"),
+    Row<models::unlockConnectorRequest_t, &Ocpp20Protocol_OnUnlockConnectorRequest>("UnlockConnector"),
+    Row<models::getCompositeScheduleRequest_t>("GetCompositeSchedule"),
+    Row<models::unpublishFirmwareRequest_t, &Ocpp20Protocol_OnUnpublishFirmwareRequest>("UnpublishFirmware"),
+    Row<models::getDisplayMessagesRequest_t>("GetDisplayMessages"),
+    Row<models::getInstalledCertificateIdsRequest_t, &Ocpp20Protocol_OnGetInstalledCertificateIdsRequest>("GetInstalledCertificateIds"),
+    Row<models::setVariableMonitoringRequest_t>("SetVariableMonitoring"),
+    Row<models::getLocalListVersionRequest_t>("GetLocalListVersion"),
+    Row<models::setNetworkProfileRequest_t, &Ocpp20Protocol_OnSetNetworkProfileRequest>("SetNetworkProfile"),
+    Row<models::setMonitoringLevelRequest_t>("SetMonitoringLevel"),
+    Row<models::setMonitoringBaseRequest_t>("SetMonitoringBase"),
+    Row<models::setDisplayMessageRequest_t>("SetDisplayMessage"),
+    Row<models::getLogRequest_t, &Ocpp20Protocol_OnGetLogRequest>("GetLog"),
+    Row<models::getMonitoringReportRequest_t>("GetMonitoringReport"),
+    Row<models::getReportRequest_t>("GetReport"),
+    Row<models::getTransactionStatusRequest_t>("GetTransactionStatus"),
+    Row<models::setChargingProfileRequest_t>("SetChargingProfile"),
+    Row<models::updateFirmwareRequest_t, &Ocpp20Protocol_OnUpdateFirmwareRequest>("UpdateFirmware"),
+    Row<models::getVariablesRequest_t, &Ocpp20Protocol_OnGetVariablesRequest>("GetVariables"),
 };
 
 static_assert(sizeof(kInboundActions) / sizeof(kInboundActions[0]) == 40, "the action table has 40 rows");
@@ -79,8 +117,6 @@ uint32_t RecordTime(const std::string& text) {
     return t > 0 && t <= static_cast<int64_t>(UINT32_MAX) ? static_cast<uint32_t>(t) : 0;
 }
 
-unsigned int Len(int len) { return len > 0 ? static_cast<unsigned int>(len) : 0u; }
-
 }  // namespace
 
 const Ocpp20InboundAction* Ocpp20Protocol_FindInboundAction(const char* action) {
@@ -91,8 +127,15 @@ const Ocpp20InboundAction* Ocpp20Protocol_FindInboundAction(const char* action) 
     return nullptr;
 }
 
-void Ocpp20Protocol_OnChangeAvailabilityRequest(const char* messageId, const char* frame, int len) {
-    const models::changeAvailabilityRequest_t request = models::ChangeAvailabilityRequestFromJsonData(frame, Len(len));
+Ocpp20Record Ocpp20Protocol_CheckRequest(const Ocpp20InboundAction& row, const rapidjson::Value& frame) {
+    // The header a record read from the whole frame would carry.
+    Base header(Base::CALL, std::string(), std::string());
+    const rapidjson::Value* payload = header.TakeHeader(frame);
+    static const rapidjson::Value kEmpty(rapidjson::kObjectType);
+    return row.check(payload != nullptr ? *payload : kEmpty, header);
+}
+
+void Ocpp20Protocol_OnChangeAvailabilityRequest(const char* messageId, const models::changeAvailabilityRequest_t& request) {
     ChangeAvailabilityReq record;
     std::memset(&record, 0, sizeof(record));
     record.evseId = request.evse_present ? request.evse.id : 0;
@@ -101,16 +144,14 @@ void Ocpp20Protocol_OnChangeAvailabilityRequest(const char* messageId, const cha
     Post(record, SERVERRECVTYPE_CHANGEAVAILABILITY, messageId);
 }
 
-void Ocpp20Protocol_OnCancelReservationRequest(const char* messageId, const char* frame, int len) {
-    const models::cancelReservationRequest_t request = models::CancelReservationRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnCancelReservationRequest(const char* messageId, const models::cancelReservationRequest_t& request) {
     CancelReservationReq record;
     std::memset(&record, 0, sizeof(record));
     record.reservationId = request.reservationId;
     Post(record, SERVERRECVTYPE_CANCELRESERVATION, messageId);
 }
 
-void Ocpp20Protocol_OnCertificateSignedRequest(const char* messageId, const char* frame, int len) {
-    const models::certificateSignedRequest_t request = models::CertificateSignedRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnCertificateSignedRequest(const char* messageId, const models::certificateSignedRequest_t& request) {
     std::vector<char> block(sizeof(CertificateSignedReq), 0);  // 10 kB: off the worker's stack
     CertificateSignedReq& record = *reinterpret_cast<CertificateSignedReq*>(block.data());
     CTools::CopyField(record.certificateChain, request.certificateChain);
@@ -118,17 +159,14 @@ void Ocpp20Protocol_OnCertificateSignedRequest(const char* messageId, const char
     Post(record, SERVERRECVTYPE_CERTIFICATESIGNED, messageId);
 }
 
-void Ocpp20Protocol_OnClearDisplayMessageRequest(const char* messageId, const char* frame, int len) {
-    const models::clearDisplayMessageRequest_t request =
-        models::ClearDisplayMessageRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnClearDisplayMessageRequest(const char* messageId, const models::clearDisplayMessageRequest_t& request) {
     ClearDisplayMessageReq record;
     std::memset(&record, 0, sizeof(record));
     record.id = request.id;
     Post(record, SERVERRECVTYPE_CLEARDISPLAYMESSAGE, messageId);
 }
 
-void Ocpp20Protocol_OnCostUpdatedRequest(const char* messageId, const char* frame, int len) {
-    const models::costUpdatedRequest_t request = models::CostUpdatedRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnCostUpdatedRequest(const char* messageId, const models::costUpdatedRequest_t& request) {
     UpdatedTransactionCostReq record;
     std::memset(&record, 0, sizeof(record));
     CTools::CopyField(record.transactionId, request.transactionId);
@@ -138,8 +176,7 @@ void Ocpp20Protocol_OnCostUpdatedRequest(const char* messageId, const char* fram
     Post(record, SERVERRECVTYPE_UPDATEDTRANSACTIONCOST, messageId);
 }
 
-void Ocpp20Protocol_OnDeleteCertificateRequest(const char* messageId, const char* frame, int len) {
-    const models::deleteCertificateRequest_t request = models::DeleteCertificateRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnDeleteCertificateRequest(const char* messageId, const models::deleteCertificateRequest_t& request) {
     DeleteCertificateReq record;
     std::memset(&record, 0, sizeof(record));
     const models::certificateHashData_t& hash = request.certificateHashData;
@@ -151,8 +188,7 @@ void Ocpp20Protocol_OnDeleteCertificateRequest(const char* messageId, const char
     Post(record, SERVERRECVTYPE_DELETECERTIFICATE, messageId);
 }
 
-void Ocpp20Protocol_OnInstallCertificate(const char* messageId, const char* frame, int len) {
-    const models::installCertificateRequest_t request = models::InstallCertificateRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnInstallCertificate(const char* messageId, const models::installCertificateRequest_t& request) {
     std::vector<char> block(sizeof(InstallCertificateReq), 0);
     InstallCertificateReq& record = *reinterpret_cast<InstallCertificateReq*>(block.data());
     record.certificateType = models::GetInstallCertificateUseInInt(request.certificateType);
@@ -160,8 +196,7 @@ void Ocpp20Protocol_OnInstallCertificate(const char* messageId, const char* fram
     Post(record, SERVERRECVTYPE_INSTALLCERTIFICATE, messageId);
 }
 
-void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const char* frame, int len) {
-    const models::triggerMessageRequest_t request = models::TriggerMessageRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const models::triggerMessageRequest_t& request) {
     // Boot and heartbeat are the library's own: accept, then send the message
     // (the answer must reach the CSMS before the message it asked for).
     if (request.requestedMessage == "BootNotification" || request.requestedMessage == "Heartbeat") {
@@ -192,8 +227,7 @@ void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const char* f
     Post(record, SERVERRECVTYPE_TRIGGERMESSAGE, messageId);
 }
 
-void Ocpp20Protocol_OnReserveNowRequest(const char* messageId, const char* frame, int len) {
-    const models::reserveNowRequest_t request = models::ReserveNowRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnReserveNowRequest(const char* messageId, const models::reserveNowRequest_t& request) {
     ReserveNowReq record;
     std::memset(&record, 0, sizeof(record));
     record.id = request.id;
@@ -209,8 +243,7 @@ void Ocpp20Protocol_OnReserveNowRequest(const char* messageId, const char* frame
     Post(record, SERVERRECVTYPE_RESERVENOW, messageId);
 }
 
-void Ocpp20Protocol_OnResetRequest(const char* messageId, const char* frame, int len) {
-    const models::resetRequest_t request = models::ResetRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnResetRequest(const char* messageId, const models::resetRequest_t& request) {
     ResetReq record;
     std::memset(&record, 0, sizeof(record));
     record.type = models::GetResetTypeInInt(request.type);
@@ -219,9 +252,7 @@ void Ocpp20Protocol_OnResetRequest(const char* messageId, const char* frame, int
     Post(record, SERVERRECVTYPE_RESET, messageId);
 }
 
-void Ocpp20Protocol_RequestStartTransactionRequest(const char* messageId, const char* frame, int len) {
-    const models::requestStartTransactionRequest_t request =
-        models::RequestStartTransactionRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_RequestStartTransactionRequest(const char* messageId, const models::requestStartTransactionRequest_t& request) {
     RequestStartTransactionReq record;
     std::memset(&record, 0, sizeof(record));
     record.evseId = request.evseId_present ? request.evseId : 0;
@@ -231,17 +262,14 @@ void Ocpp20Protocol_RequestStartTransactionRequest(const char* messageId, const 
     Post(record, SERVERRECVTYPE_REQUESTSTARTTRANSACTION, messageId);
 }
 
-void Ocpp20Protocol_RequestStopTransactionRequest(const char* messageId, const char* frame, int len) {
-    const models::requestStopTransactionRequest_t request =
-        models::RequestStopTransactionRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_RequestStopTransactionRequest(const char* messageId, const models::requestStopTransactionRequest_t& request) {
     RequestStopTransactionReq record;
     std::memset(&record, 0, sizeof(record));
     CTools::CopyField(record.transactionId, request.transactionId);
     Post(record, SERVERRECVTYPE_REQUESTSTOPTRANSACTION, messageId);
 }
 
-void Ocpp20Protocol_PublishFirmwareRequest(const char* messageId, const char* frame, int len) {
-    const models::publishFirmwareRequest_t request = models::PublishFirmwareRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_PublishFirmwareRequest(const char* messageId, const models::publishFirmwareRequest_t& request) {
     PublishFirmwareReq record;
     std::memset(&record, 0, sizeof(record));
     CTools::CopyField(record.location, request.location);
@@ -252,8 +280,7 @@ void Ocpp20Protocol_PublishFirmwareRequest(const char* messageId, const char* fr
     Post(record, SERVERRECVTYPE_PUBLISHFIRMWARE, messageId);
 }
 
-void Ocpp20Protocol_OnDataTransferRequest(const char* messageId, const char* frame, int len) {
-    const models::dataTransferRequest_t request = models::DataTransferRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnDataTransferRequest(const char* messageId, const models::dataTransferRequest_t& request) {
     DataTransferReq record;
     std::memset(&record, 0, sizeof(record));
     CTools::CopyField(record.vendorId, request.vendorId);
@@ -262,8 +289,7 @@ void Ocpp20Protocol_OnDataTransferRequest(const char* messageId, const char* fra
     Post(record, SERVERRECVTYPE_DATATRANSFER, messageId);
 }
 
-void Ocpp20Protocol_OnUnlockConnectorRequest(const char* messageId, const char* frame, int len) {
-    const models::unlockConnectorRequest_t request = models::UnlockConnectorRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnUnlockConnectorRequest(const char* messageId, const models::unlockConnectorRequest_t& request) {
     UnlockConnectorReq record;
     std::memset(&record, 0, sizeof(record));
     record.evseId = request.evseId;
@@ -271,17 +297,14 @@ void Ocpp20Protocol_OnUnlockConnectorRequest(const char* messageId, const char* 
     Post(record, SERVERRECVTYPE_UNLOCKCONNECTOR, messageId);
 }
 
-void Ocpp20Protocol_OnUnpublishFirmwareRequest(const char* messageId, const char* frame, int len) {
-    const models::unpublishFirmwareRequest_t request = models::UnpublishFirmwareRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnUnpublishFirmwareRequest(const char* messageId, const models::unpublishFirmwareRequest_t& request) {
     UnpublishFirmwareReq record;
     std::memset(&record, 0, sizeof(record));
     CTools::CopyField(record.checksum, request.checksum);
     Post(record, SERVERRECVTYPE_UNPUBLISHFIRMWARE, messageId);
 }
 
-void Ocpp20Protocol_OnGetInstalledCertificateIdsRequest(const char* messageId, const char* frame, int len) {
-    const models::getInstalledCertificateIdsRequest_t request =
-        models::GetInstalledCertificateIdsRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnGetInstalledCertificateIdsRequest(const char* messageId, const models::getInstalledCertificateIdsRequest_t& request) {
     // Variable length: the head, then one 32-bit type per requested kind.
     const size_t count = request.certificateType.size();
     std::vector<char> block(sizeof(GetInstalledCertificateIdsReq) + 4 * count, 0);
@@ -298,8 +321,7 @@ void Ocpp20Protocol_OnGetInstalledCertificateIdsRequest(const char* messageId, c
     CMessageCallBack::GetInstance()->OnMessage(block.data(), static_cast<unsigned int>(block.size()), 0);
 }
 
-void Ocpp20Protocol_OnGetLogRequest(const char* messageId, const char* frame, int len) {
-    const models::getLogRequest_t request = models::GetLogRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnGetLogRequest(const char* messageId, const models::getLogRequest_t& request) {
     GetLogRequest record;
     std::memset(&record, 0, sizeof(record));
     record.logType = models::GetLogInInt(request.logType);
@@ -312,8 +334,7 @@ void Ocpp20Protocol_OnGetLogRequest(const char* messageId, const char* frame, in
     Post(record, SERVERRECVTYPE_GETLOG, messageId);
 }
 
-void Ocpp20Protocol_OnUpdateFirmwareRequest(const char* messageId, const char* frame, int len) {
-    const models::updateFirmwareRequest_t request = models::UpdateFirmwareRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnUpdateFirmwareRequest(const char* messageId, const models::updateFirmwareRequest_t& request) {
     std::vector<char> block(sizeof(UpdateFirmwareReq), 0);
     UpdateFirmwareReq& record = *reinterpret_cast<UpdateFirmwareReq*>(block.data());
     record.retries = request.retries_present ? request.retries : -1;
@@ -368,8 +389,7 @@ int CheckNetworkProfile(const models::setNetworkProfileRequest_t& request, Conne
 }
 }  // namespace
 
-void Ocpp20Protocol_OnSetNetworkProfileRequest(const char* messageId, const char* frame, int len) {
-    const models::setNetworkProfileRequest_t request = models::SetNetworkProfileRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnSetNetworkProfileRequest(const char* messageId, const models::setNetworkProfileRequest_t& request) {
     ConnectionItem item;
     int status = CheckNetworkProfile(request, item);
     if (status == 0 && CConnectManager::GetInstance()->AddConnItem(item) != 1) status = 2;

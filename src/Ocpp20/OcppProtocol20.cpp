@@ -3,10 +3,12 @@
 #include <rapidjson/document.h>
 
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "Ocpp20/Ocpp20ProtocolRecv.h"
 #include "Ocpp20/Protocol/JsonText.h"
+#include "OcppProtocol/InboundFrame.h"
 #include "OcppProtocol/OcppSendSeam.h"
 #include "Process/BootHeartbeat.h"
 #include "Util/Tools.h"
@@ -90,37 +92,50 @@ bool COcppProtocol20::IsReponseError(const char* frame, size_t len) {
 
 void COcppProtocol20::OnMessage(const char* frame, int len) {
     if (frame == nullptr || len <= 0) return;
-    rapidjson::Document doc;
-    const bool parsed = ParseFrame(frame, static_cast<size_t>(len), doc);
+    const std::unique_ptr<CInboundFrame> read = CInboundFrame::Copy(frame, static_cast<size_t>(len));
+    if (read) OnMessage(*read);
+}
+
+void COcppProtocol20::OnMessage(const CInboundFrame& frame) {
+    if (frame.Length() == 0) return;
+    const rapidjson::Document& doc = frame.Document();
+    const bool parsed = frame.Parsed() && doc.IsArray();
+    const int len = static_cast<int>(frame.Length());
     if (parsed && doc.Size() >= 3 && doc[2].IsString()) {
         const std::string id = doc[1].IsString() ? std::string(doc[1].GetString(), doc[1].GetStringLength()) : "";
         const std::string action(doc[2].GetString(), doc[2].GetStringLength());
         // A CALLERROR nobody waited for lands here too; its error code
         // matches no action, so it ends without an answer.
-        bool bootTrigger = false;
-        if (action == models::actionTriggerMessage_t) {
+        const Ocpp20InboundAction* row = Ocpp20Protocol_FindInboundAction(action.c_str());
+        Ocpp20Record request;
+        std::string failure;
+        bool fits = true;
+        if (row != nullptr) {
             try {
-                bootTrigger = models::TriggerMessageRequestFromJsonData(frame, static_cast<unsigned int>(len))
-                                  .requestedMessage == "BootNotification";
-            } catch (const CustomException&) {
-                bootTrigger = false;  // the parameter check below answers it
+                request = Ocpp20Protocol_CheckRequest(*row, doc);
+            } catch (const CustomException& e) {
+                fits = false;
+                failure = e.what();
             }
         }
+        // Only a well-formed TriggerMessage(BootNotification) passes a rejected registration.
+        const bool bootTrigger =
+            fits && request && action == models::actionTriggerMessage_t &&
+            static_cast<const models::triggerMessageRequest_t*>(request.get())->requestedMessage == "BootNotification";
         if (CBootHeartbeat::GetInstance()->GetBootStatus() == kBootRejected && !bootTrigger) {
             OcppProtocol_ResponseError(id.c_str(), RESPONSEERRORCODE_SECURITYERROR, "", "{}");
             return;
         }
-        if (OnParamCheck(action.c_str(), frame, len) == 0) {
+        if (!fits) {
+            LOG_INFO("CustomException: %s", failure.c_str());
             OcppProtocol_ResponseError(id.c_str(), RESPONSEERRORCODE_TYPECONSTRAINTVIOLATION, "", "{}");
             return;
         }
-        const Ocpp20InboundAction* row = Ocpp20Protocol_FindInboundAction(action.c_str());
-        if (row != nullptr && row->handler != nullptr) row->handler(id.c_str(), frame, len);
+        if (row != nullptr && row->handler != nullptr) row->handler(id.c_str(), request.get(), len);
         return;
     }
     if (parsed && doc.Size() >= 1 && doc[0].IsInt() && doc[0].GetInt() == Base::CALLRESULT) return;
-    const std::string text(frame, static_cast<size_t>(len));
-    LOG_ERROR("recv cms data error:%s\n", text.c_str());
+    LOG_ERROR("recv cms data error:%s\n", frame.Text());
 }
 
 // --- Requests the station sends ---

@@ -9,6 +9,8 @@
 
 #include "models/Models.h"
 
+class CInboundFrame;
+
 // Answer fields the host or a component reads back from an answer frame.
 struct BootNotificationResult {
     int32_t currentTime;  // UTC epoch seconds; 0 when the time was not readable
@@ -25,7 +27,9 @@ public:
     static bool IsReponseError(const char* frame);
     static bool IsReponseError(const char* frame, size_t len);
 
-    // Inbound frames, on the notification thread only.
+    // Inbound frames, on the notification thread only. The frame comes read;
+    // the text form reads it first and is there for callers without one.
+    static void OnMessage(const CInboundFrame& frame);
     static void OnMessage(const char* frame, int len);
     // 0 when the payload of a known action does not fit its request record.
     static int OnParamCheck(const char* action, const char* frame, int len);

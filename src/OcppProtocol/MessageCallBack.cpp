@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "Ocpp20/OcppProtocol20.h"
+#include "OcppProtocol/InboundFrame.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/Thread.h"
@@ -70,9 +71,13 @@ void CMessageCallBack::Open() {
     }
 }
 
+void CMessageCallBack::OnWebSocketMessage(std::unique_ptr<CInboundFrame> frame) {
+    if (!frame) return;
+    Push(Queued{nullptr, frame.release()}, true, false);
+}
+
 void CMessageCallBack::OnWebSocketMessage(const char* frame, unsigned int len) {
-    if (frame == nullptr && len > 0) return;
-    Push(0, frame, len, true, false);
+    OnWebSocketMessage(CInboundFrame::Copy(frame, len));
 }
 
 void CMessageCallBack::OnMessage(const char* record, unsigned int len, int priority) {
@@ -81,23 +86,28 @@ void CMessageCallBack::OnMessage(const char* record, unsigned int len, int prior
         return;
     }
     if (record == nullptr && len > 0) return;
-    Push(1, record, len, false, priority != 0);
-}
-
-void CMessageCallBack::Push(int32_t kind, const char* data, unsigned int len, bool front, bool priority) {
     MessageCallBackItem* item = static_cast<MessageCallBackItem*>(calloc(1, sizeof(MessageCallBackItem) + len));
     if (item == nullptr) {
         LOG_ERROR("CMessageCallBack: out of memory for %u bytes", len);
         return;
     }
-    item->kind = kind;
+    item->kind = 1;
     item->length = len;
-    if (len > 0) memcpy(Payload(item), data, len);
+    if (len > 0) memcpy(Payload(item), record, len);
+    Push(Queued{item, nullptr}, false, priority != 0);
+}
+
+void CMessageCallBack::Free(const Queued& item) {
+    free(item.record);
+    delete item.frame;
+}
+
+void CMessageCallBack::Push(const Queued& item, bool front, bool priority) {
     {
         OCPP_SECTION(&m_mutex);
         if (m_closed.load()) {
             // Released while the producer still held the pointer: nobody would deliver it.
-            free(item);
+            Free(item);
             return;
         }
         if (priority) {
@@ -122,8 +132,8 @@ size_t CMessageCallBack::Pending() {
 }
 
 void CMessageCallBack::ClearLocked() {
-    for (MessageCallBackItem* item : m_frames) free(item);
-    for (MessageCallBackItem* item : m_priority) free(item);
+    for (const Queued& item : m_frames) Free(item);
+    for (const Queued& item : m_priority) Free(item);
     m_frames.clear();
     m_priority.clear();
 }
@@ -165,49 +175,53 @@ void* CMessageCallBack::MessageProc(void* arg) {
 
 void CMessageCallBack::Loop(uint64_t generation) {
     for (;;) {
-        MessageCallBackItem* item = nullptr;
+        Queued item{nullptr, nullptr};
         {
             OCPP_SECTION_NAMED(guard, &m_mutex);
             while (m_generation == generation && m_priority.empty() && m_frames.empty()) {
                 m_wake.wait_for(guard, kIdleWait);
             }
             if (m_generation != generation) return;
-            std::list<MessageCallBackItem*>& from = m_priority.empty() ? m_frames : m_priority;
+            std::list<Queued>& from = m_priority.empty() ? m_frames : m_priority;
             item = from.front();
             from.pop_front();
         }
         Dispatch(item);
-        free(item);
+        // The frame's document goes as soon as its handler is done.
+        Free(item);
     }
 }
 
-void CMessageCallBack::Dispatch(MessageCallBackItem* item) {
+void CMessageCallBack::Dispatch(const Queued& item) {
+    const int kind = item.frame != nullptr ? 0 : 1;
     try {
-        if (item->kind == 0) {
-            DispatchFrame(Payload(item), item->length);
+        if (item.frame != nullptr) {
+            DispatchFrame(*item.frame);
             return;
         }
         OcppProtocolCallBack* callback = g_pOcppProtocolCallBack.load();
-        if (callback != nullptr && callback->OnMessage != nullptr) callback->OnMessage(Payload(item), item->length);
+        if (callback != nullptr && callback->OnMessage != nullptr)
+            callback->OnMessage(Payload(item.record), item.record->length);
     } catch (const std::exception& e) {
-        LOG_ERROR("CMessageCallBack: item of kind %d failed: %s", (int)item->kind, e.what());
+        LOG_ERROR("CMessageCallBack: item of kind %d failed: %s", kind, e.what());
     } catch (...) {
-        LOG_ERROR("CMessageCallBack: item of kind %d failed", (int)item->kind);
+        LOG_ERROR("CMessageCallBack: item of kind %d failed", kind);
     }
 }
 
-void CMessageCallBack::DispatchFrame(const char* frame, uint32_t len) {
+// The one place where a frame meets the engine of the negotiated version.
+void CMessageCallBack::DispatchFrame(const CInboundFrame& frame) {
     FrameObserver observer = s_frameObserver.load();
-    if (observer != nullptr) observer(frame, len);
+    if (observer != nullptr) observer(frame.Text(), static_cast<uint32_t>(frame.Length()));
     switch (OcppProtocol_GetOcppProtocol()) {
         case OCPPPROTOCOL_16:
-            // the 1.6 engine takes (frame, len) here
+            // the 1.6 engine takes the frame here
             break;
         case OCPPPROTOCOL_201:
-            COcppProtocol20::OnMessage(frame, static_cast<int>(len));
+            COcppProtocol20::OnMessage(frame);
             break;
         case OCPPPROTOCOL_21:
-            // the 2.1 front end takes (frame, len) here
+            // the 2.1 front end takes the frame here
             break;
         default:
             break;  // no protocol negotiated: nobody to answer

@@ -5,10 +5,13 @@
 #include <condition_variable>
 #include <cstdint>
 #include <list>
+#include <memory>
 
-// One queued item: this head, then `length` payload bytes in the same block.
+class CInboundFrame;
+
+// One queued record: this head, then `length` payload bytes in the same block.
 struct MessageCallBackItem {
-    int32_t kind;     // 0 frame from the CSMS, 1 record for the host
+    int32_t kind;     // 1 record for the host
     uint32_t length;  // payload bytes
 };
 
@@ -20,7 +23,10 @@ public:
     // Stops the worker (after the item in hand) and discards everything queued.
     static void Release();
 
-    // Newest frame first: it goes to the front of the frame list.
+    // Newest frame first: it goes to the front of the frame list. The frame
+    // arrives already read and is released as soon as its handler returns.
+    void OnWebSocketMessage(std::unique_ptr<CInboundFrame> frame);
+    // Reads the text first; for callers that have no frame object.
     void OnWebSocketMessage(const char* frame, unsigned int len);
     // Priority records overtake everything; ordinary ones queue behind waiting frames.
     void OnMessage(const char* record, unsigned int len, int priority);
@@ -37,20 +43,27 @@ public:
     static const uint32_t kMaxRecordLen = 10 * kMaxPackageLen;  // longer records are refused
 
 private:
+    // Exactly one of the two is set.
+    struct Queued {
+        MessageCallBackItem* record;
+        CInboundFrame* frame;
+    };
+
     CMessageCallBack();
     ~CMessageCallBack() = delete;  // lives for the whole process, see GetInstance
     void Open();
     void ClearLocked();
     static void* MessageProc(void* start);
     void Loop(uint64_t generation);
-    void Dispatch(MessageCallBackItem* item);
-    void DispatchFrame(const char* frame, uint32_t len);
-    void Push(int32_t kind, const char* data, unsigned int len, bool front, bool priority);
+    void Dispatch(const Queued& item);
+    void DispatchFrame(const CInboundFrame& frame);
+    void Push(const Queued& item, bool front, bool priority);
+    static void Free(const Queued& item);
 
     pthread_mutex_t m_mutex;
     std::condition_variable_any m_wake;
-    std::list<MessageCallBackItem*> m_frames;
-    std::list<MessageCallBackItem*> m_priority;
+    std::list<Queued> m_frames;
+    std::list<Queued> m_priority;
     std::atomic<bool> m_closed{true};
     uint64_t m_generation = 0;  // a worker runs while this still equals the value it started with
     bool m_hasThread = false;

@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "Ocpp20/Process/VariableCache.h"
+#include "OcppProtocol/InboundFrame.h"
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Util/CriticalSectionManager.h"
@@ -148,9 +149,9 @@ void COcppWebSocketClientCallBack::OnConnectError() {
     m_pManager->OnLinkDown(m_iGeneration);
 }
 
-void COcppWebSocketClientCallBack::OnMessage(const char* message, int length) {
-    if (message == nullptr || length <= 0) return;
-    CMessageCallBack::GetInstance()->OnWebSocketMessage(message, static_cast<unsigned int>(length));
+void COcppWebSocketClientCallBack::OnMessage(std::unique_ptr<CInboundFrame> frame) {
+    if (!frame || frame->Length() == 0) return;
+    CMessageCallBack::GetInstance()->OnWebSocketMessage(std::move(frame));
 }
 
 void CConnectManager::OnLinkUp(uint64_t generation) {

@@ -24,7 +24,7 @@ public:
         : m_pManager(manager), m_iGeneration(generation) {}
     void OnConnectSuccess() override;
     void OnConnectError() override;
-    void OnMessage(const char* message, int length) override;
+    void OnMessage(std::unique_ptr<CInboundFrame> frame) override;
 
 private:
     CConnectManager* m_pManager;

@@ -274,10 +274,27 @@ std::string CTools::Hash12(const std::string& text) {
     return CCryptoUtil::GenSha256(text).substr(0, 12);
 }
 
+namespace {
+// Building the settings costs more than reading a short frame; they never
+// change, so they are made once and kept for the life of the process.
+const Json::CharReaderBuilder& ReaderSettings() {
+    static const Json::CharReaderBuilder* settings = new Json::CharReaderBuilder();
+    return *settings;
+}
+
+const Json::StreamWriterBuilder& CompactWriterSettings() {
+    static const Json::StreamWriterBuilder* settings = [] {
+        Json::StreamWriterBuilder* builder = new Json::StreamWriterBuilder();
+        (*builder)["indentation"] = "";
+        return builder;
+    }();
+    return *settings;
+}
+}  // namespace
+
 bool CTools::ParseJson(const char* text, size_t length, Json::Value& root, std::string* errors) {
     if (text == nullptr || length == 0) return false;
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::unique_ptr<Json::CharReader> reader(ReaderSettings().newCharReader());
     std::string why;
     bool parsed = false;
     try {
@@ -294,9 +311,7 @@ std::string CTools::MaskIdTokenFromJson(const std::string& text) {
     if (!ParseJson(text, root)) return text;
     try {
         MaskTokens(root);
-        Json::StreamWriterBuilder writer;
-        writer["indentation"] = "";
-        return Json::writeString(writer, root);
+        return Json::writeString(CompactWriterSettings(), root);
     } catch (const std::exception&) {
         return text;
     }

@@ -15,6 +15,7 @@
 
 #include "WebSocket/WebSocketClientCallBack.h"
 
+class CInboundFrame;
 struct lws;
 struct lws_context;
 struct lws_protocols;
@@ -100,6 +101,8 @@ public:
     static void LogTlsSession(lws* wsi);
     static void RouteLibraryLog();
     static const int kDefaultAnswerCapacity = 65535;
+    // Longest a request may be given; the sum with the monotonic clock must fit a 32-bit time_t.
+    static const int64_t kMaxWaitSec = 86400;
 
     // The libwebsockets callback; public only so the protocol table can name it.
     int OnLwsEvent(lws* wsi, int reason, void* user, void* in, size_t len);
@@ -120,7 +123,18 @@ private:
     bool IsServiceThread() const;
     bool IsOwnThread() const;
 
-    void OnWebSocketMessage(const char* message, size_t length);
+    // One method per group of libwebsockets events.
+    void OnConnectionError(const void* in, size_t len);
+    void OnEstablished(lws* wsi);
+    void OnReceive(lws* wsi, const void* in, size_t len);
+    void DropRecvBuffer();
+    void OnServiceWoken();
+    void OnPeerClose(const void* in, size_t len);
+    int OnVerifyServerCertificate(void* x509StoreCtx, size_t preverifyOk);
+
+    void OnWebSocketMessage(std::unique_ptr<CInboundFrame> frame);
+    // The frame as it goes to the log: tokens masked, line breaks removed.
+    static std::string OneLine(const char* message, int length);
     void OnLinkDown(const char* why);
     void FailQueuedFrames();  // socket lock held
     int WriteFrame(const char* message, int length, const char* failFormat, bool& closeNeeded);

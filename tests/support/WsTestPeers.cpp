@@ -1,5 +1,7 @@
 #include "WsTestPeers.h"
 
+#include "OcppProtocol/InboundFrame.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <openssl/evp.h>
@@ -253,9 +255,9 @@ void RecordingCsms::OnMessage(CWebSocketServer*, struct lws*, const char* data, 
     if (onMessage) onMessage(text);
 }
 
-void RecordingClientEvents::OnMessage(const char* message, int length) {
+void RecordingClientEvents::OnMessage(std::unique_ptr<CInboundFrame> frame) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_messages.emplace_back(message, static_cast<size_t>(length));
+    m_messages.emplace_back(frame->Text(), frame->Length());
 }
 
 std::vector<std::string> RecordingClientEvents::Messages() {

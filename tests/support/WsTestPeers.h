@@ -84,7 +84,7 @@ class RecordingClientEvents : public CWebSocketClientCallBack {
 public:
     void OnConnectSuccess() override { ++connected; }
     void OnConnectError() override { ++errors; }
-    void OnMessage(const char* message, int length) override;
+    void OnMessage(std::unique_ptr<CInboundFrame> frame) override;
     std::vector<std::string> Messages();
     std::atomic<int> connected{0};
     std::atomic<int> errors{0};

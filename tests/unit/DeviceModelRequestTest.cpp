@@ -10,7 +10,7 @@
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/Process/VariableCustom.h"
-#include "Ocpp20/Process/VariableRequest.h"
+#include "Ocpp20/Ocpp20ProtocolRecv.h"
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
@@ -62,7 +62,7 @@ protected:
     void SetUp() override {
         ResetSdkState();
         CBootHeartbeat::Release();
-        CVariableRequest::Clear();
+        Ocpp20Protocol_ClearPendingSetVariables();
         OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
         CVariableCache* cache = CVariableCache::GetInstance();
         cache->InitDefault();
@@ -79,7 +79,7 @@ protected:
         CVariableCharacteristics::Release();
         CVariableCustom::Release();
         CBootHeartbeat::Release();
-        CVariableRequest::Clear();
+        Ocpp20Protocol_ClearPendingSetVariables();
         ResetSdkState();
     }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Ocpp20/OcppProtocol20.h"
+#include "OcppProtocol/InboundFrame.h"
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
@@ -185,6 +186,20 @@ TEST_F(Dispatch, FramesFromTheLinkReachTheDispatcherThroughTheNotificationThread
     CMessageCallBack::GetInstance()->OnWebSocketMessage(frame.data(), static_cast<unsigned>(frame.size()));
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESET));
     EXPECT_EQ(Text(host.Records()[0].bytes, 4), "q1");
+}
+
+TEST_F(Dispatch, RequestIsServedFromTheFrameAsReadOnArrival) {
+    const std::string call = Call("q2", "Reset", R"({"type":"OnIdle","evseId":2})");
+    std::unique_ptr<CInboundFrame> frame = CInboundFrame::Copy(call.data(), call.size());
+    ASSERT_TRUE(frame && frame->Parsed());
+    // Spoil the text after reading: only the document read on arrival can serve the request.
+    std::memset(const_cast<char*>(frame->Text()), ' ', frame->Length());
+    CMessageCallBack::GetInstance()->OnWebSocketMessage(std::move(frame));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESET));
+    const std::string record = host.Records()[0].bytes;
+    EXPECT_EQ(Text(record, 4), "q2");
+    EXPECT_EQ(Int32At(record, 41), 1);
+    EXPECT_EQ(static_cast<uint8_t>(record[45]), 2);
 }
 
 TEST_F(Dispatch, WronglyTypedMemberIsAnsweredWithTypeConstraintViolation) {

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "OcppProtocol/InboundFrame.h"
 #include "TestSupport.h"
 #include "Util/CryptoUtil.h"
 #include "Util/Tools.h"
@@ -60,6 +61,18 @@ TEST(TokenPrivacy, LogsShowOnlyTheHashOfAnIdToken) {
         CTools::MaskIdTokenFromJson(R"([2,"1","Authorize",{"idToken":{"idToken":"SECRET42","type":"ISO14443"}}])");
     EXPECT_EQ(masked.find("SECRET42"), std::string::npos);
     EXPECT_NE(masked.find(CTools::Hash12("SECRET42")), std::string::npos);
+}
+
+TEST(TokenPrivacy, CsmsFrameLogShowsTokenHashesAndOtherFramesAsReceived) {
+    const std::string plain = "[2,\"a\",\"Reset\",\n{ \"type\": \"Immediate\" }]";
+    EXPECT_EQ(CInboundFrame::Copy(plain.data(), plain.size())->MaskedText(), plain);
+    const std::string start =
+        R"([2,"b","RequestStartTransaction",{"idToken":{"idToken":"SECRET1","type":"ISO14443"},)"
+        R"("groupIdToken":{"idToken":"SECRET2","type":"Central"},"remoteStartId":7}])";
+    EXPECT_EQ(CInboundFrame::Copy(start.data(), start.size())->MaskedText(),
+              R"([2,"b","RequestStartTransaction",{"idToken":{"idToken":")" + CTools::Hash12("SECRET1") +
+                  R"(","type":"ISO14443"},"groupIdToken":{"idToken":")" + CTools::Hash12("SECRET2") +
+                  R"(","type":"Central"},"remoteStartId":7}])");
 }
 
 TEST(FixedFields, CopyIsBoundedAndAlwaysTerminated) {

@@ -6,7 +6,7 @@
 
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
-#include "Ocpp20/Process/VariableRequest.h"
+#include "Ocpp20/Ocpp20ProtocolRecv.h"
 #include "Util/Tools.h"
 
 namespace {
@@ -42,8 +42,8 @@ int OcppProtocol_SetVariables(const char* messageId, int count, const VariableDa
     if (count < 0 || (count > 0 && items == nullptr)) return 0;
     // The host decides only its own variables; the library's verdicts stand, so
     // nothing it refused can reach the store through the answer.
-    const std::vector<VariableDataItem> settled = CVariableRequest::Settle(messageId, count, items);
-    const int sent = CVariableRequest::SendSetVariablesResponse(messageId, settled);
+    const std::vector<VariableDataItem> settled = Ocpp20Protocol_SettleSetVariables(messageId, count, items);
+    const int sent = Ocpp20Protocol_SendSetVariablesResponse(messageId, settled);
     const int stored = OcppProtocol_SetVariableData(count, settled.data(), 1);
     return sent == 1 && stored == 1 ? 1 : 0;
 }

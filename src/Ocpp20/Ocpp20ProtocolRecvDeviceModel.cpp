@@ -1,8 +1,10 @@
-#include "Ocpp20/Process/VariableRequest.h"
-
+// The device-model handlers of the action table: GetVariables and SetVariables.
 #include <OcppProtocol.h>
+#include <pthread.h>
 
 #include <cstring>
+#include <deque>
+#include <string>
 
 #include "Ocpp20/Ocpp20ProtocolRecv.h"
 #include "Ocpp20/OcppProtocol20.h"
@@ -13,12 +15,17 @@
 #include "Util/Tools.h"
 #include "models/Models.h"
 
-pthread_mutex_t CVariableRequest::s_mutex = PTHREAD_MUTEX_INITIALIZER;
-std::deque<CVariableRequest::Pending> CVariableRequest::s_pending;
-
 namespace {
 
-unsigned int Len(int len) { return len > 0 ? static_cast<unsigned int>(len) : 0u; }
+// A SetVariables request the host has not answered yet.
+struct PendingSet {
+    std::string messageId;
+    std::vector<int> statuses;  // the library's verdict per entry
+};
+// The oldest fall off, as their CALLs have long timed out.
+const size_t kMaxPending = 16;
+pthread_mutex_t g_pendingLock = PTHREAD_MUTEX_INITIALIZER;
+std::deque<PendingSet> g_pending;
 
 // Absent or negative ids mean station or EVSE level.
 uint8_t Id(bool present, int32_t id) { return present && id > 0 ? static_cast<uint8_t>(id) : 0; }
@@ -66,8 +73,8 @@ void Describe(models::component_t& component, models::variable_t& variable, int 
 
 }  // namespace
 
-void CVariableRequest::OnSetVariables(const char* messageId, const char* frame, int len) {
-    const models::setVariablesRequest_t request = models::SetVariablesRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnSetVariablesRequest(const char* messageId, const models::setVariablesRequest_t& request,
+                                          int len) {
     CVariableCache* cache = CVariableCache::GetInstance();
     const int count = static_cast<int>(request.setVariableData.size());
     const int maxItems = cache->DeviceDataCtrlrItemsPerMessageSetVariables();
@@ -89,7 +96,7 @@ void CVariableRequest::OnSetVariables(const char* messageId, const char* frame, 
     head.count = count;
     std::memcpy(block.data(), &head, sizeof head);
 
-    Pending pending;
+    PendingSet pending;
     pending.messageId = messageId != nullptr ? messageId : "";
     for (int i = 0; i < count; ++i) {
         const models::setVariableData_t& entry = request.setVariableData[static_cast<size_t>(i)];
@@ -103,26 +110,26 @@ void CVariableRequest::OnSetVariables(const char* messageId, const char* frame, 
         std::memcpy(block.data() + sizeof head + sizeof record * static_cast<size_t>(i), &record, sizeof record);
     }
     {
-        OCPP_SECTION(&s_mutex);
-        if (s_pending.size() >= kMaxPending) s_pending.pop_front();
-        s_pending.push_back(pending);
+        OCPP_SECTION(&g_pendingLock);
+        if (g_pending.size() >= kMaxPending) g_pending.pop_front();
+        g_pending.push_back(pending);
     }
     CMessageCallBack::GetInstance()->OnMessage(block.data(), static_cast<unsigned int>(block.size()), 0);
 }
 
-std::vector<VariableDataItem> CVariableRequest::Settle(const char* messageId, int count,
-                                                       const VariableDataItem* items) {
+std::vector<VariableDataItem> Ocpp20Protocol_SettleSetVariables(const char* messageId, int count,
+                                                                const VariableDataItem* items) {
     std::vector<VariableDataItem> settled;
     if (count <= 0 || items == nullptr) return settled;
     settled.assign(items, items + count);
     std::vector<int> decided;
     {
-        OCPP_SECTION(&s_mutex);
+        OCPP_SECTION(&g_pendingLock);
         const std::string id = messageId != nullptr ? messageId : "";
-        for (auto it = s_pending.begin(); it != s_pending.end(); ++it) {
+        for (auto it = g_pending.begin(); it != g_pending.end(); ++it) {
             if (it->messageId != id) continue;
             decided = it->statuses;
-            s_pending.erase(it);
+            g_pending.erase(it);
             break;
         }
     }
@@ -136,7 +143,7 @@ std::vector<VariableDataItem> CVariableRequest::Settle(const char* messageId, in
     return settled;
 }
 
-int CVariableRequest::SendSetVariablesResponse(const char* messageId, const std::vector<VariableDataItem>& items) {
+int Ocpp20Protocol_SendSetVariablesResponse(const char* messageId, const std::vector<VariableDataItem>& items) {
     models::setVariablesResponse_t answer;
     for (const VariableDataItem& item : items) {
         models::setVariableResult_t result;
@@ -153,8 +160,8 @@ int CVariableRequest::SendSetVariablesResponse(const char* messageId, const std:
     return OcppProtocol_SendMessage(frame.data(), static_cast<int>(frame.size()));
 }
 
-void CVariableRequest::OnGetVariables(const char* messageId, const char* frame, int len) {
-    const models::getVariablesRequest_t request = models::GetVariablesRequestFromJsonData(frame, Len(len));
+void Ocpp20Protocol_OnGetVariablesRequest(const char* messageId, const models::getVariablesRequest_t& request,
+                                          int len) {
     CVariableCache* cache = CVariableCache::GetInstance();
     const int count = static_cast<int>(request.getVariableData.size());
     const int maxItems = cache->DeviceDataCtrlrItemsPerMessageGetVariables();
@@ -192,15 +199,7 @@ void CVariableRequest::OnGetVariables(const char* messageId, const char* frame, 
     if (!out.empty()) OcppProtocol_SendMessage(out.data(), static_cast<int>(out.size()));
 }
 
-void CVariableRequest::Clear() {
-    OCPP_SECTION(&s_mutex);
-    s_pending.clear();
-}
-
-void Ocpp20Protocol_OnSetVariablesRequest(const char* messageId, const char* frame, int len) {
-    CVariableRequest::OnSetVariables(messageId, frame, len);
-}
-
-void Ocpp20Protocol_OnGetVariablesRequest(const char* messageId, const char* frame, int len) {
-    CVariableRequest::OnGetVariables(messageId, frame, len);
+void Ocpp20Protocol_ClearPendingSetVariables() {
+    OCPP_SECTION(&g_pendingLock);
+    g_pending.clear();
 }
