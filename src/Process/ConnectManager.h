@@ -10,26 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "WebSocket/WebSocketClientCallBack.h"
+#include "Process/OcppWebSocketClientCallBack.h"
 
-class CConnectManager;
-class CWebSocketClient;
 struct ConnectLink;
-
-// Link events of one client. Each client gets its own, tagged with the
-// generation it was created for, so a late event of a replaced client is dropped.
-class COcppWebSocketClientCallBack : public CWebSocketClientCallBack {
-public:
-    COcppWebSocketClientCallBack(CConnectManager* manager, uint64_t generation)
-        : m_pManager(manager), m_iGeneration(generation) {}
-    void OnConnectSuccess() override;
-    void OnConnectError() override;
-    void OnMessage(const char* message, int length) override;
-
-private:
-    CConnectManager* m_pManager;
-    uint64_t m_iGeneration;
-};
 
 // Picks the CSMS connection profile and keeps the link up.
 class CConnectManager {
@@ -135,6 +118,8 @@ private:
     std::string BuildJson();
 
     static CConnectManager* s_instance;
+    // A store of a handful of profiles.
+    static const size_t kMaxProfiles = 64;
 
     std::atomic<int> m_bStop{0};
     pthread_t m_connectThread{};
