@@ -51,7 +51,7 @@ void CConnectManager::Release() {
     delete instance;
 }
 
-CConnectManager::CConnectManager() {
+CConnectManager::CConnectManager() : CJsonStore(StoreTexts(), StoreShape()) {
     pthread_mutex_init(&m_connLock, nullptr);
     pthread_mutex_init(&m_listLock, nullptr);
     pthread_mutex_init(&m_checkLock, nullptr);

@@ -11,19 +11,18 @@
 #include <vector>
 
 #include "Process/OcppWebSocketClientCallBack.h"
+#include "Util/JsonStore.h"
 
 struct ConnectLink;
 
 // Picks the CSMS connection profile and keeps the link up.
-class CConnectManager {
+class CConnectManager : public CJsonStore {
 public:
     static CConnectManager* GetInstance();
     static void Release();
 
-    // Profiles are kept in this file (csmscfg.json in the cache folder).
-    int SetStoreFile(const std::string& path);
-    int SyncFromFile();
-    int SyncToFile();
+    // Profiles are kept in the store file (csmscfg.json in the cache folder).
+    int SyncFromFile() override;
 
     void AddCustomItem(OCPPPROTOCOL protocol, const char* url, int connType, int messageTimeout);
     int AddConnItem(const ConnectionItem& item);
@@ -104,7 +103,10 @@ public:
 
 private:
     CConnectManager();
-    ~CConnectManager();
+    ~CConnectManager() override;
+    static JsonStoreTexts StoreTexts();
+    static JsonStoreShape StoreShape();
+    std::string BuildImage() override;
     CConnectManager(const CConnectManager&) = delete;
     CConnectManager& operator=(const CConnectManager&) = delete;
 
@@ -115,7 +117,6 @@ private:
     void Wake();
     bool WaitWake(int milliseconds);  // false when stopping
     std::vector<int> SplitPriority(const std::string& list);
-    std::string BuildJson();
 
     static CConnectManager* s_instance;
     // A store of a handful of profiles.
@@ -135,7 +136,6 @@ private:
     pthread_mutex_t m_listLock;  // profile list and stored strings
     std::vector<ConnectionItem> m_ConnItemVec;
     ConnectionItem m_curConnItem;
-    std::string m_strStoreFile;
     std::string m_strConnectPriority = "1";
     int m_iTestAttempts = 1;
     int m_iBackOffMinimum = 3;

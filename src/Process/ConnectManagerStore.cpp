@@ -1,21 +1,13 @@
 #include "Process/ConnectManager.h"
 
 #include <json/json.h>
-#include <sys/stat.h>
 
 #include <cstring>
 
 #include "Util/CriticalSectionManager.h"
-#include "Util/FileUtil.h"
 #include "Util/Tools.h"
 
 namespace {
-// One writer at a time: the temporary file has a fixed name, and a snapshot
-// built earlier must not land over a later one.
-pthread_mutex_t g_storeFileSection = PTHREAD_MUTEX_INITIALIZER;
-
-// A store of a handful of profiles; anything this large is not ours.
-const size_t kMaxStoreBytes = 256 * 1024;
 
 Json::Value ItemToJson(const ConnectionItem& item) {
     Json::Value v(Json::objectValue);
@@ -46,55 +38,43 @@ bool ItemFromJson(const Json::Value& v, ConnectionItem& item) {
 }
 }  // namespace
 
-// ---- Store file ---------------------------------------------------------------
-
-int CConnectManager::SetStoreFile(const std::string& path) {
-    {
-        OCPP_SECTION(&m_listLock);
-        if (path == m_strStoreFile && !path.empty()) return 1;
-        if (path.empty()) return 0;
-        m_strStoreFile = path;
-    }
-    LOG_INFO("Connection Cache File: %s", path.c_str());
-    int err = 0;
-    FileWriteResult r;
-    const int created = CFileUtil::CreateIfAbsent(path, "{}", &err, &r);
-    if (created == 0) {
-        LOG_INFO("Connection Cache File already exists");
-    } else if (created < 0 && r.failedStep == FileWriteResult::kOpen) {
-        LOG_ERROR("SetStoreFile: openat failed, errno=%d", err);
-        return 0;
-    } else {
-        // A failed first write is not fatal here: the next sync rewrites the whole file.
-        if (created < 0) LOG_ERROR("CConnectManager write error, errno=%d", err);
-        if (r.fsyncErr != 0) LOG_ERROR("CConnectManager fsync failed, errno=%d", r.fsyncErr);
-        LOG_INFO("Connection Cache File created");
-    }
-    return SyncFromFile();
+JsonStoreTexts CConnectManager::StoreTexts() {
+    JsonStoreTexts t;
+    t.fileIs = "Connection Cache File: %s";
+    t.alreadyExists = "Connection Cache File already exists";
+    t.created = "Connection Cache File created";
+    t.createFailed = "SetStoreFile: openat failed, errno=%d";
+    t.createWriteFailed = "CConnectManager write error, errno=%d";
+    t.createFsyncFailed = "CConnectManager fsync failed, errno=%d";
+    t.tooLarge = "Connection Cache File too large: %lld";
+    t.unreadable = JsonStoreTexts::kQuiet;
+    t.invalid = "Connection Cache File is not valid: %s";
+    t.writing = "Connection write to File";
+    t.openFailed = "SyncToFile: openat(%s) failed, errno=%d";
+    t.dataFailed = "SyncToFile: write failed, errno=%d";
+    t.fsyncFailed = "SyncToFile: fsync failed, errno=%d";
+    t.renameFailed = "SyncToFile: renameat(%s -> %s) failed, errno=%d";
+    t.written = "Connection write to File Success";
+    return t;
 }
 
+JsonStoreShape CConnectManager::StoreShape() {
+    JsonStoreShape shape;
+    shape.emptyImage = "{}";
+    // A store of a handful of profiles; anything this large is not ours.
+    shape.maxBytes = 256 * 1024;
+    shape.emptyPathRefused = true;
+    // A failed first write is not fatal here: the next sync rewrites the whole file.
+    shape.keepAfterCreateWriteError = true;
+    shape.unboundWriteResult = 0;
+    return shape;
+}
+
+// ---- Store file ---------------------------------------------------------------
+
 int CConnectManager::SyncFromFile() {
-    std::string path;
-    {
-        OCPP_SECTION(&m_listLock);
-        path = m_strStoreFile;
-    }
-    if (path.empty()) return 0;
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) return 0;
-    if (static_cast<size_t>(st.st_size) > kMaxStoreBytes) {
-        LOG_ERROR("Connection Cache File too large: %lld", (long long)st.st_size);
-        return 0;
-    }
-    std::string text;
-    if (!CFileUtil::ReadFile(path, text)) return 0;
     Json::Value root;
-    std::string errors;
-    const bool parsed = CTools::ParseJson(text, root, &errors);
-    if (!parsed || !root.isObject()) {
-        LOG_ERROR("Connection Cache File is not valid: %s", errors.c_str());
-        return 0;
-    }
+    if (ReadImage(root) != kRead) return 0;
     std::vector<ConnectionItem> items;
     bool haveItems = false;
     if (root["connectinfo"].isArray()) {
@@ -122,7 +102,7 @@ int CConnectManager::SyncFromFile() {
     return 1;
 }
 
-std::string CConnectManager::BuildJson() {
+std::string CConnectManager::BuildImage() {
     Json::Value root(Json::objectValue);
     Json::Value list(Json::arrayValue);
     {
@@ -142,35 +122,4 @@ std::string CConnectManager::BuildJson() {
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "";
     return Json::writeString(writer, root);
-}
-
-int CConnectManager::SyncToFile() {
-    std::string path;
-    {
-        OCPP_SECTION(&m_listLock);
-        path = m_strStoreFile;
-    }
-    if (path.empty()) return 0;
-    LOG_INFO("Connection write to File");
-    OCPP_SECTION(&g_storeFileSection);
-    const std::string text = BuildJson();
-    const std::string tmp = path + "1";
-    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(path, text, "1");
-    switch (r.failedStep) {
-    case FileWriteResult::kOpen:
-        LOG_ERROR("SyncToFile: openat(%s) failed, errno=%d", tmp.c_str(), r.err);
-        return 0;
-    case FileWriteResult::kWrite:
-        LOG_ERROR("SyncToFile: write failed, errno=%d", r.err);
-        return 0;
-    default:
-        break;
-    }
-    if (r.fsyncErr != 0) LOG_ERROR("SyncToFile: fsync failed, errno=%d", r.fsyncErr);
-    if (r.failedStep == FileWriteResult::kRename) {
-        LOG_ERROR("SyncToFile: renameat(%s -> %s) failed, errno=%d", tmp.c_str(), path.c_str(), r.err);
-        return 0;
-    }
-    LOG_INFO("Connection write to File Success");
-    return 1;
 }

@@ -35,8 +35,30 @@ int ResetNetworkPriority(const char* value) {
     return value != nullptr ? CConnectManager::GetInstance()->ResetAllPriority(value) : 0;
 }
 
-// A legitimate file of 3000 records stays far below this; anything larger is not read into memory.
-const size_t kMaxFileBytes = static_cast<size_t>(CVariableCache::kMaxRecords) * 8192;
+JsonStoreTexts StoreTexts() {
+    JsonStoreTexts t;
+    t.fileIs = "Variable Cache File:%s";
+    t.alreadyExists = "Variable Cache File already exist";
+    t.created = "Variable Cache File created";
+    t.createFailed = "SetStoreFile: create failed, errno=%d";
+    t.createWriteFailed = "CVariableCache write error, errno=%d";
+    t.createFsyncFailed = "fsync failed, errno=%d";
+    t.invalid = "Variables File  json parse failed \n";
+    t.openFailed = "SyncToFile: openat(%s) failed errno=%d\n";
+    t.dataFailed = "SyncToFile: write failed errno=%d\n";
+    t.fsyncFailed = "SyncToFile: fsync failed errno=%d\n";
+    t.renameFailed = "SyncToFile: renameat(%s → %s) failed errno=%d\n";
+    return t;
+}
+
+JsonStoreShape StoreShape() {
+    JsonStoreShape shape;
+    shape.emptyImage = "[]";
+    // A legitimate file of 3000 records stays far below this; anything larger is not read into memory.
+    shape.maxBytes = static_cast<size_t>(CVariableCache::kMaxRecords) * 8192;
+    shape.writeFailuresToStdout = true;
+    return shape;
+}
 
 struct RegisterRow {
     const char* component;
@@ -159,15 +181,12 @@ void CVariableCache::Release() {
 }
 
 void CVariableCache::Reset() {
-    {
-        OCPP_SECTION(&m_mutex);
-        m_path.clear();  // nothing is written until a store is named again
-    }
+    Unbind();
     InitDefault();
     LoadDefault();
 }
 
-CVariableCache::CVariableCache() {
+CVariableCache::CVariableCache() : CJsonStore(StoreTexts(), StoreShape()) {
     pthread_mutex_init(&m_mutex, nullptr);
     InitDefault();  // a store opened without InitDefault still gets its defaults
     // Without a cache folder no file is ever bound; the station still needs its
@@ -176,32 +195,6 @@ CVariableCache::CVariableCache() {
 }
 
 CVariableCache::~CVariableCache() { pthread_mutex_destroy(&m_mutex); }
-
-int CVariableCache::SetStoreFile(const std::string& path) {
-    {
-        OCPP_SECTION(&m_mutex);
-        if (path == m_path) return 1;
-        m_path = path;
-    }
-    LOG_INFO("Variable Cache File:%s", path.c_str());
-    int err = 0;
-    FileWriteResult r;
-    const int created = CFileUtil::CreateIfAbsent(path, "[]", &err, &r);
-    if (created == 0) {
-        LOG_INFO("Variable Cache File already exist");
-        return SyncFromFile();
-    }
-    if (created < 0) {
-        if (r.failedStep == FileWriteResult::kOpen)
-            LOG_ERROR("SetStoreFile: create failed, errno=%d", err);
-        else
-            LOG_ERROR("CVariableCache write error, errno=%d", err);
-        return 0;
-    }
-    if (r.fsyncErr != 0) LOG_ERROR("fsync failed, errno=%d", r.fsyncErr);
-    LOG_INFO("Variable Cache File created");
-    return SyncFromFile();
-}
 
 void CVariableCache::InitDefault() {
     OCPP_SECTION(&m_mutex);
@@ -252,22 +245,10 @@ int CVariableCache::CheckFromDefault() {
 }
 
 int CVariableCache::SyncFromFile() {
-    std::string text;
-    {
-        OCPP_SECTION(&m_mutex);
-        if (m_path.empty()) return 1;
-        struct stat st;
-        if (stat(m_path.c_str(), &st) == 0 && static_cast<uint64_t>(st.st_size) <= kMaxFileBytes)
-            CFileUtil::ReadFile(m_path, text);
-    }
     Json::Value root;
-    const bool parsed = CTools::ParseJson(text, root);
-    int count = 0;
-    if (!parsed || !root.isArray()) {
-        LOG_ERROR("Variables File  json parse failed \n");
-    } else {
-        count = static_cast<int>(root.size());
-    }
+    const ReadResult read = ReadImage(root);
+    if (read == kUnbound) return 1;
+    const int count = read == kRead ? static_cast<int>(root.size()) : 0;
     if (count == 0) {
         LoadDefault();
         return 1;
@@ -292,49 +273,17 @@ int CVariableCache::SyncFromFile() {
     return 1;
 }
 
-int CVariableCache::SyncToFile() {
+std::string CVariableCache::BuildImage() {
     std::string text;
-    uint64_t seq;
-    {
-        OCPP_SECTION(&m_mutex);
-        if (m_path.empty()) return 1;
-        text.reserve(m_items.size() * 256 + 2);
-        text += '[';
-        for (size_t i = 0; i < m_items.size(); ++i) {
-            if (i) text += ',';
-            m_items[i].AppendJson(text);
-        }
-        text += ']';
-        seq = ++m_snapshotSeq;
-    }
     OCPP_SECTION(&m_mutex);
-    // A later snapshot already reached the disk: writing this one would undo it.
-    if (seq < m_writtenSeq) return 1;
-    const int rc = WriteImage(text);
-    if (rc == 1) m_writtenSeq = seq;
-    return rc;
-}
-
-// Caller holds m_mutex.
-int CVariableCache::WriteImage(const std::string& text) {
-    const std::string tmp = m_path + "1";
-    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(m_path, text, "1");
-    switch (r.failedStep) {
-    case FileWriteResult::kOpen:
-        printf("SyncToFile: openat(%s) failed errno=%d\n", tmp.c_str(), r.err);
-        return 0;
-    case FileWriteResult::kWrite:
-        printf("SyncToFile: write failed errno=%d\n", r.err);
-        return 0;
-    default:
-        break;
+    text.reserve(m_items.size() * 256 + 2);
+    text += '[';
+    for (size_t i = 0; i < m_items.size(); ++i) {
+        if (i) text += ',';
+        m_items[i].AppendJson(text);
     }
-    if (r.fsyncErr != 0) printf("SyncToFile: fsync failed errno=%d\n", r.fsyncErr);
-    if (r.failedStep == FileWriteResult::kRename) {
-        printf("SyncToFile: renameat(%s → %s) failed errno=%d\n", tmp.c_str(), m_path.c_str(), r.err);
-        return 0;
-    }
-    return 1;
+    text += ']';
+    return text;
 }
 
 std::vector<VariableDataItem20*> CVariableCache::GetItem(const char* component, const char* variable) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Ocpp20/Process/VariableDataItem20.h"
+#include "Util/JsonStore.h"
 
 // Transaction start and stop points, in the order the transaction manager uses.
 enum TRANSACTIONSTARTPOINT {
@@ -20,19 +21,17 @@ enum TRANSACTIONSTARTPOINT {
 
 // The device model: one ordered list of variable records, persisted as a JSON
 // array, seeded from the built-in register.
-class CVariableCache {
+class CVariableCache : public CJsonStore {
 public:
     static CVariableCache* GetInstance();
     static void Release();
 
     static const int kMaxRecords = 3000;
 
-    int SetStoreFile(const std::string& path);
     void InitDefault();
     int LoadDefault();
     int CheckFromDefault();
-    int SyncFromFile();
-    int SyncToFile();
+    int SyncFromFile() override;
 
     std::vector<VariableDataItem20> GetVariables(const VariableDataItem20& query, int exact);
     VariableDataItem20 GetVariable(const char* component, const char* variable);
@@ -137,7 +136,7 @@ private:
     // not-supported-attribute when only other types match, `notFound` when nothing matches.
     int CheckMatchStatus(const VariableDataItem20& item, int& mode, RecordMatcher matches, int notFound);
     CVariableCache();
-    ~CVariableCache();
+    ~CVariableCache() override;
     CVariableCache(const CVariableCache&) = delete;
     CVariableCache& operator=(const CVariableCache&) = delete;
 
@@ -150,15 +149,11 @@ private:
     bool ReadBool(const char* component, const char* variable, const char* instance = "");
     std::string ReadString(const char* component, const char* variable, const char* instance = "");
     float ReadFloat(const char* component, const char* variable, const char* instance, const char* missingLog);
-    int WriteImage(const std::string& text);
+    std::string BuildImage() override;
     void Reset();
 
     static CVariableCache* s_instance;
     pthread_mutex_t m_mutex;
-    std::string m_path;
     std::vector<VariableItemRegister> m_register;
     std::vector<VariableDataItem20> m_items;
-    // Snapshots are numbered so that a slower writer never puts an older image over a newer one.
-    uint64_t m_snapshotSeq = 0;
-    uint64_t m_writtenSeq = 0;
 };
