@@ -256,6 +256,7 @@ int CConnectManager::TestConnectItem() {
         cur = items.front();
     }
     BackUpCurConnectionItem(cur);
+    SyncToFile();  // no link-up follows to store it, and a restart offline must find it
     OcppProtocol_ResourceInit(cur);
     OcppProtocol_EnterOfflineMode();
     // Keep trying the chosen profile on the usual back-off rather than stay offline for good.
