@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <list>
 
+#include "Util/Singleton.h"
+
 // One queued item: this head, then `length` payload bytes in the same block.
 struct MessageCallBackItem {
     int32_t kind;     // 0 frame from the CSMS, 1 record for the host
@@ -14,11 +16,10 @@ struct MessageCallBackItem {
 
 // The single thread on which inbound frames are handled and host records are
 // delivered, so protocol handlers and host callbacks never run concurrently.
-class CMessageCallBack {
+// Release stops the worker (after the item in hand) and discards everything queued;
+// the next GetInstance starts a fresh worker.
+class CMessageCallBack : public CSingleton<CMessageCallBack> {
 public:
-    static CMessageCallBack* GetInstance();
-    // Stops the worker (after the item in hand) and discards everything queued.
-    static void Release();
 
     // Newest frame first: it goes to the front of the frame list.
     void OnWebSocketMessage(const char* frame, unsigned int len);
@@ -37,9 +38,12 @@ public:
     static const uint32_t kMaxRecordLen = 10 * kMaxPackageLen;  // longer records are refused
 
 private:
+    friend class CSingleton<CMessageCallBack>;
     CMessageCallBack();
     ~CMessageCallBack() = delete;  // lives for the whole process, see GetInstance
     void Open();
+    void ResetInPlace() { Close(); }
+    void Resume() { Open(); }
     void ClearLocked();
     static void* MessageProc(void* start);
     void Loop(uint64_t generation);
@@ -56,6 +60,5 @@ private:
     bool m_hasThread = false;
     pthread_t m_thread{};
 
-    static CMessageCallBack* s_instance;
     static std::atomic<FrameObserver> s_frameObserver;
 };

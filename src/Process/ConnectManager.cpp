@@ -12,11 +12,7 @@
 #include "Util/Tools.h"
 #include "WebSocket/WebSocketClient.h"
 
-CConnectManager* CConnectManager::s_instance = nullptr;
-
 namespace {
-pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
-
 std::string Base64(const void* data, size_t len) {
     std::string out(4 * ((len + 2) / 3) + 1, '\0');
     const int n = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]), static_cast<const unsigned char*>(data),
@@ -28,36 +24,65 @@ std::string Base64(const void* data, size_t len) {
 
 // ---- Lifetime -----------------------------------------------------------------
 
-CConnectManager* CConnectManager::GetInstance() {
-    OCPP_SECTION(&g_instanceSection);
-    if (s_instance == nullptr) s_instance = new CConnectManager();
-    return s_instance;
-}
-
-void CConnectManager::Release() {
-    CConnectManager* instance;
-    {
-        OCPP_SECTION(&g_instanceSection);
-        instance = s_instance;
-    }
-    if (instance == nullptr) return;
-    // Threads and the client stop while the instance is still reachable, so a
-    // late callback cannot create a fresh manager behind our back.
-    instance->Shutdown();
-    {
-        OCPP_SECTION(&g_instanceSection);
-        s_instance = nullptr;
-    }
-    delete instance;
-}
-
 CConnectManager::CConnectManager() : CJsonStore(StoreTexts(), StoreShape()) {
     pthread_mutex_init(&m_connLock, nullptr);
     pthread_mutex_init(&m_listLock, nullptr);
     pthread_mutex_init(&m_checkLock, nullptr);
     memset(&m_curConnItem, 0, sizeof m_curConnItem);
+    StartCheckThread();
+}
+
+void CConnectManager::StartCheckThread() {
     m_checkThread = LinuxCreateThread(nullptr, CheckNetworkProc, this);
     m_bCheckThreadStarted = true;
+}
+
+// Never freed: senders and link events may still hold the pointer. A release stops the
+// threads and the client, then puts every setting back to its constructed value; the
+// generation keeps counting, so a late event of the old client is still dropped.
+void CConnectManager::ResetInPlace() {
+    Shutdown();
+    Unbind();
+    {
+        OCPP_SECTION(&m_listLock);
+        m_ConnItemVec.clear();
+        m_strConnectPriority = "1";
+        m_strFactoryConfigBase64.clear();
+    }
+    {
+        OCPP_SECTION(&m_connLock);
+        m_iNextConnTimeSec = 0;
+        m_iNextConnTimeSpace = 0;
+        m_iCurRetryCount = 0;
+        memset(&m_curConnItem, 0, sizeof m_curConnItem);
+        m_iTestAttempts = 1;
+        m_iBackOffMinimum = 3;
+        m_iBackOffRandomRange = 0;
+        m_iBackOffRepeatTimes = 0;
+        m_iEarlyStart = 0;
+        m_iOfflineTimeSec = 0;
+        m_iTestResult = -1;
+        m_strCert.clear();
+        m_strKey.clear();
+        m_strCa.clear();
+        m_strName.clear();
+        m_strPwd.clear();
+        m_bWake = false;
+    }
+    m_bTestConnectRequest = 0;
+    m_bOfflineMode = 0;
+    m_bResetFactoryConfig = 0;
+    m_bTesting = 1;
+    m_bCheckNetwork = 0;
+    m_iLastPingSec = 0;
+    m_bConnected = 0;
+    m_bAcceptedByCsms = 0;
+    m_bStop = 0;
+    m_bCheckAfterReset = true;
+}
+
+void CConnectManager::Resume() {
+    if (m_bCheckAfterReset.exchange(false)) StartCheckThread();
 }
 
 CConnectManager::~CConnectManager() {

@@ -12,15 +12,13 @@
 
 #include "Process/OcppWebSocketClientCallBack.h"
 #include "Util/JsonStore.h"
+#include "Util/Singleton.h"
 
 struct ConnectLink;
 
 // Picks the CSMS connection profile and keeps the link up.
-class CConnectManager : public CJsonStore {
+class CConnectManager : public CJsonStore, public CSingleton<CConnectManager> {
 public:
-    static CConnectManager* GetInstance();
-    static void Release();
-
     // Profiles are kept in the store file (csmscfg.json in the cache folder).
     int SyncFromFile() override;
 
@@ -102,6 +100,7 @@ public:
     static void SetTestConnectHook(TestConnectFn hook);
 
 private:
+    friend class CSingleton<CConnectManager>;
     CConnectManager();
     ~CConnectManager() override;
     static JsonStoreTexts StoreTexts();
@@ -113,12 +112,14 @@ private:
     static void* ConnectProc(void* self);
     static void* CheckNetworkProc(void* self);
     void Shutdown();
+    void ResetInPlace();
+    void Resume();
+    void StartCheckThread();
     void StartClient(const ConnectionItem& item, bool test);
     void Wake();
     bool WaitWake(int milliseconds);  // false when stopping
     std::vector<int> SplitPriority(const std::string& list);
 
-    static CConnectManager* s_instance;
     // A store of a handful of profiles.
     static const size_t kMaxProfiles = 64;
 
@@ -127,6 +128,7 @@ private:
     bool m_bConnectThreadStarted = false;
     pthread_t m_checkThread{};
     bool m_bCheckThreadStarted = false;
+    std::atomic<bool> m_bCheckAfterReset{false};  // a reset stopped the check thread; the next use starts it
     std::atomic<int> m_bTestConnectRequest{0};
     int64_t m_iNextConnTimeSec = 0;  // run-time seconds; 0 = none
     int m_iNextConnTimeSpace = 0;

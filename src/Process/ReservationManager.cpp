@@ -17,8 +17,6 @@
 #include "Util/Tools.h"
 
 namespace {
-pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
-
 JsonStoreTexts StoreTexts() {
     JsonStoreTexts t;
     t.fileIs = "Reservation Cache File: %s";
@@ -78,26 +76,11 @@ bool ItemFromJson(const Json::Value& e, ReservationItem* item) {
 }
 }  // namespace
 
-CReservationManager* CReservationManager::s_instance = nullptr;
-
-// The object is never freed: other threads may still hold the pointer they got
-// a moment ago. Release puts it back to its freshly constructed state instead.
-CReservationManager* CReservationManager::GetInstance() {
-    OCPP_SECTION(&g_instanceSection);
-    if (s_instance == nullptr) s_instance = new CReservationManager();
-    return s_instance;
-}
-
-void CReservationManager::Release() {
-    CReservationManager* instance;
-    {
-        OCPP_SECTION(&g_instanceSection);
-        instance = s_instance;
-    }
-    if (instance == nullptr) return;
-    instance->Unbind();
-    OCPP_SECTION(&instance->m_mutex);
-    instance->m_items.clear();
+// Never freed (threads may hold the pointer); a release empties and unbinds it.
+void CReservationManager::ResetInPlace() {
+    Unbind();
+    OCPP_SECTION(&m_mutex);
+    m_items.clear();
 }
 
 CReservationManager::CReservationManager() : CJsonStore(StoreTexts(), StoreShape()) {

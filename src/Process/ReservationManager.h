@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Util/JsonStore.h"
+#include "Util/Singleton.h"
 
 struct ReservationItem {
     uint32_t id;
@@ -18,11 +19,8 @@ struct ReservationItem {
 
 // Reservations made by the CSMS, kept until used, cancelled or expired.
 // Shared by the transaction managers of every protocol version.
-class CReservationManager : public CJsonStore {
+class CReservationManager : public CJsonStore, public CSingleton<CReservationManager> {
 public:
-    static CReservationManager* GetInstance();
-    static void Release();
-
     static const int kMaxReservations = 1000;
 
     int AddReservationItem(const ReservationItem& item);
@@ -43,12 +41,13 @@ public:
     int CheckReservedStart(uint32_t id, const char* idToken, const char* groupToken);
 
 private:
+    friend class CSingleton<CReservationManager>;
     CReservationManager();
     ~CReservationManager() override;
     std::string BuildImage() override;
+    void ResetInPlace();
     void DropExpired();
 
-    static CReservationManager* s_instance;
     pthread_mutex_t m_mutex;  // the list; taken inside the store's write lock
     std::vector<ReservationItem> m_items;
 };

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <sstream>
 
 #include <json/json.h>
@@ -22,8 +21,6 @@
 #include "Util/Tools.h"
 
 namespace {
-
-std::mutex g_instanceMutex;
 
 // Change notifications to blocks that are not in this library build yet.
 // Each one is called with the cache lock held and must not call back into the cache's writers.
@@ -161,26 +158,8 @@ VariableDataItem20 FromRegister(const VariableItemRegister& row) {
 
 }  // namespace
 
-CVariableCache* CVariableCache::s_instance = nullptr;
-
-// The object is never freed: other threads may still hold the pointer they got
-// a moment ago. Release puts it back to its freshly constructed state instead.
-CVariableCache* CVariableCache::GetInstance() {
-    std::lock_guard<std::mutex> lock(g_instanceMutex);
-    if (s_instance == nullptr) s_instance = new CVariableCache();
-    return s_instance;
-}
-
-void CVariableCache::Release() {
-    CVariableCache* instance;
-    {
-        std::lock_guard<std::mutex> lock(g_instanceMutex);
-        instance = s_instance;
-    }
-    if (instance != nullptr) instance->Reset();
-}
-
-void CVariableCache::Reset() {
+// Never freed (threads may hold the pointer); a release puts it back to its defaults.
+void CVariableCache::ResetInPlace() {
     Unbind();
     InitDefault();
     LoadDefault();

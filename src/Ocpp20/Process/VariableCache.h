@@ -7,6 +7,7 @@
 
 #include "Ocpp20/Process/VariableDataItem20.h"
 #include "Util/JsonStore.h"
+#include "Util/Singleton.h"
 
 // Transaction start and stop points, in the order the transaction manager uses.
 enum TRANSACTIONSTARTPOINT {
@@ -21,11 +22,8 @@ enum TRANSACTIONSTARTPOINT {
 
 // The device model: one ordered list of variable records, persisted as a JSON
 // array, seeded from the built-in register.
-class CVariableCache : public CJsonStore {
+class CVariableCache : public CJsonStore, public CSingleton<CVariableCache> {
 public:
-    static CVariableCache* GetInstance();
-    static void Release();
-
     static const int kMaxRecords = 3000;
 
     void InitDefault();
@@ -135,6 +133,7 @@ private:
     // Accepted (with the record's mode) when a matching record has the asked attribute type,
     // not-supported-attribute when only other types match, `notFound` when nothing matches.
     int CheckMatchStatus(const VariableDataItem20& item, int& mode, RecordMatcher matches, int notFound);
+    friend class CSingleton<CVariableCache>;
     CVariableCache();
     ~CVariableCache() override;
     CVariableCache(const CVariableCache&) = delete;
@@ -150,9 +149,8 @@ private:
     std::string ReadString(const char* component, const char* variable, const char* instance = "");
     float ReadFloat(const char* component, const char* variable, const char* instance, const char* missingLog);
     std::string BuildImage() override;
-    void Reset();
+    void ResetInPlace();
 
-    static CVariableCache* s_instance;
     pthread_mutex_t m_mutex;
     std::vector<VariableItemRegister> m_register;
     std::vector<VariableDataItem20> m_items;

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <sstream>
 
@@ -24,8 +23,6 @@
 using namespace Ocpp20;
 
 namespace {
-
-std::mutex g_instanceMutex;
 
 JsonStoreTexts StoreTexts() {
     JsonStoreTexts t;
@@ -241,26 +238,8 @@ void VariableCharacteristics::ToPublic(VariableDataItem& out) const {
     out.supportsMonitoring = notSupportsMonitoring ? 0 : 1;
 }
 
-CVariableCharacteristics* CVariableCharacteristics::s_instance = nullptr;
-
-// The object is never freed: other threads may still hold the pointer they got
-// a moment ago. Release puts it back to its freshly constructed state instead.
-CVariableCharacteristics* CVariableCharacteristics::GetInstance() {
-    std::lock_guard<std::mutex> lock(g_instanceMutex);
-    if (s_instance == nullptr) s_instance = new CVariableCharacteristics();
-    return s_instance;
-}
-
-void CVariableCharacteristics::Release() {
-    CVariableCharacteristics* instance;
-    {
-        std::lock_guard<std::mutex> lock(g_instanceMutex);
-        instance = s_instance;
-    }
-    if (instance != nullptr) instance->Reset();
-}
-
-void CVariableCharacteristics::Reset() {
+// Never freed (threads may hold the pointer); a release puts it back to its defaults.
+void CVariableCharacteristics::ResetInPlace() {
     Unbind();
     InitDefault();
     OCPP_SECTION(&m_mutex);

@@ -8,6 +8,7 @@
 #include <OcppVariables.h>
 
 #include "Util/JsonStore.h"
+#include "Util/Singleton.h"
 
 namespace Json {
 class Value;
@@ -54,11 +55,8 @@ struct VariableCharacteristics {
 
 // Per-variable characteristics (unit, type, limits, allowed values) and the
 // check every value written by SetVariables goes through.
-class CVariableCharacteristics : public CJsonStore {
+class CVariableCharacteristics : public CJsonStore, public CSingleton<CVariableCharacteristics> {
 public:
-    static CVariableCharacteristics* GetInstance();
-    static void Release();
-
     static const int kMaxRecords = 3000;
 
     void InitDefault();
@@ -91,6 +89,7 @@ public:
     std::vector<VariableCharacteristics> GetAll();
 
 private:
+    friend class CSingleton<CVariableCharacteristics>;
     CVariableCharacteristics();
     ~CVariableCharacteristics() override;
     CVariableCharacteristics(const CVariableCharacteristics&) = delete;
@@ -100,9 +99,8 @@ private:
     // Caller holds m_mutex.
     const VariableCharacteristics* Find(const VariableCharacteristics& key) const;
     std::string BuildImage() override;
-    void Reset();
+    void ResetInPlace();
 
-    static CVariableCharacteristics* s_instance;
     pthread_mutex_t m_mutex;
     std::vector<VariableCharacteristics> m_defaults;
     std::vector<VariableCharacteristics> m_items;
