@@ -14,6 +14,8 @@ const char JsonStoreTexts::kQuiet[] = "";
 
 namespace {
 enum { kTooLarge, kUnreadable, kInvalid };
+// Load failures are the store's SyncFromFile speaking.
+const char* const kLoadFunction = "SyncFromFile";
 }
 
 CJsonStore::CJsonStore(const JsonStoreTexts& texts, const JsonStoreShape& shape) : m_texts(texts), m_shape(shape) {
@@ -26,7 +28,7 @@ CJsonStore::~CJsonStore() {
     pthread_mutex_destroy(&m_pathMutex);
 }
 
-void CJsonStore::Say(int level, bool toStdout, const char* text, ...) {
+void CJsonStore::Say(const char* function, int level, bool toStdout, const char* text, ...) {
     if (text == nullptr || text == JsonStoreTexts::kQuiet) return;
     va_list args;
     va_start(args, text);
@@ -40,7 +42,7 @@ void CJsonStore::Say(int level, bool toStdout, const char* text, ...) {
     if (toStdout)
         fputs(line.data(), stdout);
     else
-        CTools::Log(level, __FUNCTION__, __FILE__, __LINE__, "%s", line.data());
+        CTools::Log(level, function, __FILE__, __LINE__, "%s", line.data());
 }
 
 std::string CJsonStore::GetStoreFile() {
@@ -60,35 +62,40 @@ int CJsonStore::SetStoreFile(const std::string& path) {
         if (!m_shape.sameFileReloads && path == m_path) return 1;
         m_path = path;
     }
-    Say(OCPP_LOG_INFO, false, m_texts.fileIs, path.c_str());
+    Say(__FUNCTION__, OCPP_LOG_INFO, false, m_texts.fileIs, path.c_str());
     int err = 0;
     FileWriteResult r;
     const int created = CFileUtil::CreateIfAbsent(path, m_shape.emptyImage, &err, &r);
     if (created == 0) {
-        Say(OCPP_LOG_INFO, false, m_texts.alreadyExists);
+        Say(__FUNCTION__, OCPP_LOG_INFO, false, m_texts.alreadyExists);
         return SyncFromFile();
     }
     if (created < 0) {
         if (r.failedStep == FileWriteResult::kOpen) {
-            Say(OCPP_LOG_ERROR, false, m_texts.createFailed, err);
+            Say(__FUNCTION__, OCPP_LOG_ERROR, false, m_texts.createFailed, err);
             return 0;
         }
-        Say(OCPP_LOG_ERROR, false, m_texts.createWriteFailed, err);
+        Say(__FUNCTION__, OCPP_LOG_ERROR, false, m_texts.createWriteFailed, err);
         if (!m_shape.keepAfterCreateWriteError) return 0;
     }
-    if (r.fsyncErr != 0) Say(OCPP_LOG_ERROR, false, m_texts.createFsyncFailed, r.fsyncErr);
-    Say(OCPP_LOG_INFO, false, m_texts.created);
+    if (r.fsyncErr != 0) Say(__FUNCTION__, OCPP_LOG_ERROR, false, m_texts.createFsyncFailed, r.fsyncErr);
+    Say(__FUNCTION__, OCPP_LOG_INFO, false, m_texts.created);
     return SyncFromFile();
 }
 
 void CJsonStore::ReportReadFailure(int kind, long long size, const std::string& path, const std::string& errors) {
     if (kind == kTooLarge) {
-        if (m_texts.tooLarge != nullptr) return Say(OCPP_LOG_ERROR, false, m_texts.tooLarge, size);
+        if (m_texts.tooLarge != nullptr) {
+            Say(kLoadFunction, OCPP_LOG_ERROR, false, m_texts.tooLarge, size);
+            return;
+        }
         kind = kUnreadable;
     }
-    if (kind == kUnreadable && m_texts.unreadable != nullptr)
-        return Say(OCPP_LOG_ERROR, false, m_texts.unreadable, path.c_str());
-    Say(OCPP_LOG_ERROR, false, m_texts.invalid, errors.c_str());
+    if (kind == kUnreadable && m_texts.unreadable != nullptr) {
+        Say(kLoadFunction, OCPP_LOG_ERROR, false, m_texts.unreadable, path.c_str());
+        return;
+    }
+    Say(kLoadFunction, OCPP_LOG_ERROR, false, m_texts.invalid, errors.c_str());
 }
 
 CJsonStore::ReadResult CJsonStore::ReadImage(Json::Value& root) {
@@ -120,37 +127,38 @@ CJsonStore::ReadResult CJsonStore::ReadImage(Json::Value& root) {
 int CJsonStore::SyncToFile() {
     const std::string path = GetStoreFile();
     if (path.empty()) return m_shape.unboundWriteResult;
-    Say(OCPP_LOG_INFO, false, m_texts.writing);
+    Say(__FUNCTION__, OCPP_LOG_INFO, false, m_texts.writing);
     OCPP_SECTION(&m_writeMutex);
     const std::string image = BuildImage();
     const std::string tmp = path + "1";
     const FileWriteResult r = CFileUtil::WriteFileAtomicEx(path, image, "1", m_shape.strictFsync);
     const bool out = m_shape.writeFailuresToStdout;
+    // A step without its own text is reported with the store's one failure text.
+    auto own = [this](const char* text) { return text != nullptr ? text : m_texts.writeFailed; };
     switch (r.failedStep) {
         case FileWriteResult::kOpen:
             if (m_texts.openFailed != nullptr)
-                Say(OCPP_LOG_ERROR, out, m_texts.openFailed, tmp.c_str(), r.err);
+                Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.openFailed, tmp.c_str(), r.err);
             else
-                Say(OCPP_LOG_ERROR, out, m_texts.writeFailed, r.err);
+                Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.writeFailed, r.err);
             return 0;
         case FileWriteResult::kWrite:
-            Say(OCPP_LOG_ERROR, out, m_texts.dataFailed != nullptr ? m_texts.dataFailed : m_texts.writeFailed, r.err);
+            Say(__FUNCTION__, OCPP_LOG_ERROR, out, own(m_texts.dataFailed), r.err);
             return 0;
-        case FileWriteResult::kFsync:
-            Say(OCPP_LOG_ERROR, out, m_texts.fsyncFailed != nullptr ? m_texts.fsyncFailed : m_texts.writeFailed,
-                r.err);
+        case FileWriteResult::kFsync:  // strict stores only
+            Say(__FUNCTION__, OCPP_LOG_ERROR, out, own(m_texts.fsyncFailed), r.err);
             return 0;
         default:
             break;
     }
-    if (r.fsyncErr != 0) Say(OCPP_LOG_ERROR, out, m_texts.fsyncFailed, r.fsyncErr);
+    if (r.fsyncErr != 0) Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.fsyncFailed, r.fsyncErr);
     if (r.failedStep == FileWriteResult::kRename) {
         if (m_texts.renameFailed != nullptr)
-            Say(OCPP_LOG_ERROR, out, m_texts.renameFailed, tmp.c_str(), path.c_str(), r.err);
+            Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.renameFailed, tmp.c_str(), path.c_str(), r.err);
         else
-            Say(OCPP_LOG_ERROR, out, m_texts.writeFailed, r.err);
+            Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.writeFailed, r.err);
         return 0;
     }
-    Say(OCPP_LOG_INFO, false, m_texts.written);
+    Say(__FUNCTION__, OCPP_LOG_INFO, false, m_texts.written);
     return 1;
 }

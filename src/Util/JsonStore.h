@@ -73,7 +73,7 @@ protected:
     void Unbind();
 
 private:
-    void Say(int level, bool toStdout, const char* text, ...);
+    void Say(const char* function, int level, bool toStdout, const char* text, ...);
     void ReportReadFailure(int kind, long long size, const std::string& path, const std::string& errors);
 
     const JsonStoreTexts m_texts;
