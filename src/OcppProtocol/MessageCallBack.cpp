@@ -12,11 +12,9 @@
 #include "Util/Thread.h"
 #include "Util/Tools.h"
 
-CMessageCallBack* CMessageCallBack::s_instance = nullptr;
 std::atomic<CMessageCallBack::FrameObserver> CMessageCallBack::s_frameObserver{nullptr};
 
 namespace {
-pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
 const auto kIdleWait = std::chrono::milliseconds(200);
 
 inline char* Payload(MessageCallBackItem* item) { return reinterpret_cast<char*>(item) + sizeof(MessageCallBackItem); }
@@ -26,25 +24,6 @@ struct WorkerStart {
     uint64_t generation;
 };
 }  // namespace
-
-// The object outlives every Release: producers on other threads may still hold
-// the pointer they got a moment ago, so a release only stops the worker and
-// empties the lists; the next GetInstance starts a fresh worker.
-CMessageCallBack* CMessageCallBack::GetInstance() {
-    OCPP_SECTION(&g_instanceSection);
-    if (s_instance == nullptr) s_instance = new CMessageCallBack();
-    s_instance->Open();
-    return s_instance;
-}
-
-void CMessageCallBack::Release() {
-    CMessageCallBack* instance;
-    {
-        OCPP_SECTION(&g_instanceSection);
-        instance = s_instance;
-    }
-    if (instance != nullptr) instance->Close();
-}
 
 void CMessageCallBack::SetFrameObserver(FrameObserver observer) { s_frameObserver.store(observer); }
 

@@ -7,6 +7,8 @@
 #include <list>
 #include <memory>
 
+#include "Util/Singleton.h"
+
 class CInboundFrame;
 
 // One queued record: this head, then `length` payload bytes in the same block.
@@ -17,12 +19,10 @@ struct MessageCallBackItem {
 
 // The single thread on which inbound frames are handled and host records are
 // delivered, so protocol handlers and host callbacks never run concurrently.
-class CMessageCallBack {
+// Release stops the worker (after the item in hand) and discards everything queued;
+// the next GetInstance starts a fresh worker.
+class CMessageCallBack : public CSingleton<CMessageCallBack> {
 public:
-    static CMessageCallBack* GetInstance();
-    // Stops the worker (after the item in hand) and discards everything queued.
-    static void Release();
-
     // Newest frame first: it goes to the front of the frame list. The frame
     // arrives already read and is released as soon as its handler returns.
     void OnWebSocketMessage(std::unique_ptr<CInboundFrame> frame);
@@ -43,6 +43,7 @@ public:
     static const uint32_t kMaxRecordLen = 10 * kMaxPackageLen;  // longer records are refused
 
 private:
+    friend class CSingleton<CMessageCallBack>;
     // Exactly one of the two is set.
     struct Queued {
         MessageCallBackItem* record;
@@ -52,6 +53,8 @@ private:
     CMessageCallBack();
     ~CMessageCallBack() = delete;  // lives for the whole process, see GetInstance
     void Open();
+    void ResetInPlace() { Close(); }
+    void Resume() { Open(); }
     void ClearLocked();
     static void* MessageProc(void* start);
     void Loop(uint64_t generation);
@@ -69,6 +72,5 @@ private:
     bool m_hasThread = false;
     pthread_t m_thread{};
 
-    static CMessageCallBack* s_instance;
     static std::atomic<FrameObserver> s_frameObserver;
 };

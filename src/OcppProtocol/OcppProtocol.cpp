@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -199,6 +200,74 @@ int OcppProtocol_SetCacheDir(const char* dir) {
     return 1;
 }
 
+namespace {
+// When ResetSystem releases a store: before the cache stores, with them (ReleaseCache), or after.
+enum STOREPHASE { STOREPHASE_SYSTEM, STOREPHASE_CACHE, STOREPHASE_AFTERCACHE };
+
+const unsigned kVersion16 = 1u << 0;
+const unsigned kVersion201 = 1u << 1;
+const unsigned kVersion21 = 1u << 2;
+const unsigned kVersion20x = kVersion201 | kVersion21;
+const unsigned kUnknownVersion = 1u << 3;  // opened even when the version is not known
+const unsigned kEveryVersion = kVersion16 | kVersion20x | kUnknownVersion;
+
+unsigned VersionBit(OCPPPROTOCOL protocol) {
+    switch (protocol) {
+        case OCPPPROTOCOL_16:
+            return kVersion16;
+        case OCPPPROTOCOL_201:
+            return kVersion201;
+        case OCPPPROTOCOL_21:
+            return kVersion21;
+        default:
+            return kUnknownVersion;
+    }
+}
+
+// One per-connection store: what InitCache opens in the CSMS's folder and ResetSystem releases.
+struct ConnectionStore {
+    STOREPHASE phase;
+    void (*release)();                      // null: outlives a reset
+    int openRank;                           // InitCache opens in rising rank
+    unsigned versions;                      // which negotiated versions open it
+    int (*open)(const std::string& folder);  // null: nothing to open
+    bool decidesResult;                     // its open result is InitCache's result
+};
+
+int OpenVariableCache(const std::string& folder) {
+    return CVariableCache::GetInstance()->SetStoreFile(folder + "variablecache.json");
+}
+int OpenCharacteristics(const std::string& folder) {
+    return CVariableCharacteristics::GetInstance()->SetStoreFile(folder + "VariableCharacteristicscache.json");
+}
+int OpenReservations(const std::string& folder) {
+    return CReservationManager::GetInstance()->SetStoreFile(folder + "reservation.json");
+}
+int OpenPlugInList(const std::string&) {
+    return CPlugInManager::GetInstance()->ReadAllPlugInInfo(CPlugInManager::GetPlugInListFile());
+}
+int OpenLog(const std::string& folder) {
+    const std::string hostLogFile = OcppProtocol_GetLogFile();
+    return CLogManager::GetInstance()->SetStoreFile(hostLogFile.empty() ? folder + "log.db" : hostLogFile);
+}
+
+// In the order ResetSystem releases them; a new store is one more line.
+const ConnectionStore kConnectionStores[] = {
+    {STOREPHASE_SYSTEM, &CMessageCallBack::Release, 0, 0, nullptr, false},
+    {STOREPHASE_CACHE, &CVariableCache::Release, 30, kVersion20x, &OpenVariableCache, false},
+    {STOREPHASE_CACHE, &CVariableCharacteristics::Release, 31, kVersion20x, &OpenCharacteristics, false},
+    {STOREPHASE_CACHE, &CReservationManager::Release, 50, kEveryVersion, &OpenReservations, false},
+    {STOREPHASE_CACHE, &CLogManager::Release, 70, kEveryVersion, &OpenLog, false},
+    // Read again for every connection; the plug-ins stay loaded until OcppProtocol_Release.
+    {STOREPHASE_AFTERCACHE, nullptr, 60, kEveryVersion, &OpenPlugInList, false},
+};
+
+void ReleaseStores(STOREPHASE phase) {
+    for (const ConnectionStore& store : kConnectionStores)
+        if (store.phase == phase && store.release != nullptr) store.release();
+}
+}  // namespace
+
 std::string OcppProtocol_GetCacheDir() {
     OCPP_SECTION(&g_cacheDirSection);
     return g_strCacheDir;
@@ -252,43 +321,28 @@ int OcppProtocol_InitCache(std::string url) {
     const std::string variableCheckFile = folder + "variableCheck.json";  // fed to its store elsewhere
     (void)variableCheckFile;
 
-    // Stores of each version open here as they arrive; the authorization store's
-    // result becomes the result of this function.
-    int result = 0;
-    switch (g_eOcppProtocol.load()) {
-        case OCPPPROTOCOL_16:
-            result = 1;
-            break;
-        case OCPPPROTOCOL_201:
-        case OCPPPROTOCOL_21:
-            CVariableCache::GetInstance()->SetStoreFile(folder + "variablecache.json");
-            CVariableCharacteristics::GetInstance()->SetStoreFile(folder + "VariableCharacteristicscache.json");
-            result = 1;
-            break;
-        default:
-            result = 0;
-            break;
+    const unsigned version = VersionBit(g_eOcppProtocol.load());
+    // An unknown version opens only the stores every version shares, and fails.
+    int result = version != kUnknownVersion ? 1 : 0;
+    std::vector<const ConnectionStore*> opening;
+    for (const ConnectionStore& store : kConnectionStores)
+        if (store.open != nullptr && (store.versions & version) != 0) opening.push_back(&store);
+    std::stable_sort(opening.begin(), opening.end(),
+                     [](const ConnectionStore* a, const ConnectionStore* b) { return a->openRank < b->openRank; });
+    for (const ConnectionStore* store : opening) {
+        const int opened = store->open(folder);
+        if (store->decidesResult) result = opened;
     }
-
-    CReservationManager::GetInstance()->SetStoreFile(folder + "reservation.json");
-    CPlugInManager::GetInstance()->ReadAllPlugInInfo(CPlugInManager::GetPlugInListFile());
-    const std::string hostLogFile = OcppProtocol_GetLogFile();
-    const std::string logFile = hostLogFile.empty() ? folder + "log.db" : hostLogFile;
-    CLogManager::GetInstance()->SetStoreFile(logFile);
     return result;
 }
 
-void OcppProtocol_ReleaseCache() {
-    CVariableCache::Release();
-    CVariableCharacteristics::Release();
-    CReservationManager::Release();
-    CLogManager::Release();
-}
+void OcppProtocol_ReleaseCache() { ReleaseStores(STOREPHASE_CACHE); }
 
 void OcppProtocol_ResetSystem() {
     g_eSdkStatus = SDKSTATUS_NONE;
-    CMessageCallBack::Release();
+    ReleaseStores(STOREPHASE_SYSTEM);
     OcppProtocol_ReleaseCache();
+    ReleaseStores(STOREPHASE_AFTERCACHE);
 }
 
 void OcppProtocol_Release() {

@@ -12,11 +12,7 @@
 #include "Util/TimerManager.h"
 #include "Util/Tools.h"
 
-CBootHeartbeat* CBootHeartbeat::s_instance = nullptr;
-
 namespace {
-pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
-
 const int kTimerSec = 2;
 const int kNoAnswerDelaySec = 10;
 const int kHeartbeatLeadSec = 2;
@@ -44,27 +40,45 @@ const char* Request(const std::string& frame) {
 }
 }  // namespace
 
-CBootHeartbeat* CBootHeartbeat::GetInstance() {
-    OCPP_SECTION(&g_instanceSection);
-    if (s_instance == nullptr) s_instance = new CBootHeartbeat();
-    return s_instance;
-}
-
-void CBootHeartbeat::Release() {
-    CBootHeartbeat* instance;
-    {
-        OCPP_SECTION(&g_instanceSection);
-        instance = s_instance;
-        s_instance = nullptr;
-    }
-    delete instance;
-}
-
 CBootHeartbeat::CBootHeartbeat() {
     pthread_mutex_init(&m_mutex, nullptr);
     pthread_mutex_init(&m_backOffLock, nullptr);
     memset(&m_option, 0, sizeof m_option);
-    m_iTimerId = CTimerManager::GetInstance()->RegisterTimer(kTimerSec, OnTimer, this);
+    StartTimer();
+}
+
+void CBootHeartbeat::StartTimer() {
+    const unsigned long long id = CTimerManager::GetInstance()->RegisterTimer(kTimerSec, OnTimer, this);
+    OCPP_SECTION(&m_mutex);
+    m_iTimerId = id;
+}
+
+// Never freed (threads may hold the pointer): a release stops the timer and forgets
+// the boot; the next GetInstance starts the timer again.
+void CBootHeartbeat::ResetInPlace() {
+    StopTimer();
+    {
+        OCPP_SECTION(&m_mutex);
+        m_eReason = BOOTREASON_POWERUP;
+        m_strModel.clear();
+        m_strVendor.clear();
+        memset(&m_option, 0, sizeof m_option);
+        m_iBootPhase = 0;
+        m_iBootStatus = 0;
+        m_iInterval = 0;
+        m_iLastExchangeSec = 0;
+        m_iLastHeartbeatSec = 0;
+    }
+    {
+        OCPP_SECTION(&m_backOffLock);
+        m_iBackOffValue = 5;
+        m_iRetryCount = -1;
+    }
+    m_bTimerAfterReset = true;
+}
+
+void CBootHeartbeat::Resume() {
+    if (m_bTimerAfterReset.exchange(false)) StartTimer();
 }
 
 CBootHeartbeat::~CBootHeartbeat() {

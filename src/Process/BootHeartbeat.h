@@ -7,14 +7,13 @@
 #include <cstdint>
 #include <string>
 
+#include "Util/Singleton.h"
+
 struct BootNotificationResult;
 
 // Boot notification until accepted, then heartbeats; sets the clock from the CSMS.
-class CBootHeartbeat {
+class CBootHeartbeat : public CSingleton<CBootHeartbeat> {
 public:
-    static CBootHeartbeat* GetInstance();
-    static void Release();
-
     // From the host: the next timer tick sends the BootNotification.
     int BootNotification(BOOTREASON reason, const char* model, const char* vendorName,
                          const BootNotificationOption* option);
@@ -47,11 +46,15 @@ public:
     static void SubmitOfflineMessage();
 
 private:
+    friend class CSingleton<CBootHeartbeat>;
     CBootHeartbeat();
     ~CBootHeartbeat();
     CBootHeartbeat(const CBootHeartbeat&) = delete;
     CBootHeartbeat& operator=(const CBootHeartbeat&) = delete;
 
+    void ResetInPlace();
+    void Resume();
+    void StartTimer();
     static void* OnTimer(void* self);
     // Callers hold m_mutex.
     int RequestBoot();
@@ -60,8 +63,6 @@ private:
     int SendHeartBeat(int64_t* currentTime);
     void DealBootResponse(const BootNotificationResult& result);
 
-    static CBootHeartbeat* s_instance;
-
     BOOTREASON m_eReason = BOOTREASON_POWERUP;
     std::string m_strModel;
     std::string m_strVendor;
@@ -69,6 +70,7 @@ private:
     int m_iBootPhase = 0;
     std::atomic<int> m_iBootStatus{0};
     unsigned long long m_iTimerId = 0;
+    std::atomic<bool> m_bTimerAfterReset{false};  // a reset stopped the timer; the next use starts it
     int m_iInterval = 0;
     int64_t m_iLastExchangeSec = 0;  // run-time seconds
     pthread_mutex_t m_mutex;

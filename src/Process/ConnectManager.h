@@ -10,37 +10,17 @@
 #include <string>
 #include <vector>
 
-#include "WebSocket/WebSocketClientCallBack.h"
+#include "Process/OcppWebSocketClientCallBack.h"
+#include "Util/JsonStore.h"
+#include "Util/Singleton.h"
 
-class CConnectManager;
-class CWebSocketClient;
 struct ConnectLink;
 
-// Link events of one client. Each client gets its own, tagged with the
-// generation it was created for, so a late event of a replaced client is dropped.
-class COcppWebSocketClientCallBack : public CWebSocketClientCallBack {
-public:
-    COcppWebSocketClientCallBack(CConnectManager* manager, uint64_t generation)
-        : m_pManager(manager), m_iGeneration(generation) {}
-    void OnConnectSuccess() override;
-    void OnConnectError() override;
-    void OnMessage(std::unique_ptr<CInboundFrame> frame) override;
-
-private:
-    CConnectManager* m_pManager;
-    uint64_t m_iGeneration;
-};
-
 // Picks the CSMS connection profile and keeps the link up.
-class CConnectManager {
+class CConnectManager : public CJsonStore, public CSingleton<CConnectManager> {
 public:
-    static CConnectManager* GetInstance();
-    static void Release();
-
-    // Profiles are kept in this file (csmscfg.json in the cache folder).
-    int SetStoreFile(const std::string& path);
-    int SyncFromFile();
-    int SyncToFile();
+    // Profiles are kept in the store file (csmscfg.json in the cache folder).
+    int SyncFromFile() override;
 
     void AddCustomItem(OCPPPROTOCOL protocol, const char* url, int connType, int messageTimeout);
     int AddConnItem(const ConnectionItem& item);
@@ -120,27 +100,35 @@ public:
     static void SetTestConnectHook(TestConnectFn hook);
 
 private:
+    friend class CSingleton<CConnectManager>;
     CConnectManager();
-    ~CConnectManager();
+    ~CConnectManager() override;
+    static JsonStoreTexts StoreTexts();
+    static JsonStoreShape StoreShape();
+    std::string BuildImage() override;
     CConnectManager(const CConnectManager&) = delete;
     CConnectManager& operator=(const CConnectManager&) = delete;
 
     static void* ConnectProc(void* self);
     static void* CheckNetworkProc(void* self);
     void Shutdown();
+    void ResetInPlace();
+    void Resume();
+    void StartCheckThread();
     void StartClient(const ConnectionItem& item, bool test);
     void Wake();
     bool WaitWake(int milliseconds);  // false when stopping
     std::vector<int> SplitPriority(const std::string& list);
-    std::string BuildJson();
 
-    static CConnectManager* s_instance;
+    // A store of a handful of profiles.
+    static const size_t kMaxProfiles = 64;
 
     std::atomic<int> m_bStop{0};
     pthread_t m_connectThread{};
     bool m_bConnectThreadStarted = false;
     pthread_t m_checkThread{};
     bool m_bCheckThreadStarted = false;
+    std::atomic<bool> m_bCheckAfterReset{false};  // a reset stopped the check thread; the next use starts it
     std::atomic<int> m_bTestConnectRequest{0};
     int64_t m_iNextConnTimeSec = 0;  // run-time seconds; 0 = none
     int m_iNextConnTimeSpace = 0;
@@ -150,7 +138,6 @@ private:
     pthread_mutex_t m_listLock;  // profile list and stored strings
     std::vector<ConnectionItem> m_ConnItemVec;
     ConnectionItem m_curConnItem;
-    std::string m_strStoreFile;
     std::string m_strConnectPriority = "1";
     int m_iTestAttempts = 1;
     int m_iBackOffMinimum = 3;

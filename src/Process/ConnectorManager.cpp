@@ -8,11 +8,7 @@
 #include "Util/CriticalSectionManager.h"
 #include "Util/Tools.h"
 
-CConnectorManager* CConnectorManager::s_instance = nullptr;
-
 namespace {
-pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
-
 const int kTriggerAccepted = 0;
 const int kTriggerRejected = 1;
 
@@ -25,25 +21,16 @@ void RaiseEvseNum(int evseId) {
 }
 }  // namespace
 
-CConnectorManager* CConnectorManager::GetInstance() {
-    OCPP_SECTION(&g_instanceSection);
-    if (s_instance == nullptr) s_instance = new CConnectorManager();
-    return s_instance;
-}
-
-void CConnectorManager::Release() {
-    CConnectorManager* instance;
-    {
-        OCPP_SECTION(&g_instanceSection);
-        instance = s_instance;
-        s_instance = nullptr;
-    }
-    delete instance;
-}
-
 CConnectorManager::CConnectorManager() { pthread_mutex_init(&m_mutex, nullptr); }
 
 CConnectorManager::~CConnectorManager() { pthread_mutex_destroy(&m_mutex); }
+
+// Never freed (threads may hold the pointer); a release forgets every connector.
+void CConnectorManager::ResetInPlace() {
+    OCPP_SECTION(&m_mutex);
+    m_status.clear();
+    m_cache.clear();
+}
 
 void CConnectorManager::RecordConnectorStatus(uint8_t evseId, uint8_t connectorId, int errorCode, int status) {
     LOG_INFO("iEvseID:%d, iConnectorID:%d, eConnectorErrorCode:%d, eStatus:%d", evseId, connectorId, errorCode,

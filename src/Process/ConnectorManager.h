@@ -7,6 +7,8 @@
 #include <map>
 #include <vector>
 
+#include "Util/Singleton.h"
+
 // One connector's last known state.
 struct ConnectorInfo {
     uint8_t evseId = 0;
@@ -17,11 +19,8 @@ struct ConnectorInfo {
 };
 
 // Connector statuses: what the host reported and what the CSMS has been told.
-class CConnectorManager {
+class CConnectorManager : public CSingleton<CConnectorManager> {
 public:
-    static CConnectorManager* GetInstance();
-    static void Release();
-
     // The host's report; sent at once only when it is a real change and the station is online.
     void RecordConnectorStatus(uint8_t evseId, uint8_t connectorId, int errorCode, int status);
     void CacheConnectorStatus(uint8_t evseId, uint8_t connectorId, int errorCode, int status);
@@ -50,12 +49,12 @@ public:
 private:
     typedef std::map<uint8_t, std::map<uint8_t, ConnectorInfo>> ConnectorMap;
 
+    friend class CSingleton<CConnectorManager>;
     CConnectorManager();
     ~CConnectorManager();
     CConnectorManager(const CConnectorManager&) = delete;
     CConnectorManager& operator=(const CConnectorManager&) = delete;
-
-    static CConnectorManager* s_instance;
+    void ResetInPlace();
 
     // Held while a report is sent, so a change arriving meanwhile waits for it.
     pthread_mutex_t m_mutex;

@@ -17,7 +17,6 @@
 #include "Util/Tools.h"
 
 namespace {
-pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t g_listFileSection = PTHREAD_MUTEX_INITIALIZER;
 std::string g_listFile = CPlugInManager::kDefaultListFile;
 
@@ -30,7 +29,6 @@ const int kCommandGetV2GWhiteList = 7;
 }  // namespace
 
 const char* const CPlugInManager::kDefaultListFile = "/usrfs/conf/ocpp20/pluginlist.json";
-CPlugInManager* CPlugInManager::s_instance = nullptr;
 
 PlugInItem::~PlugInItem() {
     if (plugin != nullptr) {
@@ -38,22 +36,6 @@ PlugInItem::~PlugInItem() {
         plugin->Destroy(handle);
     }
     if (handle != nullptr) dlclose(handle);
-}
-
-CPlugInManager* CPlugInManager::GetInstance() {
-    OCPP_SECTION(&g_instanceSection);
-    if (s_instance == nullptr) s_instance = new CPlugInManager();
-    return s_instance;
-}
-
-void CPlugInManager::Release() {
-    CPlugInManager* instance;
-    {
-        OCPP_SECTION(&g_instanceSection);
-        instance = s_instance;
-        s_instance = nullptr;
-    }
-    delete instance;
 }
 
 void CPlugInManager::SetPlugInListFile(const std::string& path) {
@@ -71,6 +53,13 @@ CPlugInManager::CPlugInManager() { pthread_mutex_init(&m_mutex, nullptr); }
 CPlugInManager::~CPlugInManager() {
     RemoveAll();
     pthread_mutex_destroy(&m_mutex);
+}
+
+// Never freed (threads may hold the pointer); a release unloads every plug-in.
+void CPlugInManager::ResetInPlace() {
+    RemoveAll();
+    OCPP_SECTION(&m_mutex);
+    m_listFile.clear();
 }
 
 int CPlugInManager::ReadAllPlugInInfo(const std::string& path) {

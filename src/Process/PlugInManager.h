@@ -7,6 +7,8 @@
 
 #include <PluginBase.h>
 
+#include "Util/Singleton.h"
+
 struct PlugInInfo {
     char name[101];
     char path[513];
@@ -26,11 +28,8 @@ struct PlugInItem {
 };
 
 // Optional shared-library extensions listed in a JSON file, loaded by name.
-class CPlugInManager {
+class CPlugInManager : public CSingleton<CPlugInManager> {
 public:
-    static CPlugInManager* GetInstance();
-    static void Release();
-
     // Where the list lives; survives Release. Tests point it at their own file.
     static void SetPlugInListFile(const std::string& path);
     static std::string GetPlugInListFile();
@@ -60,11 +59,12 @@ public:
     static void PlugIn_OnMessage(const char* pluginName, const char* message, int length);
 
 private:
+    friend class CSingleton<CPlugInManager>;
     CPlugInManager();
     ~CPlugInManager();
     std::shared_ptr<PlugInItem> FindLoaded(const std::string& name);
+    void ResetInPlace();
 
-    static CPlugInManager* s_instance;
     pthread_mutex_t m_mutex;
     std::unordered_map<std::string, std::unique_ptr<PlugInInfo>> m_registry;
     std::unordered_map<std::string, std::shared_ptr<PlugInItem>> m_loaded;

@@ -17,10 +17,31 @@
 #include "Util/Tools.h"
 
 namespace {
-pthread_mutex_t g_instanceSection = PTHREAD_MUTEX_INITIALIZER;
+JsonStoreTexts StoreTexts() {
+    JsonStoreTexts t;
+    t.fileIs = "Reservation Cache File: %s";
+    t.alreadyExists = "Reservation Cache File already exists";
+    t.created = "Reservation Cache File created";
+    t.createFailed = "SetStoreFile: openat failed, errno=%d";
+    t.createWriteFailed = "CReservationManager write error, errno=%d";
+    t.createFsyncFailed = "CReservationManager fsync failed, errno=%d";
+    t.unreadable = "Reservation Cache File can not be read: %s";
+    t.invalid = "Reservation Cache File json parse failed";
+    t.openFailed = "SyncToFile: openat(%s) failed errno=%d";
+    t.dataFailed = "SyncToFile: write failed errno=%d";
+    t.fsyncFailed = "SyncToFile: fsync failed errno=%d";
+    t.renameFailed = "SyncToFile: renameat(%s→%s) failed errno=%d";
+    return t;
+}
 
-// 1000 records of a few hundred bytes each; a larger file is not ours.
-const off_t kMaxFileBytes = 1024 * 1024;
+JsonStoreShape StoreShape() {
+    JsonStoreShape shape;
+    shape.emptyImage = "[]";
+    // 1000 records of a few hundred bytes each; a larger file is not ours.
+    shape.maxBytes = 1024 * 1024;
+    shape.sameFileReloads = true;
+    return shape;
+}
 
 uint32_t NowSec() {
     const int64_t now = CTools::CurTimeSec();
@@ -55,83 +76,27 @@ bool ItemFromJson(const Json::Value& e, ReservationItem* item) {
 }
 }  // namespace
 
-CReservationManager* CReservationManager::s_instance = nullptr;
-
-// The object is never freed: other threads may still hold the pointer they got
-// a moment ago. Release puts it back to its freshly constructed state instead.
-CReservationManager* CReservationManager::GetInstance() {
-    OCPP_SECTION(&g_instanceSection);
-    if (s_instance == nullptr) s_instance = new CReservationManager();
-    return s_instance;
+// Never freed (threads may hold the pointer); a release empties and unbinds it.
+void CReservationManager::ResetInPlace() {
+    Unbind();
+    OCPP_SECTION(&m_mutex);
+    m_items.clear();
 }
 
-void CReservationManager::Release() {
-    CReservationManager* instance;
-    {
-        OCPP_SECTION(&g_instanceSection);
-        instance = s_instance;
-    }
-    if (instance == nullptr) return;
-    OCPP_SECTION(&instance->m_mutex);
-    instance->m_items.clear();
-    instance->m_path.clear();
-}
-
-CReservationManager::CReservationManager() {
+CReservationManager::CReservationManager() : CJsonStore(StoreTexts(), StoreShape()) {
     pthread_mutex_init(&m_mutex, nullptr);
-    pthread_mutex_init(&m_fileMutex, nullptr);
 }
 
-CReservationManager::~CReservationManager() {
-    pthread_mutex_destroy(&m_fileMutex);
-    pthread_mutex_destroy(&m_mutex);
-}
-
-int CReservationManager::SetStoreFile(const std::string& path) {
-    {
-        OCPP_SECTION(&m_mutex);
-        m_path = path;
-    }
-    LOG_INFO("Reservation Cache File: %s", path.c_str());
-    int err = 0;
-    FileWriteResult r;
-    const int created = CFileUtil::CreateIfAbsent(path, "[]", &err, &r);
-    if (created == 0) {
-        LOG_INFO("Reservation Cache File already exists");
-        return SyncFromFile();
-    }
-    if (created < 0) {
-        if (r.failedStep == FileWriteResult::kOpen)
-            LOG_ERROR("SetStoreFile: openat failed, errno=%d", err);
-        else
-            LOG_ERROR("CReservationManager write error, errno=%d", err);
-        return 0;
-    }
-    if (r.fsyncErr != 0) LOG_ERROR("CReservationManager fsync failed, errno=%d", r.fsyncErr);
-    LOG_INFO("Reservation Cache File created");
-    return SyncFromFile();
-}
+CReservationManager::~CReservationManager() { pthread_mutex_destroy(&m_mutex); }
 
 int CReservationManager::SyncFromFile() {
-    std::string path;
     {
         OCPP_SECTION(&m_mutex);
         m_items.clear();
-        path = m_path;
-    }
-    if (path.empty()) return 1;
-    std::string text;
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0 || st.st_size > kMaxFileBytes || !CFileUtil::ReadFile(path, text)) {
-        LOG_ERROR("Reservation Cache File can not be read: %s", path.c_str());
-        return 0;
     }
     Json::Value root;
-    const bool parsed = CTools::ParseJson(text, root);
-    if (!parsed || !root.isArray()) {
-        LOG_ERROR("Reservation Cache File json parse failed");
-        return 0;
-    }
+    const ReadResult read = ReadImage(root);
+    if (read != kRead) return read == kUnbound ? 1 : 0;
     const int count = static_cast<int>(root.size());
     if (count < 0 || count > kMaxReservations) {
         LOG_ERROR("预约数量异常(%d)，限制范围[0-%d]", count, kMaxReservations);
@@ -148,39 +113,27 @@ int CReservationManager::SyncFromFile() {
     return 1;
 }
 
-int CReservationManager::SyncToFile() {
+// fsync runs without the list lock, so lookups never wait on the flash.
+std::string CReservationManager::BuildImage() {
     std::string text;
-    std::string path;
-    uint64_t seq;
-    {
-        OCPP_SECTION(&m_mutex);
-        if (m_path.empty()) return 1;
-        DropExpired();
-        path = m_path;
-        text.reserve(m_items.size() * 160 + 2);
-        text += '[';
-        for (size_t i = 0; i < m_items.size(); ++i) {
-            const ReservationItem& r = m_items[i];
-            if (i) text += ',';
-            text += '{';
-            CJsonText::AppendIntMember(text, "id", r.id, true);
-            CJsonText::AppendIntMember(text, "tokentype", r.tokenType);
-            CJsonText::AppendStringMember(text, "token", r.token);
-            CJsonText::AppendIntMember(text, "grouptokentype", r.groupTokenType);
-            CJsonText::AppendStringMember(text, "grouptoken", r.groupToken);
-            CJsonText::AppendIntMember(text, "expirytimesec", r.expiryTimeSec);
-            text += '}';
-        }
-        text += ']';
-        seq = ++m_snapshotSeq;
+    OCPP_SECTION(&m_mutex);
+    DropExpired();
+    text.reserve(m_items.size() * 160 + 2);
+    text += '[';
+    for (size_t i = 0; i < m_items.size(); ++i) {
+        const ReservationItem& r = m_items[i];
+        if (i) text += ',';
+        text += '{';
+        CJsonText::AppendIntMember(text, "id", r.id, true);
+        CJsonText::AppendIntMember(text, "tokentype", r.tokenType);
+        CJsonText::AppendStringMember(text, "token", r.token);
+        CJsonText::AppendIntMember(text, "grouptokentype", r.groupTokenType);
+        CJsonText::AppendStringMember(text, "grouptoken", r.groupToken);
+        CJsonText::AppendIntMember(text, "expirytimesec", r.expiryTimeSec);
+        text += '}';
     }
-    // fsync runs without the list lock, so lookups never wait on the flash.
-    OCPP_SECTION(&m_fileMutex);
-    // A later snapshot already reached the disk: writing this one would undo it.
-    if (seq < m_writtenSeq) return 1;
-    const int rc = WriteImage(text, path);
-    if (rc == 1) m_writtenSeq = seq;
-    return rc;
+    text += ']';
+    return text;
 }
 
 // Caller holds m_mutex.
@@ -189,28 +142,6 @@ void CReservationManager::DropExpired() {
     m_items.erase(std::remove_if(m_items.begin(), m_items.end(),
                                  [now](const ReservationItem& r) { return Expired(r, now); }),
                   m_items.end());
-}
-
-// Caller holds m_fileMutex.
-int CReservationManager::WriteImage(const std::string& text, const std::string& path) {
-    const std::string tmp = path + "1";
-    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(path, text, "1");
-    switch (r.failedStep) {
-    case FileWriteResult::kOpen:
-        LOG_ERROR("SyncToFile: openat(%s) failed errno=%d", tmp.c_str(), r.err);
-        return 0;
-    case FileWriteResult::kWrite:
-        LOG_ERROR("SyncToFile: write failed errno=%d", r.err);
-        return 0;
-    default:
-        break;
-    }
-    if (r.fsyncErr != 0) LOG_ERROR("SyncToFile: fsync failed errno=%d", r.fsyncErr);
-    if (r.failedStep == FileWriteResult::kRename) {
-        LOG_ERROR("SyncToFile: renameat(%s→%s) failed errno=%d", tmp.c_str(), path.c_str(), r.err);
-        return 0;
-    }
-    return 1;
 }
 
 int CReservationManager::AddReservationItem(const ReservationItem& item) {

@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "Util/JsonStore.h"
+#include "Util/Singleton.h"
+
 struct ReservationItem {
     uint32_t id;
     int32_t tokenType;       // IdTokenEnumType index
@@ -16,21 +19,16 @@ struct ReservationItem {
 
 // Reservations made by the CSMS, kept until used, cancelled or expired.
 // Shared by the transaction managers of every protocol version.
-class CReservationManager {
+class CReservationManager : public CJsonStore, public CSingleton<CReservationManager> {
 public:
-    static CReservationManager* GetInstance();
-    static void Release();
-
     static const int kMaxReservations = 1000;
 
-    int SetStoreFile(const std::string& path);
     int AddReservationItem(const ReservationItem& item);
     // 1 and a copy when stored and not expired; an expired one is removed.
     int GetReservationItem(uint32_t id, ReservationItem* item);
     int RemoveReservation(uint32_t id);
     void RemoveAll();
-    int SyncFromFile();
-    int SyncToFile();
+    int SyncFromFile() override;
     size_t Count();
 
     // ReserveNow: stored at once, before the host decides; a refused
@@ -43,16 +41,13 @@ public:
     int CheckReservedStart(uint32_t id, const char* idToken, const char* groupToken);
 
 private:
+    friend class CSingleton<CReservationManager>;
     CReservationManager();
-    ~CReservationManager();
-    int WriteImage(const std::string& text, const std::string& path);
+    ~CReservationManager() override;
+    std::string BuildImage() override;
+    void ResetInPlace();
     void DropExpired();
 
-    static CReservationManager* s_instance;
-    pthread_mutex_t m_mutex;      // the list
-    pthread_mutex_t m_fileMutex;  // the file; never taken before m_mutex
+    pthread_mutex_t m_mutex;  // the list; taken inside the store's write lock
     std::vector<ReservationItem> m_items;
-    std::string m_path;
-    uint64_t m_snapshotSeq = 0;
-    uint64_t m_writtenSeq = 0;
 };

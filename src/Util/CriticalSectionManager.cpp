@@ -5,28 +5,6 @@
 #include "Util/Thread.h"
 #include "Util/Tools.h"
 
-CCriticalSectionManager* CCriticalSectionManager::s_instance = nullptr;
-
-namespace {
-std::mutex g_instanceMutex;
-}
-
-CCriticalSectionManager* CCriticalSectionManager::GetInstance() {
-    std::lock_guard<std::mutex> lock(g_instanceMutex);
-    if (s_instance == nullptr) s_instance = new CCriticalSectionManager();
-    return s_instance;
-}
-
-void CCriticalSectionManager::Release() {
-    CCriticalSectionManager* instance;
-    {
-        std::lock_guard<std::mutex> lock(g_instanceMutex);
-        instance = s_instance;
-        s_instance = nullptr;
-    }
-    delete instance;
-}
-
 CCriticalSectionManager::CCriticalSectionManager() {
     pthread_mutex_init(&m_mutex, nullptr);
     m_lastScanSec = CTools::GetCurRunTimeSec();

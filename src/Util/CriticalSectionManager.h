@@ -7,6 +7,8 @@
 #include <mutex>
 #include <string>
 
+#include "Util/Singleton.h"
+
 struct SectionItem {
     char function[100];
     char file[101];
@@ -16,11 +18,11 @@ struct SectionItem {
 
 // Every mutex of the library is taken through here so that re-entry and locks
 // held too long show up in the log.
-class CCriticalSectionManager {
+// Destroyed by Release rather than reset in place: its table describes locks other
+// threads hold right now, and forgetting it would make every later leave a mismatch.
+// Nothing in the library releases it; it lives until the process ends.
+class CCriticalSectionManager : public CSingleton<CCriticalSectionManager, SINGLETONLIFETIME_DESTROY> {
 public:
-    static CCriticalSectionManager* GetInstance();
-    static void Release();
-
     int Enter(pthread_mutex_t* mutex, const char* file, int line, const char* function);
     int Leave(pthread_mutex_t* mutex, const char* file, int line, const char* function);
 
@@ -32,12 +34,12 @@ public:
     static const int kLongHoldSec = 59;
 
 private:
+    friend class CSingleton<CCriticalSectionManager, SINGLETONLIFETIME_DESTROY>;
     CCriticalSectionManager();
     ~CCriticalSectionManager();
     static void* TimerProc(void* self);
     void WatchdogLoop();
 
-    static CCriticalSectionManager* s_instance;
     pthread_mutex_t m_mutex;
     std::map<pthread_mutex_t*, SectionItem> m_sections;
     std::mutex m_stopMutex;

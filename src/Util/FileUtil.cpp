@@ -95,8 +95,8 @@ bool CFileUtil::WriteFileAtomic(const std::string& path, const std::string& cont
 }
 
 FileWriteResult CFileUtil::WriteFileAtomicEx(const std::string& path, const std::string& content,
-                                             const std::string& tmpSuffix) {
-    return Replace(path, content, tmpSuffix, false);
+                                             const std::string& tmpSuffix, bool strict) {
+    return Replace(path, content, tmpSuffix, strict);
 }
 
 int CFileUtil::CreateIfAbsent(const std::string& path, const std::string& initialContent, int* err,

@@ -18,10 +18,10 @@ public:
     static std::string DirName(const std::string& path);
     // Crash-safe replace: writes a temporary file (path + suffix), fsyncs it, renames it over path.
     static bool WriteFileAtomic(const std::string& path, const std::string& content, const std::string& tmpSuffix = "1");
-    // Same, but a failed fsync is reported and the replace goes on; the temporary file
-    // is removed when writing it fails and left when the rename fails.
+    // Same, but says which step failed. Unless strict, a failed fsync is reported and the
+    // replace goes on, and the temporary file is left when the rename fails.
     static FileWriteResult WriteFileAtomicEx(const std::string& path, const std::string& content,
-                                             const std::string& tmpSuffix = "1");
+                                             const std::string& tmpSuffix = "1", bool strict = false);
     // Creates path holding initialContent unless it exists (never overwrites).
     // 1 created, 0 already existed, -1 failed with errno in *err; detail, when given,
     // also says which step failed and whether the fsync failed.

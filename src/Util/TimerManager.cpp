@@ -8,27 +8,8 @@
 #include "Util/Thread.h"
 #include "Util/Tools.h"
 
-CTimerManager* CTimerManager::s_instance = nullptr;
-
 namespace {
-std::mutex g_instanceMutex;
 const int64_t kTickMs = 200;
-}
-
-CTimerManager* CTimerManager::GetInstance() {
-    std::lock_guard<std::mutex> lock(g_instanceMutex);
-    if (s_instance == nullptr) s_instance = new CTimerManager();
-    return s_instance;
-}
-
-void CTimerManager::Release() {
-    CTimerManager* instance;
-    {
-        std::lock_guard<std::mutex> lock(g_instanceMutex);
-        instance = s_instance;
-        s_instance = nullptr;
-    }
-    delete instance;
 }
 
 CTimerManager::CTimerManager() {
@@ -38,19 +19,37 @@ CTimerManager::CTimerManager() {
 }
 
 CTimerManager::~CTimerManager() {
+    StopWorker();
+    pthread_mutex_destroy(&m_runMutex);
+    pthread_mutex_destroy(&m_mutex);
+}
+
+// Joins the worker (after the callback in hand) and drops every timer.
+void CTimerManager::StopWorker() {
     {
         std::lock_guard<std::mutex> lock(m_wakeMutex);
         m_stop = true;
     }
     m_wakeCv.notify_all();
     pthread_join(m_thread, nullptr);
+    OCPP_SECTION(&m_mutex);
+    for (TimerItem* item : m_items) delete item;
+    m_items.clear();
+}
+
+// Never freed: a timer owner may still hold the pointer to unregister with.
+void CTimerManager::ResetInPlace() {
+    StopWorker();
     {
-        OCPP_SECTION(&m_mutex);
-        for (TimerItem* item : m_items) delete item;
-        m_items.clear();
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        m_stop = false;
+        m_changed = false;
     }
-    pthread_mutex_destroy(&m_runMutex);
-    pthread_mutex_destroy(&m_mutex);
+    m_bWorkerAfterReset = true;
+}
+
+void CTimerManager::Resume() {
+    if (m_bWorkerAfterReset.exchange(false)) m_thread = LinuxCreateThread(nullptr, &CTimerManager::TimerProc, this);
 }
 
 unsigned long long CTimerManager::GetTimerID() {

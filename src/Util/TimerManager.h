@@ -1,10 +1,13 @@
 #pragma once
 #include <pthread.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <list>
 #include <mutex>
+
+#include "Util/Singleton.h"
 
 typedef void* (*TimerCallback)(void*);
 
@@ -18,11 +21,8 @@ struct TimerItem {
 
 // Periodic callbacks run one after another on one worker thread. Intervals are
 // measured from the end of the previous run, so periods drift by the run time.
-class CTimerManager {
+class CTimerManager : public CSingleton<CTimerManager> {
 public:
-    static CTimerManager* GetInstance();
-    static void Release();
-
     unsigned long long RegisterTimer(int seconds, TimerCallback callback, void* argument);
     void UnRegisterTimer(unsigned long long id);
 
@@ -31,16 +31,19 @@ public:
     size_t Count();
 
 protected:
+    friend class CSingleton<CTimerManager>;
     CTimerManager();
     virtual ~CTimerManager();
     unsigned long long GetTimerID();  // caller holds m_mutex
 
 private:
     static void* TimerProc(void* self);
+    void StopWorker();
+    void ResetInPlace();
+    void Resume();
     void Loop();
     int64_t NextDueMs();
 
-    static CTimerManager* s_instance;
     pthread_mutex_t m_mutex;      // the list
     pthread_mutex_t m_runMutex;   // held while callbacks run
     std::list<TimerItem*> m_items;
@@ -49,6 +52,7 @@ private:
     bool m_stop = false;
     bool m_changed = false;
     pthread_t m_thread{};
+    std::atomic<bool> m_bWorkerAfterReset{false};  // a reset stopped the worker; the next use starts it
     pthread_t m_runningThread{};
     bool m_running = false;
 };

@@ -206,6 +206,16 @@ TEST_F(ConnectManagerTest, UnreachableCsmsIsRetriedAfter10_20_40_80_80Seconds) {
     EXPECT_TRUE(log.Contains("SecurityCtrlr_Identity not configured"));
 }
 
+TEST_F(ConnectManagerTest, ProfileTakenAfterEveryProbeFailedIsStoredAsCurrentAtOnce) {
+    CConnectManager* manager = Fresh();
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://127.0.0.1:1/ocpp", CONNTYPE_WS, 5);
+    manager->SetOfflineMode(1);
+    CConnectManager::SetTestConnectHook([](const ConnectionItem&) { return 0; });
+    EXPECT_EQ(manager->TestConnectItem(), 0);
+    EXPECT_EQ(ReadJson(store)["curconnection"]["url"].asString(), "ws://127.0.0.1:1/ocpp");
+    EXPECT_STREQ(Fresh()->GetCurConnItem().url, "ws://127.0.0.1:1/ocpp") << "a restart offline keeps the profile";
+}
+
 std::mutex g_probeMutex;
 std::vector<int> g_probed;
 int g_answeringSlot = 0;

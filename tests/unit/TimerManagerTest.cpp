@@ -126,3 +126,14 @@ TEST_F(TimerManager, UnregisterWaitsForACallbackInFlight) {
     EXPECT_TRUE(unregistered);
     EXPECT_EQ(g_calls, 1);
 }
+
+TEST_F(TimerManager, ReleaseKeepsAHeldPointerUsableAndTheNextUseRunsTimersAgain) {
+    CTools::FreezeClock(false);
+    CTimerManager* held = CTimerManager::GetInstance();
+    held->RegisterTimer(1, CountCall, nullptr);
+    CTimerManager::Release();
+    EXPECT_EQ(held->Count(), 0u) << "a release drops every timer";
+    ASSERT_EQ(CTimerManager::GetInstance(), held);
+    held->RegisterTimer(1, CountCall, nullptr);
+    EXPECT_TRUE(WaitFor([] { return g_calls.load() > 0; }, 2500)) << "timers stopped for good after a release";
+}

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <sstream>
 
 #include <json/json.h>
@@ -23,8 +22,6 @@
 
 namespace {
 
-std::mutex g_instanceMutex;
-
 // Change notifications to blocks that are not in this library build yet.
 // Each one is called with the cache lock held and must not call back into the cache's writers.
 void NotifyVariableCheck(const VariableDataItem20&) {}
@@ -35,85 +32,30 @@ int ResetNetworkPriority(const char* value) {
     return value != nullptr ? CConnectManager::GetInstance()->ResetAllPriority(value) : 0;
 }
 
-// A legitimate file of 3000 records stays far below this; anything larger is not read into memory.
-const size_t kMaxFileBytes = static_cast<size_t>(CVariableCache::kMaxRecords) * 8192;
+JsonStoreTexts StoreTexts() {
+    JsonStoreTexts t;
+    t.fileIs = "Variable Cache File:%s";
+    t.alreadyExists = "Variable Cache File already exist";
+    t.created = "Variable Cache File created";
+    t.createFailed = "SetStoreFile: create failed, errno=%d";
+    t.createWriteFailed = "CVariableCache write error, errno=%d";
+    t.createFsyncFailed = "fsync failed, errno=%d";
+    t.invalid = "Variables File  json parse failed \n";
+    t.openFailed = "SyncToFile: openat(%s) failed errno=%d\n";
+    t.dataFailed = "SyncToFile: write failed errno=%d\n";
+    t.fsyncFailed = "SyncToFile: fsync failed errno=%d\n";
+    t.renameFailed = "SyncToFile: renameat(%s → %s) failed errno=%d\n";
+    return t;
+}
 
-struct RegisterRow {
-    const char* component;
-    const char* variable;
-    const char* instance;
-    int mode;
-    const char* value;
-};
-
-const int RW = VARIABLEMODE_READWRITE;
-const int RO = VARIABLEMODE_READONLY;
-
-const RegisterRow kRegister[] = {
-    {"TxCtrlr", "TxStartPoint", "", RW, "PowerPathClosed,EVConnected,Authorized"},
-    {"TxCtrlr", "TxStopPoint", "", RW, "PowerPathClosed,EVConnected,Authorized"},
-    {"TxCtrlr", "EVConnectionTimeOut", "", RW, "60"},
-    {"AuthCtrlr", "OfflineTxForUnknownIdEnabled", "", RW, "false"},
-    {"AuthCtrlr", "MasterPassGroupId", "", RW, ""},
-    {"AuthCtrlr", "Enabled", "", RW, "true"},
-    {"AuthCtrlr", "LocalPreAuthorize", "", RW, "true"},
-    {"AuthCtrlr", "AuthorizeRemoteStart", "", RW, "true"},
-    {"AuthCtrlr", "LocalAuthorizeOffline", "", RW, "true"},
-    {"AuthCtrlr", "DisableRemoteAuthorization", "", RW, "false"},
-    {"AuthCacheCtrlr", "Available", "", RO, "true"},
-    {"AuthCacheCtrlr", "Enabled", "", RW, "true"},
-    {"AuthCacheCtrlr", "LifeTime", "", RW, "600"},
-    {"LocalAuthListCtrlr", "Available", "", RO, "true"},
-    {"LocalAuthListCtrlr", "Enabled", "", RW, "true"},
-    {"LocalAuthListCtrlr", "BytesPerMessage", "", RO, "5000"},
-    {"LocalAuthListCtrlr", "Entries", "", RO, "0"},
-    {"LocalAuthListCtrlr", "ItemsPerMessage", "", RO, "100"},
-    {"DeviceDataCtrlr", "ItemsPerMessage", "GetReport", RO, "4"},
-    {"DeviceDataCtrlr", "ItemsPerMessage", "GetVariables", RO, "4"},
-    {"DeviceDataCtrlr", "BytesPerMessage", "GetReport", RO, "5000"},
-    {"DeviceDataCtrlr", "BytesPerMessage", "GetVariables", RO, "5000"},
-    {"DeviceDataCtrlr", "BytesPerMessage", "SetVariables", RO, "5000"},
-    {"DeviceDataCtrlr", "ItemsPerMessage", "SetVariables", RO, "4"},
-    {"SmartChargingCtrlr", "ProfileStackLevel", "", RO, "99"},
-    {"SmartChargingCtrlr", "PeriodsPerSchedule", "", RO, "1024"},
-    {"SmartChargingCtrlr", "Entries", "ChargingProfiles", RO, "0"},
-    {"SmartChargingCtrlr", "Enabled", "", RW, "true"},
-    {"SmartChargingCtrlr", "Available", "", RO, "true"},
-    {"SmartChargingCtrlr", "RateUnit", "", RO, "W"},
-    {"SmartChargingCtrlr", "LimitChangeSignificance", "", RW, "0.2"},
-    {"SmartChargingCtrlr", "NotifyChargingLimitWithSchedules", "", RW, "false"},
-    {"OCPPCommCtrlr", "NetworkConfigurationPriority", "", RW, "1"},
-    {"OCPPCommCtrlr", "MessageAttempts", "TransactionEvent", RW, "2"},
-    {"OCPPCommCtrlr", "MessageAttemptInterval", "TransactionEvent", RW, "5"},
-    {"OCPPCommCtrlr", "OfflineThreshold", "", RW, "10"},
-    {"OCPPCommCtrlr", "WebSocketPingInterval", "", RW, "30"},
-    {"OCPPCommCtrlr", "FileTransferProtocols", "", RO, "FTP,HTTP,HTTPS"},
-    {"DisplayMessageCtrlr", "Enabled", "", RW, "true"},
-    {"DisplayMessageCtrlr", "Available", "", RO, "true"},
-    {"DisplayMessageCtrlr", "DisplayMessages", "", RO, "0"},
-    {"DisplayMessageCtrlr", "SupportedFormats", "", RO, "ASCII,HTML,URI,UTF8"},
-    {"DisplayMessageCtrlr", "SupportedPriorities", "", RO, "AlwaysFront,InFront,NormalCycle"},
-    {"SecurityCtrlr", "CertificateEntries", "", RO, "0"},
-    {"SecurityCtrlr", "AdditionalRootCertificateCheck", "", RO, "false"},
-    {"ClockCtrlr", "DateTime", "", RO, ""},
-    {"TariffCostCtrlr", "Currency", "", RW, ""},
-    {"TariffCostCtrlr", "TariffFallbackMessage", "", RW, ""},
-    {"TariffCostCtrlr", "TotalCostFallbackMessage", "", RW, ""},
-    {"AuthCacheCtrlr", "DisablePostAuthorize", "", RW, "false"},
-    {"LocalAuthListCtrlr", "DisablePostAuthorize", "", RW, "false"},
-    {"MonitoringCtrlr", "ItemsPerMessage", "ClearVariableMonitoring", RO, "100"},
-    {"MonitoringCtrlr", "ItemsPerMessage", "SetVariableMonitoring", RO, "100"},
-    {"MonitoringCtrlr", "BytesPerMessage", "ClearVariableMonitoring", RO, "50000"},
-    {"MonitoringCtrlr", "BytesPerMessage", "SetVariableMonitoring", RO, "50000"},
-    {"MonitoringCtrlr", "Enabled", "", RW, "true"},
-    {"MonitoringCtrlr", "Available", "", RO, "true"},
-    {"MonitoringCtrlr", "OfflineQueuingSeverity", "", RW, "0"},
-    {"MonitoringCtrlr", "ActiveMonitoringBase", "", RO, "All"},
-    {"MonitoringCtrlr", "ActiveMonitoringLevel", "", RO, "0"},
-    {"ClockCtrlr", "NtpSource", "", RW, "manual"},
-    {"CaseAccessSensor", "Enabled", "", RO, "false"},
-    {"SmartChargingCtrlr", "SetpointPriority", "", RW, "CSMS"},
-};
+JsonStoreShape StoreShape() {
+    JsonStoreShape shape;
+    shape.emptyImage = "[]";
+    // A legitimate file of 3000 records stays far below this; anything larger is not read into memory.
+    shape.maxBytes = static_cast<size_t>(CVariableCache::kMaxRecords) * 8192;
+    shape.writeFailuresToStdout = true;
+    return shape;
+}
 
 bool IsDateTime(const VariableDataItem20& item) {
     return strcmp(item.componentName, "ClockCtrlr") == 0 && strcmp(item.variableName, "DateTime") == 0;
@@ -139,35 +81,14 @@ VariableDataItem20 FromRegister(const VariableItemRegister& row) {
 
 }  // namespace
 
-CVariableCache* CVariableCache::s_instance = nullptr;
-
-// The object is never freed: other threads may still hold the pointer they got
-// a moment ago. Release puts it back to its freshly constructed state instead.
-CVariableCache* CVariableCache::GetInstance() {
-    std::lock_guard<std::mutex> lock(g_instanceMutex);
-    if (s_instance == nullptr) s_instance = new CVariableCache();
-    return s_instance;
-}
-
-void CVariableCache::Release() {
-    CVariableCache* instance;
-    {
-        std::lock_guard<std::mutex> lock(g_instanceMutex);
-        instance = s_instance;
-    }
-    if (instance != nullptr) instance->Reset();
-}
-
-void CVariableCache::Reset() {
-    {
-        OCPP_SECTION(&m_mutex);
-        m_path.clear();  // nothing is written until a store is named again
-    }
+// Never freed (threads may hold the pointer); a release puts it back to its defaults.
+void CVariableCache::ResetInPlace() {
+    Unbind();
     InitDefault();
     LoadDefault();
 }
 
-CVariableCache::CVariableCache() {
+CVariableCache::CVariableCache() : CJsonStore(StoreTexts(), StoreShape()) {
     pthread_mutex_init(&m_mutex, nullptr);
     InitDefault();  // a store opened without InitDefault still gets its defaults
     // Without a cache folder no file is ever bound; the station still needs its
@@ -176,53 +97,6 @@ CVariableCache::CVariableCache() {
 }
 
 CVariableCache::~CVariableCache() { pthread_mutex_destroy(&m_mutex); }
-
-int CVariableCache::SetStoreFile(const std::string& path) {
-    {
-        OCPP_SECTION(&m_mutex);
-        if (path == m_path) return 1;
-        m_path = path;
-    }
-    LOG_INFO("Variable Cache File:%s", path.c_str());
-    int err = 0;
-    FileWriteResult r;
-    const int created = CFileUtil::CreateIfAbsent(path, "[]", &err, &r);
-    if (created == 0) {
-        LOG_INFO("Variable Cache File already exist");
-        return SyncFromFile();
-    }
-    if (created < 0) {
-        if (r.failedStep == FileWriteResult::kOpen)
-            LOG_ERROR("SetStoreFile: create failed, errno=%d", err);
-        else
-            LOG_ERROR("CVariableCache write error, errno=%d", err);
-        return 0;
-    }
-    if (r.fsyncErr != 0) LOG_ERROR("fsync failed, errno=%d", r.fsyncErr);
-    LOG_INFO("Variable Cache File created");
-    return SyncFromFile();
-}
-
-void CVariableCache::InitDefault() {
-    OCPP_SECTION(&m_mutex);
-    m_register.clear();
-    for (const RegisterRow& r : kRegister) {
-        VariableItemRegister row{};
-        CTools::CopyField(row.componentName, r.component);
-        CTools::CopyField(row.variableName, r.variable);
-        CTools::CopyField(row.variableInstance, r.instance);
-        CTools::CopyField(row.defaultValue, r.value);
-        row.mode = r.mode;
-        row.attributeType = VARIABLEATTRIBUTETYPE_ACTUAL;
-        row.constant = 0;
-        m_register.push_back(row);
-    }
-}
-
-size_t CVariableCache::RegisterSize() {
-    OCPP_SECTION(&m_mutex);
-    return m_register.size();
-}
 
 int CVariableCache::LoadDefault() {
     {
@@ -252,22 +126,10 @@ int CVariableCache::CheckFromDefault() {
 }
 
 int CVariableCache::SyncFromFile() {
-    std::string text;
-    {
-        OCPP_SECTION(&m_mutex);
-        if (m_path.empty()) return 1;
-        struct stat st;
-        if (stat(m_path.c_str(), &st) == 0 && static_cast<uint64_t>(st.st_size) <= kMaxFileBytes)
-            CFileUtil::ReadFile(m_path, text);
-    }
     Json::Value root;
-    const bool parsed = CTools::ParseJson(text, root);
-    int count = 0;
-    if (!parsed || !root.isArray()) {
-        LOG_ERROR("Variables File  json parse failed \n");
-    } else {
-        count = static_cast<int>(root.size());
-    }
+    const ReadResult read = ReadImage(root);
+    if (read == kUnbound) return 1;
+    const int count = read == kRead ? static_cast<int>(root.size()) : 0;
     if (count == 0) {
         LoadDefault();
         return 1;
@@ -292,49 +154,17 @@ int CVariableCache::SyncFromFile() {
     return 1;
 }
 
-int CVariableCache::SyncToFile() {
+std::string CVariableCache::BuildImage() {
     std::string text;
-    uint64_t seq;
-    {
-        OCPP_SECTION(&m_mutex);
-        if (m_path.empty()) return 1;
-        text.reserve(m_items.size() * 256 + 2);
-        text += '[';
-        for (size_t i = 0; i < m_items.size(); ++i) {
-            if (i) text += ',';
-            m_items[i].AppendJson(text);
-        }
-        text += ']';
-        seq = ++m_snapshotSeq;
-    }
     OCPP_SECTION(&m_mutex);
-    // A later snapshot already reached the disk: writing this one would undo it.
-    if (seq < m_writtenSeq) return 1;
-    const int rc = WriteImage(text);
-    if (rc == 1) m_writtenSeq = seq;
-    return rc;
-}
-
-// Caller holds m_mutex.
-int CVariableCache::WriteImage(const std::string& text) {
-    const std::string tmp = m_path + "1";
-    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(m_path, text, "1");
-    switch (r.failedStep) {
-    case FileWriteResult::kOpen:
-        printf("SyncToFile: openat(%s) failed errno=%d\n", tmp.c_str(), r.err);
-        return 0;
-    case FileWriteResult::kWrite:
-        printf("SyncToFile: write failed errno=%d\n", r.err);
-        return 0;
-    default:
-        break;
+    text.reserve(m_items.size() * 256 + 2);
+    text += '[';
+    for (size_t i = 0; i < m_items.size(); ++i) {
+        if (i) text += ',';
+        m_items[i].AppendJson(text);
     }
-    if (r.fsyncErr != 0) printf("SyncToFile: fsync failed errno=%d\n", r.fsyncErr);
-    if (r.failedStep == FileWriteResult::kRename) {
-        printf("SyncToFile: renameat(%s → %s) failed errno=%d\n", tmp.c_str(), m_path.c_str(), r.err);
-        return 0;
-    }
-    return 1;
+    text += ']';
+    return text;
 }
 
 std::vector<VariableDataItem20*> CVariableCache::GetItem(const char* component, const char* variable) {

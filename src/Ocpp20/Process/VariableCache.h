@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "Ocpp20/Process/VariableDataItem20.h"
+#include "Util/JsonStore.h"
+#include "Util/Singleton.h"
 
 // Transaction start and stop points, in the order the transaction manager uses.
 enum TRANSACTIONSTARTPOINT {
@@ -20,19 +22,14 @@ enum TRANSACTIONSTARTPOINT {
 
 // The device model: one ordered list of variable records, persisted as a JSON
 // array, seeded from the built-in register.
-class CVariableCache {
+class CVariableCache : public CJsonStore, public CSingleton<CVariableCache> {
 public:
-    static CVariableCache* GetInstance();
-    static void Release();
-
     static const int kMaxRecords = 3000;
 
-    int SetStoreFile(const std::string& path);
     void InitDefault();
     int LoadDefault();
     int CheckFromDefault();
-    int SyncFromFile();
-    int SyncToFile();
+    int SyncFromFile() override;
 
     std::vector<VariableDataItem20> GetVariables(const VariableDataItem20& query, int exact);
     VariableDataItem20 GetVariable(const char* component, const char* variable);
@@ -136,8 +133,9 @@ private:
     // Accepted (with the record's mode) when a matching record has the asked attribute type,
     // not-supported-attribute when only other types match, `notFound` when nothing matches.
     int CheckMatchStatus(const VariableDataItem20& item, int& mode, RecordMatcher matches, int notFound);
+    friend class CSingleton<CVariableCache>;
     CVariableCache();
-    ~CVariableCache();
+    ~CVariableCache() override;
     CVariableCache(const CVariableCache&) = delete;
     CVariableCache& operator=(const CVariableCache&) = delete;
 
@@ -150,15 +148,10 @@ private:
     bool ReadBool(const char* component, const char* variable, const char* instance = "");
     std::string ReadString(const char* component, const char* variable, const char* instance = "");
     float ReadFloat(const char* component, const char* variable, const char* instance, const char* missingLog);
-    int WriteImage(const std::string& text);
-    void Reset();
+    std::string BuildImage() override;
+    void ResetInPlace();
 
-    static CVariableCache* s_instance;
     pthread_mutex_t m_mutex;
-    std::string m_path;
     std::vector<VariableItemRegister> m_register;
     std::vector<VariableDataItem20> m_items;
-    // Snapshots are numbered so that a slower writer never puts an older image over a newer one.
-    uint64_t m_snapshotSeq = 0;
-    uint64_t m_writtenSeq = 0;
 };

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <sstream>
 
@@ -25,9 +24,24 @@ using namespace Ocpp20;
 
 namespace {
 
-std::mutex g_instanceMutex;
+JsonStoreTexts StoreTexts() {
+    JsonStoreTexts t;
+    t.fileIs = "Variable Characteristics File:%s";
+    t.createFailed = "Variable Characteristics File create failed, errno=%d";
+    t.createWriteFailed = "Variable Characteristics File write error, errno=%d";
+    t.createFsyncFailed = "fsync failed, errno=%d";
+    t.invalid = "Variable Characteristics File json parse failed";
+    t.writeFailed = "Variable Characteristics File write failed, errno=%d";
+    return t;
+}
 
-const size_t kMaxFileBytes = static_cast<size_t>(CVariableCharacteristics::kMaxRecords) * 8192;
+JsonStoreShape StoreShape() {
+    JsonStoreShape shape;
+    shape.emptyImage = "[]";
+    shape.maxBytes = static_cast<size_t>(CVariableCharacteristics::kMaxRecords) * 8192;
+    shape.strictFsync = true;
+    return shape;
+}
 const double kEpsilon = 1e-7;
 
 struct Row {
@@ -224,33 +238,15 @@ void VariableCharacteristics::ToPublic(VariableDataItem& out) const {
     out.supportsMonitoring = notSupportsMonitoring ? 0 : 1;
 }
 
-CVariableCharacteristics* CVariableCharacteristics::s_instance = nullptr;
-
-// The object is never freed: other threads may still hold the pointer they got
-// a moment ago. Release puts it back to its freshly constructed state instead.
-CVariableCharacteristics* CVariableCharacteristics::GetInstance() {
-    std::lock_guard<std::mutex> lock(g_instanceMutex);
-    if (s_instance == nullptr) s_instance = new CVariableCharacteristics();
-    return s_instance;
-}
-
-void CVariableCharacteristics::Release() {
-    CVariableCharacteristics* instance;
-    {
-        std::lock_guard<std::mutex> lock(g_instanceMutex);
-        instance = s_instance;
-    }
-    if (instance != nullptr) instance->Reset();
-}
-
-void CVariableCharacteristics::Reset() {
+// Never freed (threads may hold the pointer); a release puts it back to its defaults.
+void CVariableCharacteristics::ResetInPlace() {
+    Unbind();
     InitDefault();
     OCPP_SECTION(&m_mutex);
-    m_path.clear();
     m_items = m_defaults;
 }
 
-CVariableCharacteristics::CVariableCharacteristics() {
+CVariableCharacteristics::CVariableCharacteristics() : CJsonStore(StoreTexts(), StoreShape()) {
     pthread_mutex_init(&m_mutex, nullptr);
     InitDefault();
     m_items = m_defaults;  // usable before a store is named
@@ -275,27 +271,6 @@ void CVariableCharacteristics::InitDefault() {
     }
     OCPP_SECTION(&m_mutex);
     m_defaults.swap(rows);
-}
-
-int CVariableCharacteristics::SetStoreFile(const std::string& path) {
-    {
-        OCPP_SECTION(&m_mutex);
-        if (path == m_path) return 1;
-        m_path = path;
-    }
-    LOG_INFO("Variable Characteristics File:%s", path.c_str());
-    int err = 0;
-    FileWriteResult r;
-    const int created = CFileUtil::CreateIfAbsent(path, "[]", &err, &r);
-    if (created < 0) {
-        if (r.failedStep == FileWriteResult::kOpen)
-            LOG_ERROR("Variable Characteristics File create failed, errno=%d", err);
-        else
-            LOG_ERROR("Variable Characteristics File write error, errno=%d", err);
-        return 0;
-    }
-    if (r.fsyncErr != 0) LOG_ERROR("fsync failed, errno=%d", r.fsyncErr);
-    return SyncFromFile();
 }
 
 int CVariableCharacteristics::LoadDefault() {
@@ -346,17 +321,10 @@ bool CVariableCharacteristics::JudgeDataMigrate(Json::Value& root) {
 }
 
 int CVariableCharacteristics::SyncFromFile() {
-    std::string text;
-    {
-        OCPP_SECTION(&m_mutex);
-        if (m_path.empty()) return 1;
-        struct stat st;
-        if (stat(m_path.c_str(), &st) == 0 && static_cast<uint64_t>(st.st_size) <= kMaxFileBytes)
-            CFileUtil::ReadFile(m_path, text);
-    }
     Json::Value root;
-    if (!CTools::ParseJson(text, root) || !root.isArray()) {
-        LOG_ERROR("Variable Characteristics File json parse failed");
+    const ReadResult read = ReadImage(root);
+    if (read == kUnbound) return 1;
+    if (read == kFailed) {
         LoadDefault();
         return 1;
     }
@@ -383,29 +351,17 @@ int CVariableCharacteristics::SyncFromFile() {
     return 1;
 }
 
-int CVariableCharacteristics::SyncToFile() {
+std::string CVariableCharacteristics::BuildImage() {
     std::string text;
-    uint64_t seq;
-    {
-        OCPP_SECTION(&m_mutex);
-        if (m_path.empty()) return 1;
-        text.reserve(m_items.size() * 256 + 2);
-        text += '[';
-        for (size_t i = 0; i < m_items.size(); ++i) {
-            if (i) text += ',';
-            m_items[i].AppendJson(text);
-        }
-        text += ']';
-        seq = ++m_snapshotSeq;
-    }
     OCPP_SECTION(&m_mutex);
-    if (seq < m_writtenSeq) return 1;  // a newer image is already on disk
-    if (!CFileUtil::WriteFileAtomic(m_path, text, "1")) {
-        LOG_ERROR("Variable Characteristics File write failed, errno=%d", errno);
-        return 0;
+    text.reserve(m_items.size() * 256 + 2);
+    text += '[';
+    for (size_t i = 0; i < m_items.size(); ++i) {
+        if (i) text += ',';
+        m_items[i].AppendJson(text);
     }
-    m_writtenSeq = seq;
-    return 1;
+    text += ']';
+    return text;
 }
 
 const VariableCharacteristics* CVariableCharacteristics::Find(const VariableCharacteristics& key) const {

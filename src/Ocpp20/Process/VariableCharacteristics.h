@@ -7,6 +7,9 @@
 
 #include <OcppVariables.h>
 
+#include "Util/JsonStore.h"
+#include "Util/Singleton.h"
+
 namespace Json {
 class Value;
 }
@@ -52,18 +55,13 @@ struct VariableCharacteristics {
 
 // Per-variable characteristics (unit, type, limits, allowed values) and the
 // check every value written by SetVariables goes through.
-class CVariableCharacteristics {
+class CVariableCharacteristics : public CJsonStore, public CSingleton<CVariableCharacteristics> {
 public:
-    static CVariableCharacteristics* GetInstance();
-    static void Release();
-
     static const int kMaxRecords = 3000;
 
-    int SetStoreFile(const std::string& path);
     void InitDefault();
     int CheckFromDefault();
-    int SyncFromFile();
-    int SyncToFile();
+    int SyncFromFile() override;
 
     bool GetVariableCharacteristics(VariableCharacteristics& out, const char* component, const char* variable,
                                     const char* componentInstance, const char* variableInstance, int evseId,
@@ -91,22 +89,19 @@ public:
     std::vector<VariableCharacteristics> GetAll();
 
 private:
+    friend class CSingleton<CVariableCharacteristics>;
     CVariableCharacteristics();
-    ~CVariableCharacteristics();
+    ~CVariableCharacteristics() override;
     CVariableCharacteristics(const CVariableCharacteristics&) = delete;
     CVariableCharacteristics& operator=(const CVariableCharacteristics&) = delete;
 
     int LoadDefault();
     // Caller holds m_mutex.
     const VariableCharacteristics* Find(const VariableCharacteristics& key) const;
-    int WriteImage(const std::string& text);
-    void Reset();
+    std::string BuildImage() override;
+    void ResetInPlace();
 
-    static CVariableCharacteristics* s_instance;
     pthread_mutex_t m_mutex;
-    std::string m_path;
     std::vector<VariableCharacteristics> m_defaults;
     std::vector<VariableCharacteristics> m_items;
-    uint64_t m_snapshotSeq = 0;
-    uint64_t m_writtenSeq = 0;
 };

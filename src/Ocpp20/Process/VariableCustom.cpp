@@ -11,8 +11,6 @@
 
 namespace {
 
-std::mutex g_instanceMutex;
-
 const char* const kTokenTypes[] = {"Central", "eMAID", "ISO14443", "ISO15693",
                                    "KeyCode", "Local", "MacAddress", "NoAuthorization"};
 const char* const kTokenStatuses[] = {"Accepted", "Blocked",    "ConcurrentTx",       "Expired",
@@ -34,24 +32,6 @@ std::string TextOf(const Json::Value& obj, const char* key) {
 }
 
 }  // namespace
-
-CVariableCustom* CVariableCustom::s_instance = nullptr;
-
-CVariableCustom* CVariableCustom::GetInstance() {
-    std::lock_guard<std::mutex> lock(g_instanceMutex);
-    if (s_instance == nullptr) s_instance = new CVariableCustom();
-    return s_instance;
-}
-
-void CVariableCustom::Release() {
-    CVariableCustom* instance;
-    {
-        std::lock_guard<std::mutex> lock(g_instanceMutex);
-        instance = s_instance;
-        s_instance = nullptr;
-    }
-    delete instance;
-}
 
 CVariableCustom::CVariableCustom() {
     pthread_mutex_init(&m_mutex, nullptr);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Ocpp20/Process/VariableDataItem20.h"
+#include "Util/Singleton.h"
 
 // One entry of a written LocalAuthListCtrlr.ListContent value.
 struct CustomTokenItem {
@@ -17,11 +18,8 @@ struct CustomTokenItem {
 };
 
 // Variables computed on demand instead of stored in the cache.
-class CVariableCustom {
+class CVariableCustom : public CSingleton<CVariableCustom> {
 public:
-    static CVariableCustom* GetInstance();
-    static void Release();
-
     void Init();
     bool IsCustomVariable(const VariableDataItem20& variable);
     std::string GetCustomVariable(const VariableDataItem20& variable);
@@ -37,12 +35,13 @@ public:
     static std::string GetTokenStatusInString(int status);
 
 private:
+    friend class CSingleton<CVariableCustom>;
     CVariableCustom();
     ~CVariableCustom();
     CVariableCustom(const CVariableCustom&) = delete;
     CVariableCustom& operator=(const CVariableCustom&) = delete;
+    void ResetInPlace() { Init(); }
 
-    static CVariableCustom* s_instance;
     pthread_mutex_t m_mutex;
     std::vector<VariableDataItem20> m_custom;
 };
