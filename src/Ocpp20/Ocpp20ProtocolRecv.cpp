@@ -8,6 +8,7 @@
 
 #include "Ocpp20/Protocol/JsonText.h"
 #include "OcppProtocol/MessageCallBack.h"
+#include "OcppProtocol/OutboundSender.h"
 #include "Process/ConnectorManager.h"
 #include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppSendSeam.h"
@@ -201,7 +202,7 @@ void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const models:
     // (the answer must reach the CSMS before the message it asked for).
     if (request.requestedMessage == "BootNotification" || request.requestedMessage == "Heartbeat") {
         const std::string answer = COcppProtocol20::TriggerMessage(messageId, 0);
-        OcppProtocol_SendMessage(answer.c_str(), static_cast<int>(answer.size()));
+        COutboundSender::Send(OUTBOUNDKIND_ANSWER, answer);
         if (request.requestedMessage == "BootNotification") {
             CBootHeartbeat::GetInstance()->TriggerBoot();
         } else {
@@ -395,5 +396,5 @@ void Ocpp20Protocol_OnSetNetworkProfileRequest(const char* messageId, const mode
     if (status == 0 && CConnectManager::GetInstance()->AddConnItem(item) != 1) status = 2;
     LOG_INFO("SetNetworkProfile slot:%d status:%d", item.id, status);
     const std::string answer = COcppProtocol20::SetNetworkProfileResp(messageId, status);
-    OcppProtocol_SendMessage(answer.c_str(), static_cast<int>(answer.size()));
+    COutboundSender::Send(OUTBOUNDKIND_ANSWER, answer);
 }

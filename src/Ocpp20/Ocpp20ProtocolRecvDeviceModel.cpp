@@ -10,6 +10,7 @@
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "OcppProtocol/MessageCallBack.h"
+#include "OcppProtocol/OutboundSender.h"
 #include "OcppProtocol/OcppSendSeam.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/Tools.h"
@@ -157,7 +158,7 @@ int Ocpp20Protocol_SendSetVariablesResponse(const char* messageId, const std::ve
     }
     const std::string frame = COcppProtocol20::SetVariables(messageId, answer);
     if (frame.empty()) return 0;
-    return OcppProtocol_SendMessage(frame.data(), static_cast<int>(frame.size()));
+    return COutboundSender::Send(OUTBOUNDKIND_ANSWER, frame).result;
 }
 
 void Ocpp20Protocol_OnGetVariablesRequest(const char* messageId, const models::getVariablesRequest_t& request,
@@ -196,7 +197,7 @@ void Ocpp20Protocol_OnGetVariablesRequest(const char* messageId, const models::g
         answer.getVariableResult.push_back(result);
     }
     const std::string out = COcppProtocol20::GetVariables(messageId, answer);
-    if (!out.empty()) OcppProtocol_SendMessage(out.data(), static_cast<int>(out.size()));
+    if (!out.empty()) COutboundSender::Send(OUTBOUNDKIND_ANSWER, out);
 }
 
 void Ocpp20Protocol_ClearPendingSetVariables() {

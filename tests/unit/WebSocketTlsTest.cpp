@@ -38,7 +38,8 @@ TEST(WebSocketTls, SecureLinkToACsmsSignedByTheProfileCaCarriesFrames) {
     ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
     EXPECT_TRUE(log.Contains("===>Enable Ssl"));
-    EXPECT_TRUE(log.Contains("Cipher Suite: TLS_"));
+    // The session is logged just after the link is announced, on the service thread.
+    EXPECT_TRUE(WaitFor([&] { return log.Contains("Cipher Suite: TLS_"); }, 5000));
     EXPECT_TRUE(log.Contains("get peer certificate subject=/CN=127.0.0.1"));
     ASSERT_TRUE(csms.WaitSession());
     ASSERT_TRUE(csms.Send("[2,\"tls-1\",\"Reset\",{}]"));
