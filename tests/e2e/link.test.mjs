@@ -3,20 +3,6 @@ import { test } from 'node:test';
 import { startCsms } from './lib/csms.mjs';
 import { bootToOk, connect, explain } from './lib/fixture.mjs';
 
-test('heartbeats follow the interval of the boot answer', async (t) => {
-  const interval = 4;
-  const s = await connect(t, { interval });
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
-  const third = await s.csms.waitForCall('Heartbeat', { count: 3, timeoutMs: 4 * interval * 1000 });
-  const beats = s.csms.callsOf('Heartbeat').map((c) => c.at);
-  assert.equal(beats[2], third.at);
-  for (let i = 1; i < beats.length; i++) {
-    const gap = (beats[i] - beats[i - 1]) / 1000;
-    // Sent up to two seconds early, on a two-second timer.
-    assert.ok(gap >= interval - 2 - 0.5 && gap <= interval + 0.5, `heartbeat gap ${gap} s`);
-  }
-});
-
 test('the CSMS stopped and restarted: the station goes offline, reconnects after its back-off and boots again', async (t) => {
   const backoff = 5;
   const s = await connect(t, { interval: 60 }, { backoff });
