@@ -285,20 +285,10 @@ TEST_F(BootHeartbeat, TriggeredBootSaysTriggeredAndIgnoresTheInterval) {
     EXPECT_EQ(g_clockSets.size(), 1u);
 }
 
-void SetVariable(const char* component, const char* variable, const char* value) {
-    VariableDataItem item;
-    memset(&item, 0, sizeof item);
-    item.status = VARIABLESTATUS_ACCEPTED;
-    CTools::CopyField(item.componentName, component);
-    CTools::CopyField(item.variableName, variable);
-    CTools::CopyField(item.attributeValue, value);
-    ASSERT_EQ(OcppProtocol_SetVariableData(1, &item, 1), 1);
-}
-
 TEST_F(BootHeartbeat, RetryBackOffValueFollowsTheDeviceModel) {
-    SetVariable("OCPPCommCtrlr", "RetryBackOffWaitMinimum", "7");
-    SetVariable("OCPPCommCtrlr", "RetryBackOffRandomRange", "0");
-    SetVariable("OCPPCommCtrlr", "RetryBackOffRepeatTimes", "3");
+    SetLibraryVariable("OCPPCommCtrlr", "RetryBackOffWaitMinimum", "7");
+    SetLibraryVariable("OCPPCommCtrlr", "RetryBackOffRandomRange", "0");
+    SetLibraryVariable("OCPPCommCtrlr", "RetryBackOffRepeatTimes", "3");
     EXPECT_EQ(OcppProtocol_GetReconnctBackOffTime(), 5);
     boot->AddReconnctTimes();
     EXPECT_EQ(OcppProtocol_GetReconnctBackOffTime(), 5) << "not counting before a reset";
