@@ -30,7 +30,23 @@ bool ConnectToCsms(CWebSocketClient& client, RecordingClientEvents& link, Record
 int64_t ElapsedMs(std::chrono::steady_clock::time_point since) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since).count();
 }
+
+int Send(CWebSocketClient& client, const std::string& frame) {
+    return client.SendMessage(frame.c_str(), static_cast<int>(frame.size()));
+}
+
+// A synchronous Heartbeat request with message id `id`, made on a thread of its own.
+std::future<int> RequestAsync(CWebSocketClient& client, const std::string& id) {
+    return std::async(std::launch::async, [&client, id] {
+        const std::string request = "[2,\"" + id + "\",\"Heartbeat\",{}]";
+        char answer[256] = {0};
+        int len = sizeof(answer);
+        return client.SendMessage(id.c_str(), request.c_str(), static_cast<int>(request.size()), answer, &len);
+    });
+}
 }  // namespace
+
+// Every test declares its RecordingClientEvents before the client: upcalls may come until the client closes.
 
 TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
     WebSocketUrlInfo u;
@@ -78,7 +94,7 @@ TEST(WebSocketPing, IntervalHasAThirtySecondFloorAndZeroDisables) {
 
 TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthWhenCredentialsSet) {
     RawWsServer raw;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     client.SetConnType(CONNTYPE_WS);  // the header depends on the credentials, not the type
     client.SetNamePwd("CP001", "secret");
@@ -95,7 +111,7 @@ TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthWhenCredential
 TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAloneSendsIt) {
     {
         RawWsServer raw;
-        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+        RecordingClientEvents link;
         CWebSocketClient client;
         ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
         std::string request = raw.WaitRequest();
@@ -104,7 +120,7 @@ TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAlone
     }
     {
         RawWsServer raw;
-        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+        RecordingClientEvents link;
         CWebSocketClient client;
         client.SetNamePwd("", "pw");
         ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
@@ -116,7 +132,7 @@ TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAlone
 TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
     RecordingCsms csms;
     ASSERT_TRUE(csms.Started());
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     const int64_t before = CTools::GetCurRunTimeSec();
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
@@ -131,14 +147,13 @@ TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
 
     // The host's answer goes out once; a second answer to the same CALL is refused.
     const std::string answer = "[3,\"csms-1\",\n{\"status\":\"Accepted\"}]";
-    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 1);
+    EXPECT_EQ(Send(client, answer), 1);
     EXPECT_TRUE(csms.WaitMessageContaining("csms-1"));
-    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 0);
+    EXPECT_EQ(Send(client, answer), 0);
     EXPECT_EQ(client.WaitingCount(), 0u);
 
     // Station CALLs need no registration.
-    const std::string heartbeat = "[2,\"st-1\",\"Heartbeat\",{}]";
-    EXPECT_EQ(client.SendMessage(heartbeat.c_str(), static_cast<int>(heartbeat.size())), 1);
+    EXPECT_EQ(Send(client, "[2,\"st-1\",\"Heartbeat\",{}]"), 1);
     EXPECT_TRUE(csms.WaitMessageContaining("st-1"));
     client.Close();
     EXPECT_EQ(client.IsWebSocketConnected(), 0);
@@ -147,7 +162,7 @@ TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
 
 TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime) {
     RawWsServer raw;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
@@ -155,8 +170,7 @@ TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime)
     ASSERT_TRUE(WaitFor([&] { return link.errors >= 1; }, 5000));
     EXPECT_EQ(client.IsWebSocketConnected(), 0);
     EXPECT_EQ(client.GetLastOperateTimeSec(), 0);
-    const std::string frame = "[2,\"x\",\"Heartbeat\",{}]";
-    EXPECT_EQ(client.SendMessage(frame.c_str(), static_cast<int>(frame.size())), 0);
+    EXPECT_EQ(Send(client, "[2,\"x\",\"Heartbeat\",{}]"), 0);
     client.Close();
     EXPECT_EQ(link.errors, 1);
 }
@@ -179,7 +193,7 @@ public:
 
 TEST(WebSocketLink, RequestFromInsideALinkCallbackIsRefusedInsteadOfStallingTheLink) {
     RecordingCsms csms;
-    RequestingLink link;  // outlives the client: upcalls may come until it closes
+    RequestingLink link;
     CWebSocketClient client;
     link.client = &client;
     client.SetNamePwd("CP001", "secret");
@@ -198,7 +212,7 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
         RawWsServer closed;  // take a free port, then free it again
         port = closed.Port();
     }
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_EQ(client.Init(Url(port).c_str(), &link, 5), 1);
     EXPECT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
@@ -209,7 +223,7 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
 
 TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     RawWsServer raw;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
@@ -244,7 +258,7 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
             csms.Send("[3,\"req-7\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]");
         }
     };
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     const std::string request = "[2,\"req-7\",\"Heartbeat\",{}]";
@@ -262,16 +276,11 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
 
 TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
     RecordingCsms csms;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     // A deadline built from this wraps round unless the time-out is bounded.
     ASSERT_TRUE(ConnectToCsms(client, link, csms, std::numeric_limits<int64_t>::max() - 10));
-    std::future<int> sender = std::async(std::launch::async, [&client] {
-        const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
-        char answer[256] = {0};
-        int answerLen = sizeof answer;
-        return client.SendMessage("req-big", request.c_str(), static_cast<int>(request.size()), answer, &answerLen);
-    });
+    std::future<int> sender = RequestAsync(client, "req-big");
     ASSERT_TRUE(csms.WaitMessageContaining("req-big"));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     ASSERT_TRUE(csms.Send("[3,\"req-big\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]"));
@@ -285,7 +294,7 @@ TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
     csms.onMessage = [&](const std::string& text) {
         if (text.find("\"req-big\"") != std::string::npos) csms.Send("[3,\"req-big\",{\"x\":\"0123456789\"}]");
     };
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
@@ -300,16 +309,11 @@ TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
 TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
     ClockGuard clock;
     RecordingCsms csms;  // never answers
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 5));
     CTools::FreezeClock(true);
-    const std::string request = "[2,\"req-lost\",\"Heartbeat\",{}]";
-    auto pending = std::async(std::launch::async, [&] {
-        char answer[256] = {0};
-        int len = sizeof(answer);
-        return client.SendMessage("req-lost", request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
+    auto pending = RequestAsync(client, "req-lost");
     ASSERT_TRUE(csms.WaitMessageContaining("req-lost"));
     // Exactly the time-out is not yet too late.
     CTools::AdvanceClockMs(5000);
@@ -327,34 +331,22 @@ TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
 
 TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
     RecordingCsms csms;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 30));
-    const std::string request = "[2,\"dup\",\"Heartbeat\",{}]";
-    auto first = std::async(std::launch::async, [&] {
-        char answer[256];
-        int len = sizeof(answer);
-        return client.SendMessage("dup", request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
+    auto first = RequestAsync(client, "dup");
     ASSERT_TRUE(WaitFor([&] { return client.WaitingCount() == 1; }));
-    char answer[256];
-    int len = sizeof(answer);
-    EXPECT_EQ(client.SendMessage("dup", request.c_str(), static_cast<int>(request.size()), answer, &len), 0);
+    EXPECT_EQ(RequestAsync(client, "dup").get(), 0);
     client.Close();
     EXPECT_EQ(first.get(), 0);
 }
 
 TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
     RecordingCsms csms;  // never answers
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 60));
-    const std::string request = "[2,\"blocked\",\"Heartbeat\",{}]";
-    auto pending = std::async(std::launch::async, [&] {
-        char answer[256] = {0};
-        int len = sizeof(answer);
-        return client.SendMessage("blocked", request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
+    auto pending = RequestAsync(client, "blocked");
     ASSERT_TRUE(csms.WaitMessageContaining("blocked"));
     const auto start = std::chrono::steady_clock::now();
     client.Close();
@@ -366,16 +358,11 @@ TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
 
 TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
     RawWsServer raw;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 60), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
-    const std::string request = "[2,\"in-flight\",\"Heartbeat\",{}]";
-    auto pending = std::async(std::launch::async, [&] {
-        char answer[256] = {0};
-        int len = sizeof(answer);
-        return client.SendMessage("in-flight", request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
+    auto pending = RequestAsync(client, "in-flight");
     ASSERT_TRUE(WaitFor([&] { return raw.Payloads().size() == 1; }, 5000));
     raw.CloseConnection();
     ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
@@ -388,7 +375,7 @@ TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
 TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
     ClockGuard clock;
     RecordingCsms csms;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 2));
     CTools::FreezeClock(true);
@@ -399,13 +386,10 @@ TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerI
     ASSERT_TRUE(csms.WaitMessageContaining("csms-slow"));
     EXPECT_EQ(csms.Messages().back(), "[4,\"csms-slow\",\"InternalError\",\"Request Timeout\",{}]");
 
-    const std::string late = "[3,\"csms-slow\",{\"getVariableResult\":[]}]";
-    EXPECT_EQ(client.SendMessage(late.c_str(), static_cast<int>(late.size())), 0);
-    const std::string unknown = "[3,\"never-asked\",{}]";
-    EXPECT_EQ(client.SendMessage(unknown.c_str(), static_cast<int>(unknown.size())), 0);
+    EXPECT_EQ(Send(client, "[3,\"csms-slow\",{\"getVariableResult\":[]}]"), 0);
+    EXPECT_EQ(Send(client, "[3,\"never-asked\",{}]"), 0);
     // Let anything wrongly sent arrive before looking.
-    const std::string marker = "[2,\"marker\",\"Heartbeat\",{}]";
-    ASSERT_EQ(client.SendMessage(marker.c_str(), static_cast<int>(marker.size())), 1);
+    ASSERT_EQ(Send(client, "[2,\"marker\",\"Heartbeat\",{}]"), 1);
     ASSERT_TRUE(csms.WaitMessageContaining("marker"));
     for (const auto& m : csms.Messages()) EXPECT_EQ(m.find("getVariableResult"), std::string::npos) << m;
     client.Close();
@@ -414,7 +398,7 @@ TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerI
 TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     ClockGuard clock;
     RawWsServer raw;  // never answers pings
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     LogCapture log;
     client.SetPingInterval(30);
@@ -449,7 +433,7 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
 TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
     ClockGuard clock;
     RecordingCsms csms;  // the library's server answers pings
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     client.SetPingInterval(30);
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
@@ -480,7 +464,7 @@ TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
 TEST(WebSocketReceive, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
     RecordingCsms csms;
     ASSERT_TRUE(csms.Started());
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
 
@@ -499,7 +483,6 @@ TEST(WebSocketReceive, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) 
     }));
     EXPECT_EQ(client.IsWebSocketConnected(), 1);
     EXPECT_EQ(link.errors, 0);
-    const std::string answer = "[3,\"after\",{\"status\":\"Accepted\"}]";
-    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 1);
+    EXPECT_EQ(Send(client, "[3,\"after\",{\"status\":\"Accepted\"}]"), 1);
     EXPECT_TRUE(csms.WaitMessageContaining("after"));
 }
