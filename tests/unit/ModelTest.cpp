@@ -59,21 +59,6 @@ TEST(ModelReading, WronglyTypedMembersAreRefusedAndAbsentOnesKeepDefaults) {
     EXPECT_EQ(ReadReset(R"({"type":"Immediate","evseId":4.0})").evseId, 4) << "4.0 is an integer in JSON";
 }
 
-TEST(ModelReading, FrameHeaderIsTakenFromTheFrame) {
-    models::resetRequest_t r = ReadReset(R"({"type":"Immediate"})");
-    EXPECT_EQ(r.base.messageType, 2);
-    EXPECT_EQ(r.base.messageId, "a1");
-    EXPECT_EQ(r.base.action, "Reset");
-
-    const char* result = "[3,\"b2\",{\"currentTime\":\"2024-01-01T00:00:00Z\",\"interval\":30,\"status\":\"Accepted\"}]";
-    models::bootNotificationResponse_t resp =
-        models::BootNotificationResponseFromJsonData(result, static_cast<unsigned int>(strlen(result)));
-    EXPECT_EQ(resp.base.messageType, 3);
-    EXPECT_EQ(resp.base.messageId, "b2");
-    EXPECT_EQ(resp.interval, 30);
-    EXPECT_EQ(models::GetBootNotificationResponseStatusInInt(resp.status), 0);
-}
-
 TEST(ModelReading, BrokenFramesGiveAnEmptyRecordAndNeverCrash) {
     for (const std::string& frame : {std::string("not json"), std::string("[2,\"x\",\"Reset\",[1,2]]"), std::string(""),
                                      std::string(100000, '['), "[2,\"x\",\"Reset\"," + std::string(5000, '[')}) {
@@ -87,14 +72,6 @@ TEST(ModelReading, BrokenFramesGiveAnEmptyRecordAndNeverCrash) {
     models::resetRequest_t r =
         models::ResetRequestFromJsonData(frame.data(), static_cast<unsigned int>(frame.size() - 7));
     EXPECT_EQ(r.type, "Immediate");
-}
-
-TEST(ModelReading, PayloadThatIsNotAnObjectIsRefusedByTheRecord) {
-    rapidjson::Document d;
-    d.Parse("[1,2]");
-    EXPECT_THROW(models::resetRequest_t(d, Base()), CustomException);
-    d.Parse(R"({"type":"Immediate","evse":[1]})");
-    EXPECT_THROW(models::changeAvailabilityRequest_t(d, Base()), CustomException);
 }
 
 TEST(ModelReading, ArraysAndFilesOfRecords) {
@@ -119,40 +96,6 @@ TEST(ModelEnumerations, UnknownTextsAndIndexesOutsideTheListGiveNothing) {
     EXPECT_EQ(models::GetBootNotificationResponseStatusInInt("accepted"), -1);
     EXPECT_EQ(models::GetBootReasonInString(9), "");
     EXPECT_EQ(models::GetBootReasonInString(-1), "");
-}
-
-TEST(ModelWriting, CallFrameIsPrettyPrintedOneMemberPerLine) {
-    models::resetRequest_t r;
-    r.base.messageId = "id1";
-    r.type = "Immediate";
-    r.evseId = 2;
-    EXPECT_EQ(models::to_string(r, "", ""), "[2,\"id1\",\"Reset\",\n{\n\"type\": \"Immediate\",\n\"evseId\": 2\n}]");
-    r.evseId = -1;
-    EXPECT_EQ(models::to_string(r, "", "  "), "[2,\"id1\",\"Reset\",\n{\n  \"type\": \"Immediate\"\n}]");
-}
-
-TEST(ModelWriting, OptionalMembersAreLeftOutUntilSet) {
-    models::bootNotificationRequest_t boot;
-    boot.reason = "PowerUp";
-    boot.chargingStation.model = "M1";
-    boot.chargingStation.vendorName = "V";
-    boot.chargingStation.modem_present = !boot.chargingStation.modem.iccid.empty() ||
-                                         !boot.chargingStation.modem.imsi.empty();
-    std::string text = models::to_string(boot, "", "");
-    EXPECT_EQ(text.find("modem"), std::string::npos) << text;
-    EXPECT_EQ(text.find("serialNumber"), std::string::npos) << text;
-    EXPECT_EQ(text.find("customData"), std::string::npos) << text;
-
-    boot.chargingStation.modem.imsi = "001";
-    boot.chargingStation.modem_present = true;
-    boot.customData.vendorId = "acme";
-    boot.customData_present = true;
-    text = models::to_string(boot, "", "");
-    rapidjson::Document p = PayloadOf(text);
-    ASSERT_TRUE(p.IsObject());
-    EXPECT_STREQ(p["chargingStation"]["modem"]["imsi"].GetString(), "001");
-    EXPECT_FALSE(p["chargingStation"]["modem"].HasMember("iccid"));
-    EXPECT_FALSE(p.HasMember("customData")) << "customData is read but never sent";
 }
 
 TEST(ModelWriting, HostTextsNeverBreakTheFrameOrItsLengthLimits) {
