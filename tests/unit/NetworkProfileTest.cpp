@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
-#include <json/json.h>
 
 #include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,14 +18,7 @@ using namespace ocpptest;
 // Profiles the CSMS changes: SetNetworkProfile and NetworkConfigurationPriority.
 namespace {
 
-size_t StoredCount(const std::string& path) {
-    Json::Value root;
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    std::istringstream in(ReadText(path));
-    Json::parseFromStream(builder, in, &root, &errors);
-    return root["connectinfo"].size();
-}
+size_t StoredCount(const std::string& path) { return ReadJson(path)["connectinfo"].size(); }
 
 class NetworkProfile : public ::testing::Test {
 protected:
@@ -50,7 +41,6 @@ protected:
     std::string store;
     CConnectManager* manager = nullptr;
 };
-
 
 std::string NetworkProfileCall(const std::string& id, int slot, int securityProfile, const std::string& url) {
     return "[2,\"" + id + "\",\"SetNetworkProfile\",{\"configurationSlot\":" + std::to_string(slot) +
