@@ -26,13 +26,6 @@ test('security profile 1: a wrong password is refused and never reaches OK', asy
   assert.ok(!s.station.statuses().includes('OK'));
 });
 
-test('security profile 2: TLS against the test CA with Basic credentials', async (t) => {
-  const s = await connect(t, { password: 'Secret-0123456789', tls: pki.server },
-    { id: identity, profile: 2, password: 'Secret-0123456789', ca: pki.caFile });
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
-  assert.equal(s.csms.handshakes[0].password, 'Secret-0123456789');
-});
-
 test('security profile 3: the station presents its client certificate', async (t) => {
   const s = await connect(t, { tls: { ...pki.server, requireClientCert: true } },
     { id: identity, profile: 3, ca: pki.caFile, cert: pki.certFile, key: pki.keyFile });
