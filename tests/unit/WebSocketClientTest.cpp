@@ -46,7 +46,8 @@ std::future<int> RequestAsync(CWebSocketClient& client, const std::string& id) {
 }
 }  // namespace
 
-// Every test declares its RecordingClientEvents before the client: upcalls may come until the client closes.
+// Every test declares its RecordingClientEvents before the client: upcalls may come until the client
+// has closed, which its destructor does last.
 
 TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
     WebSocketUrlInfo u;
@@ -105,7 +106,6 @@ TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthWhenCredential
     // base64("CP001:secret")
     EXPECT_NE(request.find("Authorization: Basic Q1AwMDE6c2VjcmV0\r\n"), std::string::npos) << request;
     EXPECT_TRUE(WaitFor([&] { return link.connected == 1; }));
-    client.Close();
 }
 
 TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAloneSendsIt) {
@@ -203,7 +203,6 @@ TEST(WebSocketLink, RequestFromInsideALinkCallbackIsRefusedInsteadOfStallingTheL
     ASSERT_TRUE(csms.WaitSession());
     ASSERT_TRUE(csms.Send("[2,\"after-cb\",\"Reset\",{}]"));
     EXPECT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
-    client.Close();
 }
 
 TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
@@ -247,7 +246,6 @@ TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     ASSERT_TRUE(raw.SendFrame(0x81, "[2,\"after\",\"Heartbeat\",{}]"));
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 3; }));
     EXPECT_EQ(link.Messages()[2], "[2,\"after\",\"Heartbeat\",{}]");
-    client.Close();
 }
 
 TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
@@ -271,7 +269,6 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
     // The unmatched CALLRESULT goes up to the engine's own queue.
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
     EXPECT_EQ(link.Messages()[0], "[3,\"unrelated\",{}]");
-    client.Close();
 }
 
 TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
@@ -286,7 +283,6 @@ TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
     ASSERT_TRUE(csms.Send("[3,\"req-big\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]"));
     ASSERT_EQ(sender.wait_for(std::chrono::seconds(2)), std::future_status::ready);
     EXPECT_EQ(sender.get(), 1);
-    client.Close();
 }
 
 TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
@@ -303,7 +299,6 @@ TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
     int capacity = 8;
     EXPECT_EQ(client.SendMessage("req-big", request.c_str(), static_cast<int>(request.size()), answer, &capacity), 0);
     for (size_t i = 8; i < sizeof(answer); ++i) EXPECT_EQ(answer[i], 0x5a);
-    client.Close();
 }
 
 TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
@@ -326,7 +321,6 @@ TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
     EXPECT_EQ(pending.get(), 0);
     EXPECT_LT(ElapsedMs(swept), 1000);
     EXPECT_EQ(client.WaitingCount(), 0u);
-    client.Close();
 }
 
 TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
@@ -369,7 +363,6 @@ TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
     client.SweepTimeouts();
     ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
     EXPECT_EQ(pending.get(), 0);
-    client.Close();
 }
 
 TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
@@ -392,7 +385,6 @@ TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerI
     ASSERT_EQ(Send(client, "[2,\"marker\",\"Heartbeat\",{}]"), 1);
     ASSERT_TRUE(csms.WaitMessageContaining("marker"));
     for (const auto& m : csms.Messages()) EXPECT_EQ(m.find("getVariableResult"), std::string::npos) << m;
-    client.Close();
 }
 
 TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
@@ -427,7 +419,6 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     CTools::AdvanceClockMs(31000);
     client.CheckPing();
     EXPECT_EQ(link.errors, 1) << "a lost link is reported once";
-    client.Close();
 }
 
 TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
@@ -446,7 +437,6 @@ TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
     }
     EXPECT_EQ(link.errors, 0);
     EXPECT_EQ(client.IsWebSocketConnected(), 1);
-    client.Close();
 }
 
 TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
