@@ -49,8 +49,6 @@ LogCapture::~LogCapture() {
     if (g_capture == this) g_capture = nullptr;
 }
 
-LogCapture* LogCapture::Current() { return g_capture; }
-
 std::vector<LogLine> LogCapture::Lines() {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_lines;

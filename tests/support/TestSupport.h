@@ -42,7 +42,6 @@ public:
     bool Contains(const std::string& needle, int level = -1);
     size_t Count(const std::string& needle);
     void Clear();
-    static LogCapture* Current();
 
     // Public so the capture sink can append; tests use the accessors.
     std::mutex m_mutex;
