@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "Ocpp20/Process/VariableCharacteristics.h"
@@ -21,10 +20,7 @@ protected:
     }
     static VariableDataItem Declared(const char* component, const char* variable, int dataType, float minLimit,
                                      float maxLimit, int flag, const char* values = "") {
-        VariableDataItem v;
-        memset(&v, 0, sizeof v);
-        CTools::CopyField(v.componentName, component);
-        CTools::CopyField(v.variableName, variable);
+        VariableDataItem v = HostVariable(component, variable, "");
         v.dataType = static_cast<int8_t>(dataType);
         v.minLimit = minLimit;
         v.maxLimit = maxLimit;
