@@ -1,6 +1,5 @@
 #include "TestSupport.h"
 
-#include <sys/stat.h>
 
 #include <chrono>
 #include <cstring>

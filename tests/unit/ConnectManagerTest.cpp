@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 
 #include <chrono>
-#include <cstring>
 #include <future>
 #include <mutex>
 #include <string>
