@@ -50,22 +50,16 @@ protected:
         return out;
     }
 
-    // Option of the record that announced the latest OK.
-    int LastOkOption(RecordingHost& host, size_t expectedOkRecords) {
-        EXPECT_TRUE(WaitForOk(host, expectedOkRecords));
-        int option = -1;
-        for (const auto& s : StatusRecords(host))
-            if (s.first == SDKSTATUS_OK) option = s.second;
-        return option;
-    }
-
-    bool WaitForOk(RecordingHost& host, size_t n) {
-        return WaitFor([&] {
-            size_t c = 0;
+    // Option of the record that announced the `n`-th OK, once it has arrived.
+    int LastOkOption(RecordingHost& host, size_t n) {
+        std::vector<int> options;
+        EXPECT_TRUE(WaitFor([&] {
+            options.clear();
             for (const auto& s : StatusRecords(host))
-                if (s.first == SDKSTATUS_OK) ++c;
-            return c >= n;
-        });
+                if (s.first == SDKSTATUS_OK) options.push_back(s.second);
+            return options.size() >= n;
+        }));
+        return options.empty() ? -1 : options.back();
     }
 
     void GoOnline() {
