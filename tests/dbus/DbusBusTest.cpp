@@ -6,9 +6,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <string>

@@ -21,28 +21,3 @@ test('boot accepted: the station reports connected, then OK, with its model and 
   }
   assert.deepEqual(connectors.sort(), [[1, 1, 'Available'], [1, 2, 'Available']]);
 });
-
-test('boot pending then accepted: the station retries after the interval and then goes OK', async (t) => {
-  const s = await connect(t, { boot: ['Pending', 'Accepted'], interval: 2 });
-  await bootToOk(s);
-  const second = await s.csms.waitForCall('BootNotification', { count: 2 });
-  const first = s.csms.callsOf('BootNotification')[0];
-  assert.ok(second.at - first.at >= 1500, `second boot ${second.at - first.at} ms after the first`);
-  assert.equal(s.station.statuses().filter((x) => x === 'OK').length, 1);
-});
-
-test('boot rejected: CSMS requests are refused with SecurityError, a triggered boot is still sent', async (t) => {
-  const s = await connect(t, { boot: ['Rejected'], interval: 60 });
-  s.station.send({ cmd: 'boot' });
-  await s.csms.waitForCall('BootNotification');
-  const client = s.csms.client;
-  await assert.rejects(
-    client.call('GetVariables', { getVariableData: [{ component: { name: 'OCPPCommCtrlr' }, variable: { name: 'HeartbeatInterval' } }] }),
-    (e) => e.rpcErrorCode === 'SecurityError');
-  await assert.rejects(client.call('Reset', { type: 'Immediate' }), (e) => e.rpcErrorCode === 'SecurityError');
-  const answer = await client.call('TriggerMessage', { requestedMessage: 'BootNotification' });
-  assert.equal(answer.status, 'Accepted');
-  const triggered = await s.csms.waitForCall('BootNotification', { count: 2 });
-  assert.equal(triggered.params.reason, 'Triggered');
-  assert.ok(!s.station.statuses().includes('OK'), 'a rejected station must not report OK');
-});

@@ -1,9 +1,6 @@
 import assert from 'node:assert/strict';
-import { rmSync } from 'node:fs';
 import { test } from 'node:test';
-import { waitUntil } from './lib/csms.mjs';
 import { bootToOk, connect, explain } from './lib/fixture.mjs';
-import { Station, tempDir } from './lib/sim.mjs';
 
 const inSeconds = (s) => new Date(Date.now() + s * 1000).toISOString().replace(/\.\d+Z$/, 'Z');
 const reserve = (id, token, expiresIn = 3600, extra = {}) => ({
@@ -42,37 +39,4 @@ test('ReserveNow and CancelReservation are answered as the host decides, and the
   assert.equal((await client.call('CancelReservation', { reservationId: 99 })).status, 'Rejected');
   await s.station.command({ cmd: 'policy', action: 'CancelReservation', status: 'Error', code: 'NotSupported' });
   await assert.rejects(client.call('CancelReservation', { reservationId: 12 }), (e) => e.rpcErrorCode === 'NotSupported');
-});
-
-test('reservations survive a restart of the station; expired ones do not, and an ended one is reported to the CSMS', async (t) => {
-  const cache = tempDir();
-  const s = await connect(t, { interval: 60 }, { cache });
-  t.after(() => rmSync(cache, { recursive: true, force: true }));  // after the station has stopped
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
-  assert.equal((await s.csms.client.call('ReserveNow', reserve(7, 'KEEP-ME', 3600, { evseId: 1 }))).status, 'Accepted');
-  const shortLived = reserve(9, 'GONE-SOON', 2);
-  assert.equal((await s.csms.client.call('ReserveNow', shortLived)).status, 'Accepted');
-  assert.deepEqual(await stored(s.station), [[7, 'KEEP-ME'], [9, 'GONE-SOON']]);
-
-  const exit = await s.station.stop();
-  assert.deepEqual(exit, { code: 0, signal: null });
-  await waitUntil(() => Date.now() > Date.parse(shortLived.expiryDateTime) + 1000, 5000, 'the short reservation to expire');
-  s.station = new Station({ url: s.csms.url(), cache });
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
-
-  // The store is rewritten from what was loaded: the live one is still there, the expired one is not.
-  assert.equal((await s.csms.client.call('ReserveNow', reserve(8, 'NEW-ONE'))).status, 'Accepted');
-  assert.deepEqual(await stored(s.station), [[7, 'KEEP-ME'], [8, 'NEW-ONE']]);
-
-  // The host says reservation 7 expired: the CSMS is told and the station forgets it.
-  const update = await s.station.command({ cmd: 'reservationStatus', id: 7, status: 'Expired' });
-  assert.equal(update.rc, 1, JSON.stringify(update));
-  const call = await s.csms.waitForCall('ReservationStatusUpdate');
-  assert.deepEqual(call.params, { reservationId: 7, reservationUpdateStatus: 'Expired' });
-  assert.deepEqual(await stored(s.station), [[8, 'NEW-ONE']]);
-
-  assert.equal((await s.station.command({ cmd: 'reservationStatus', id: 8, status: 'Removed' })).rc, 1);
-  assert.equal(s.csms.callsOf('ReservationStatusUpdate').at(-1).params.reservationUpdateStatus, 'Removed');
-  assert.deepEqual(await stored(s.station), []);
-  assert.equal((await s.station.command({ cmd: 'reservationStatus', id: 8, status: 'Lost' })).rc, 0);
 });

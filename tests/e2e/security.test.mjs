@@ -17,13 +17,6 @@ before(() => {
 });
 after(() => rmSync(pkiDir, { recursive: true, force: true }));
 
-test('security profile 1: the CSMS checks the Basic credentials', async (t) => {
-  const s = await connect(t, { password: 'Secret-0123456789' }, { id: identity, profile: 1, password: 'Secret-0123456789' });
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
-  assert.equal(s.csms.handshakes[0].password, 'Secret-0123456789');
-  assert.ok(s.csms.handshakes[0].accepted);
-});
-
 test('security profile 1: a wrong password is refused and never reaches OK', async (t) => {
   const s = await connect(t, { password: 'Secret-0123456789' }, { id: identity, profile: 1, password: 'Wrong-0123456789' });
   await waitUntil(() => s.csms.handshakes.length >= 1 || undefined, 15000, 'a handshake');
@@ -31,13 +24,6 @@ test('security profile 1: a wrong password is refused and never reaches OK', asy
   assert.ok(s.csms.handshakes.every((h) => !h.accepted));
   assert.equal(s.csms.clients.length, 0);
   assert.ok(!s.station.statuses().includes('OK'));
-});
-
-test('security profile 2: TLS against the test CA with Basic credentials', async (t) => {
-  const s = await connect(t, { password: 'Secret-0123456789', tls: pki.server },
-    { id: identity, profile: 2, password: 'Secret-0123456789', ca: pki.caFile });
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
-  assert.equal(s.csms.handshakes[0].password, 'Secret-0123456789');
 });
 
 test('security profile 3: the station presents its client certificate', async (t) => {

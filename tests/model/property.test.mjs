@@ -65,14 +65,14 @@ function makeInteger(node) {
     return pick(shapes)();
 }
 
+const deref = (node, defs) => (node.$ref ? defs[node.$ref.replace('#/definitions/', '')] : node);
+
 // Builds one payload for `node` (mode: 'full' every member, 'minimal' only
 // required ones) and, alongside, what the record must write back.
 function generate(node, defs, mode, edge) {
-    if (node.$ref) return generate(defs[node.$ref.replace('#/definitions/', '')], defs, mode, edge);
-    if (node.enum) {
-        const v = pick(node.enum);
-        return { value: v, expected: v };
-    }
+    const same = (v) => ({ value: v, expected: v });
+    if (node.$ref) return generate(deref(node, defs), defs, mode, edge);
+    if (node.enum) return same(pick(node.enum));
     switch (node.type) {
         case 'object': {
             const value = {};
@@ -95,26 +95,12 @@ function generate(node, defs, mode, edge) {
             for (let i = 0; i < n; i++) items.push(generate(node.items, defs, mode, edge));
             return { value: items.map((g) => g.value), expected: items.map((g) => g.expected) };
         }
-        case 'string': {
-            const v = node.format === 'date-time' ? makeDateTime() : makeString(node.maxLength, edge);
-            return { value: v, expected: v };
-        }
-        case 'integer': {
-            const v = makeInteger(node);
-            return { value: v, expected: v };
-        }
-        case 'number': {
-            const v = makeNumber(node);
-            return { value: v, expected: v };
-        }
-        case 'boolean': {
-            const v = rand() < 0.5;
-            return { value: v, expected: v };
-        }
-        case undefined: { // any JSON value
-            const v = pick(['some text', 42, 1.5, true, { k: ['v', 2, { deep: null }] }, [1, 'a'], 'x"y\\z']);
-            return { value: v, expected: v };
-        }
+        case 'string': return same(node.format === 'date-time' ? makeDateTime() : makeString(node.maxLength, edge));
+        case 'integer': return same(makeInteger(node));
+        case 'number': return same(makeNumber(node));
+        case 'boolean': return same(rand() < 0.5);
+        case undefined: // any JSON value
+            return same(pick(['some text', 42, 1.5, true, { k: ['v', 2, { deep: null }] }, [1, 'a'], 'x"y\\z']));
         default:
             throw new Error(`unhandled schema type ${node.type}`);
     }
@@ -122,18 +108,18 @@ function generate(node, defs, mode, edge) {
 
 // Every member path in a full payload with the schema node that governs it.
 function memberPaths(node, defs, value, prefix = []) {
-    if (node.$ref) return memberPaths(defs[node.$ref.replace('#/definitions/', '')], defs, value, prefix);
+    if (node.$ref) return memberPaths(deref(node, defs), defs, value, prefix);
     const out = [];
     if (node.type === 'object' && value && typeof value === 'object') {
         for (const [name, prop] of Object.entries(node.properties || {})) {
             if (!(name in value)) continue;
             const p = [...prefix, name];
-            const resolved = prop.$ref ? defs[prop.$ref.replace('#/definitions/', '')] : prop;
+            const resolved = deref(prop, defs);
             out.push({ path: p, node: resolved, required: (node.required || []).includes(name) });
             out.push(...memberPaths(resolved, defs, value[name], p));
         }
     } else if (node.type === 'array' && Array.isArray(value) && value.length) {
-        const items = node.items.$ref ? defs[node.items.$ref.replace('#/definitions/', '')] : node.items;
+        const items = deref(node.items, defs);
         if (items.type !== 'object') out.push({ path: [...prefix, 0], node: items, required: true });
         out.push(...memberPaths(items, defs, value[0], [...prefix, 0]));
     }
@@ -338,8 +324,8 @@ for (const schema of schemas) {
 }
 
 test('an indent and step are applied to every line of the payload', async () => {
-    const g = generate(schemas.find((s) => s.$id === 'urn:BootNotification.req'),
-        schemas.find((s) => s.$id === 'urn:BootNotification.req').definitions, 'minimal', false);
+    const boot = schemas.find((s) => s.$id === 'urn:BootNotification.req');
+    const g = generate(boot, boot.definitions, 'minimal', false);
     const res = await rt.run('BootNotificationRequest', JSON.stringify([2, 'i', 'BootNotification', g.value]), '\t', '  ');
     const lines = res.out.split('\n');
     assert.equal(lines[0], '\t[2,"i","BootNotification",');

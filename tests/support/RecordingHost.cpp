@@ -6,6 +6,7 @@
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
+#include "TestSupport.h"
 
 namespace ocpptest {
 
@@ -15,8 +16,7 @@ RecordingHost* g_host = nullptr;
 }  // namespace
 
 RecordingHost::RecordingHost() {
-    m_table.OnConnected = &RecordingHost::Connect;
-    m_table.OnDisconnected = &RecordingHost::Disconnect;
+    m_table = {};
     m_table.OnMessage = &RecordingHost::Message;
     {
         std::lock_guard<std::mutex> lock(g_hostMutex);
@@ -32,20 +32,6 @@ RecordingHost::~RecordingHost() {
     OcppProtocol_Init(0, nullptr);
     std::lock_guard<std::mutex> lock(g_hostMutex);
     if (g_host == this) g_host = nullptr;
-}
-
-void RecordingHost::Connect() {
-    std::lock_guard<std::mutex> lock(g_hostMutex);
-    if (g_host == nullptr) return;
-    std::lock_guard<std::mutex> inner(g_host->m_mutex);
-    ++g_host->m_connected;
-}
-
-void RecordingHost::Disconnect() {
-    std::lock_guard<std::mutex> lock(g_hostMutex);
-    if (g_host == nullptr) return;
-    std::lock_guard<std::mutex> inner(g_host->m_mutex);
-    ++g_host->m_disconnected;
 }
 
 void RecordingHost::Message(const char* record, uint32_t length) {
@@ -85,9 +71,8 @@ std::vector<HostRecord> RecordingHost::Records() {
 }
 
 std::vector<int32_t> RecordingHost::Types() {
-    std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<int32_t> types;
-    for (const auto& r : m_records) types.push_back(r.type);
+    for (const auto& r : Records()) types.push_back(r.type);
     return types;
 }
 
@@ -97,21 +82,9 @@ size_t RecordingHost::Count() {
 }
 
 size_t RecordingHost::Count(int32_t type) {
-    std::lock_guard<std::mutex> lock(m_mutex);
     size_t n = 0;
-    for (const auto& r : m_records)
-        if (r.type == type) ++n;
+    for (const auto& r : Records()) n += r.type == type;
     return n;
-}
-
-int RecordingHost::Connected() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_connected;
-}
-
-int RecordingHost::Disconnected() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_disconnected;
 }
 
 void RecordingHost::Clear() {
@@ -120,18 +93,11 @@ void RecordingHost::Clear() {
 }
 
 bool RecordingHost::WaitForCount(size_t n, int timeoutMs) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return m_records.size() >= n; });
+    return WaitFor([&] { return Count() >= n; }, timeoutMs);
 }
 
 bool RecordingHost::WaitForType(int32_t type, size_t n, int timeoutMs) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
-        size_t c = 0;
-        for (const auto& r : m_records)
-            if (r.type == type) ++c;
-        return c >= n;
-    });
+    return WaitFor([&] { return Count(type) >= n; }, timeoutMs);
 }
 
 void RecordingHost::BlockNext() {

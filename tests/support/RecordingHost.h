@@ -22,14 +22,10 @@ public:
     RecordingHost();  // registers itself with OcppProtocol_Init(0, ...)
     ~RecordingHost();
 
-    OcppProtocolCallBack* Table() { return &m_table; }
-
     std::vector<HostRecord> Records();
     std::vector<int32_t> Types();
     size_t Count();
     size_t Count(int32_t type);
-    int Connected();
-    int Disconnected();
     void Clear();
 
     bool WaitForCount(size_t n, int timeoutMs = 2000);
@@ -44,8 +40,6 @@ public:
     void OnRecord(std::function<void(const char*, uint32_t)> hook);
 
 private:
-    static void Connect();
-    static void Disconnect();
     static void Message(const char* record, uint32_t length);
     void Store(const char* record, uint32_t length);
 
@@ -53,8 +47,6 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_cv;
     std::vector<HostRecord> m_records;
-    int m_connected = 0;
-    int m_disconnected = 0;
     bool m_blockNext = false;
     bool m_blocked = false;
     bool m_release = false;

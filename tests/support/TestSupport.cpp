@@ -1,8 +1,8 @@
 #include "TestSupport.h"
 
-#include <sys/stat.h>
 
 #include <chrono>
+#include <cstring>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -47,8 +47,6 @@ LogCapture::~LogCapture() {
     std::lock_guard<std::mutex> lock(g_captureMutex);
     if (g_capture == this) g_capture = nullptr;
 }
-
-LogCapture* LogCapture::Current() { return g_capture; }
 
 std::vector<LogLine> LogCapture::Lines() {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -107,6 +105,49 @@ std::string ReadText(const std::string& path) {
 void WriteText(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << text;
+}
+
+Json::Value ReadJson(const std::string& path) {
+    Json::Value root;
+    Json::CharReaderBuilder builder;
+    std::string errors;
+    std::istringstream in(ReadText(path));
+    Json::parseFromStream(builder, in, &root, &errors);
+    return root;
+}
+
+VariableDataItem HostVariable(const char* component, const char* variable, const char* value, int mode, int status) {
+    VariableDataItem v;
+    memset(&v, 0, sizeof v);
+    CTools::CopyField(v.componentName, component);
+    CTools::CopyField(v.variableName, variable);
+    CTools::CopyField(v.attributeValue, value);
+    v.mode = static_cast<int8_t>(mode);
+    v.status = static_cast<int8_t>(status);
+    return v;
+}
+
+void SetLibraryVariable(const char* component, const char* variable, const char* value) {
+    VariableDataItem item = HostVariable(component, variable, value, 0, VARIABLESTATUS_ACCEPTED);
+    EXPECT_EQ(OcppProtocol_SetVariableData(1, &item, 1), 1) << component << "." << variable;
+}
+
+ConnectionItem Profile(int id, int connType, const char* url, int priority) {
+    ConnectionItem item;
+    memset(&item, 0, sizeof item);
+    item.id = id;
+    item.priority = priority;
+    item.protocol = OCPPPROTOCOL_201;
+    item.connType = connType;
+    item.messageTimeout = 5;
+    CTools::CopyField(item.url, url);
+    return item;
+}
+
+std::vector<int> Ids(const std::vector<ConnectionItem>& items) {
+    std::vector<int> ids;
+    for (const ConnectionItem& item : items) ids.push_back(item.id);
+    return ids;
 }
 
 }  // namespace ocpptest

@@ -2,6 +2,9 @@
 // Fixtures shared by every test: a temporary cache folder, captured log lines
 // and a clock the test can move.
 #include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <OcppProtocol.h>
 
 #include <functional>
 #include <mutex>
@@ -39,7 +42,6 @@ public:
     bool Contains(const std::string& needle, int level = -1);
     size_t Count(const std::string& needle);
     void Clear();
-    static LogCapture* Current();
 
     // Public so the capture sink can append; tests use the accessors.
     std::mutex m_mutex;
@@ -58,5 +60,16 @@ public:
 
 std::string ReadText(const std::string& path);
 void WriteText(const std::string& path, const std::string& text);
+// The file's JSON; null when it is missing or unreadable.
+Json::Value ReadJson(const std::string& path);
+
+// A variable record as the host fills it.
+VariableDataItem HostVariable(const char* component, const char* variable, const char* value, int mode = 0,
+                              int status = 0);
+// The host sets one variable the library owns, as it does at start-up.
+void SetLibraryVariable(const char* component, const char* variable, const char* value);
+// A CSMS profile in slot `id`.
+ConnectionItem Profile(int id, int connType, const char* url, int priority = 0);
+std::vector<int> Ids(const std::vector<ConnectionItem>& items);
 
 }  // namespace ocpptest

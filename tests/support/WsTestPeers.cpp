@@ -45,6 +45,33 @@ std::string AcceptKey(const std::string& key) {
     return reinterpret_cast<char*>(out);
 }
 
+// A listening socket on 127.0.0.1 and an ephemeral port; -1 on failure.
+int ListenOnLoopback(int& port) {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in addr;
+    memset(&addr, 0, sizeof(addr));
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof(addr);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || listen(fd, 4) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
+        close(fd);
+        return -1;
+    }
+    port = ntohs(addr.sin_port);
+    return fd;
+}
+
+// The first connection, or -1 once `stop` is set.
+int AcceptOne(int listenFd, const std::atomic<bool>& stop) {
+    int fd = -1;
+    while (!stop && fd < 0) {
+        struct pollfd p = {listenFd, POLLIN, 0};
+        if (poll(&p, 1, 100) > 0) fd = accept(listenFd, nullptr, nullptr);
+    }
+    return fd;
+}
+
 bool ReadExact(int fd, unsigned char* buf, size_t n, const std::atomic<bool>& stop) {
     size_t got = 0;
     while (got < n && !stop) {
@@ -59,19 +86,11 @@ bool ReadExact(int fd, unsigned char* buf, size_t n, const std::atomic<bool>& st
 }  // namespace
 
 RawWsServer::RawWsServer(bool answerHandshake) : m_answer(answerHandshake) {
-    m_listenFd = socket(AF_INET, SOCK_STREAM, 0);
-    struct sockaddr_in addr;
-    memset(&addr, 0, sizeof(addr));
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
-    if (bind(m_listenFd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || listen(m_listenFd, 4) != 0) {
+    m_listenFd = ListenOnLoopback(m_port);
+    if (m_listenFd < 0) {
         ADD_FAILURE() << "raw server cannot listen";
         return;
     }
-    socklen_t len = sizeof(addr);
-    getsockname(m_listenFd, reinterpret_cast<sockaddr*>(&addr), &len);
-    m_port = ntohs(addr.sin_port);
     m_thread = std::thread([this] { Run(); });
 }
 
@@ -90,11 +109,7 @@ void RawWsServer::Run() {
 }
 
 void RawWsServer::Serve() {
-    int fd = -1;
-    while (!m_stop && fd < 0) {
-        struct pollfd p = {m_listenFd, POLLIN, 0};
-        if (poll(&p, 1, 100) > 0) fd = accept(m_listenFd, nullptr, nullptr);
-    }
+    const int fd = AcceptOne(m_listenFd, m_stop);
     if (fd < 0) return;
     {
         std::lock_guard<std::mutex> lock(m_fdMutex);
@@ -291,27 +306,21 @@ TestPki MakeTestPki(const std::string& dir, const std::string& serverCommonName)
 }
 
 namespace {
-X509* PemCert(const std::string& pem) {
+template <typename T>
+T* FromPem(const std::string& pem, T* (*read)(BIO*, T**, pem_password_cb*, void*)) {
     BIO* bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
-    X509* cert = PEM_read_bio_X509(bio, nullptr, nullptr, nullptr);
+    T* object = read(bio, nullptr, nullptr, nullptr);
     BIO_free(bio);
-    return cert;
-}
-
-EVP_PKEY* PemKey(const std::string& pem) {
-    BIO* bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
-    EVP_PKEY* key = PEM_read_bio_PrivateKey(bio, nullptr, nullptr, nullptr);
-    BIO_free(bio);
-    return key;
+    return object;
 }
 }  // namespace
 
 ClientCertServer::ClientCertServer(const TestPki& pki) {
     SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
     m_ctx = ctx;
-    X509* cert = PemCert(pki.serverCert);
-    EVP_PKEY* key = PemKey(pki.serverKey);
-    X509* ca = PemCert(pki.caCert);
+    X509* cert = FromPem(pki.serverCert, PEM_read_bio_X509);
+    EVP_PKEY* key = FromPem(pki.serverKey, PEM_read_bio_PrivateKey);
+    X509* ca = FromPem(pki.caCert, PEM_read_bio_X509);
     if (cert == nullptr || key == nullptr || ca == nullptr || SSL_CTX_use_certificate(ctx, cert) != 1 ||
         SSL_CTX_use_PrivateKey(ctx, key) != 1 || X509_STORE_add_cert(SSL_CTX_get_cert_store(ctx), ca) != 1) {
         ADD_FAILURE() << "client-certificate server cannot load the test PKI";
@@ -321,18 +330,11 @@ ClientCertServer::ClientCertServer(const TestPki& pki) {
     X509_free(ca);
     SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
 
-    m_listenFd = socket(AF_INET, SOCK_STREAM, 0);
-    struct sockaddr_in addr;
-    memset(&addr, 0, sizeof(addr));
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(m_listenFd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 || listen(m_listenFd, 4) != 0) {
+    m_listenFd = ListenOnLoopback(m_port);
+    if (m_listenFd < 0) {
         ADD_FAILURE() << "client-certificate server cannot listen";
         return;
     }
-    socklen_t len = sizeof(addr);
-    getsockname(m_listenFd, reinterpret_cast<sockaddr*>(&addr), &len);
-    m_port = ntohs(addr.sin_port);
     m_thread = std::thread([this] { Run(); });
 }
 
@@ -344,11 +346,7 @@ ClientCertServer::~ClientCertServer() {
 }
 
 void ClientCertServer::Run() {
-    int fd = -1;
-    while (!m_stop && fd < 0) {
-        struct pollfd p = {m_listenFd, POLLIN, 0};
-        if (poll(&p, 1, 100) > 0) fd = accept(m_listenFd, nullptr, nullptr);
-    }
+    const int fd = AcceptOne(m_listenFd, m_stop);
     if (fd < 0) return;
     struct timeval tv = {3, 0};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));

@@ -55,7 +55,6 @@ public:
     ~RecordingCsms() override;
     int Port() const { return m_server.GetPort(); }
     bool Started() const { return m_started; }
-    CWebSocketServer& Server() { return m_server; }
     // Sends to the most recent session; false without one.
     bool Send(const std::string& text);
     bool WaitSession(int timeoutMs = 5000);

@@ -78,6 +78,15 @@ protected:
         return n;
     }
     void Advance(int seconds) { CTools::AdvanceClockMs(int64_t(seconds) * 1000); }
+    // One timer tick `seconds` after the previous one.
+    void Tick(int seconds) {
+        Advance(seconds);
+        boot->TimerProc();
+    }
+    void HostAsksForBoot() {
+        OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
+        boot->TimerProc();
+    }
 
     ClockGuard clock;
     RecordingLink link;
@@ -111,16 +120,14 @@ TEST_F(BootHeartbeat, AcceptedBootSetsClockReportsRebootAndMarksProfileAccepted)
     EXPECT_EQ(CConnectManager::GetInstance()->IsAcceptedByCsms(), 1);
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK) << "accepted boot hands over to the online state";
 
-    Advance(2);
-    boot->TimerProc();
+    Tick(2);
     EXPECT_EQ(Sent("BootNotification"), 1u) << "no second boot once accepted";
 }
 
 TEST_F(BootHeartbeat, ClockThatCannotBeSetLeavesTheBootAccepted) {
     g_clockResult = 0;
     Csms("Accepted", 60);
-    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-    boot->TimerProc();
+    HostAsksForBoot();
     EXPECT_EQ(boot->GetBootPhase(), 2);
     EXPECT_TRUE(log.Contains("set system time failed"));
 }
@@ -128,37 +135,30 @@ TEST_F(BootHeartbeat, ClockThatCannotBeSetLeavesTheBootAccepted) {
 TEST_F(BootHeartbeat, PendingAndRejectedRetryAfterTheirIntervalAndSilenceAfterTenMoreSeconds) {
     Csms("Pending", 30);
     CConnectManager::GetInstance()->SetAcceptedByCsms(1);
-    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-    boot->TimerProc();
+    HostAsksForBoot();
     ASSERT_EQ(Sent("BootNotification"), 1u);
     EXPECT_EQ(boot->GetBootStatus(), 1);
     EXPECT_EQ(boot->GetBootPhase(), 1);
     EXPECT_EQ(CConnectManager::GetInstance()->IsAcceptedByCsms(), 0);
     EXPECT_TRUE(g_clockSets.empty()) << "only an accepted boot sets the clock";
 
-    Advance(29);
-    boot->TimerProc();
+    Tick(29);
     EXPECT_EQ(Sent("BootNotification"), 1u);
-    Advance(1);
-    boot->TimerProc();
+    Tick(1);
     EXPECT_EQ(Sent("BootNotification"), 2u);
 
     // The CSMS goes silent: the next try waits the interval plus 10 s.
     link.SetSendResult(0);
-    Advance(30);
-    boot->TimerProc();
+    Tick(30);
     EXPECT_EQ(Sent("BootNotification"), 3u);
-    Advance(39);
-    boot->TimerProc();
+    Tick(39);
     EXPECT_EQ(Sent("BootNotification"), 3u);
-    Advance(1);
-    boot->TimerProc();
+    Tick(1);
     EXPECT_EQ(Sent("BootNotification"), 4u);
 
     link.SetSendResult(1);
     Csms("Rejected", 0);
-    Advance(40);
-    boot->TimerProc();
+    Tick(40);
     EXPECT_EQ(boot->GetBootStatus(), 2);
     EXPECT_EQ(Sent("BootNotification"), 5u);
     boot->TimerProc();
@@ -167,13 +167,10 @@ TEST_F(BootHeartbeat, PendingAndRejectedRetryAfterTheirIntervalAndSilenceAfterTe
 
 TEST_F(BootHeartbeat, NeverAnsweredBootRetriesEveryTenSeconds) {
     link.SetSendResult(0);
-    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-    boot->TimerProc();
-    Advance(9);
-    boot->TimerProc();
+    HostAsksForBoot();
+    Tick(9);
     EXPECT_EQ(Sent("BootNotification"), 1u);
-    Advance(1);
-    boot->TimerProc();
+    Tick(1);
     EXPECT_EQ(Sent("BootNotification"), 2u);
 }
 
@@ -182,46 +179,38 @@ TEST_F(BootHeartbeat, NothingIsSentWhileDisconnected) {
     OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
     g_eSdkStatus = SDKSTATUS_DISCONNECTED;
     boot->TimerProc();
-    Advance(100);
-    boot->TimerProc();
+    Tick(100);
     EXPECT_EQ(link.Count(), 0u);
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_DISCONNECTED);
 }
 
 TEST_F(BootHeartbeat, HeartbeatGoesTwoSecondsBeforeTheIntervalAndSetsTheClock) {
     Csms("Accepted", 60);
-    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-    boot->TimerProc();
+    HostAsksForBoot();
     link.Clear();
     g_clockSets.clear();
 
-    Advance(57);
-    boot->TimerProc();
+    Tick(57);
     EXPECT_EQ(Sent("Heartbeat"), 0u);
-    Advance(1);
-    boot->TimerProc();
+    Tick(1);
     EXPECT_EQ(Sent("Heartbeat"), 1u);
     ASSERT_EQ(g_clockSets.size(), 1u);
     EXPECT_EQ(g_clockSets[0], k2030);
 
     // An unanswered heartbeat only moves the schedule on.
     link.SetSendResult(0);
-    Advance(58);
-    boot->TimerProc();
+    Tick(58);
     EXPECT_EQ(Sent("Heartbeat"), 2u);
-    Advance(57);
-    boot->TimerProc();
+    Tick(57);
     EXPECT_EQ(Sent("Heartbeat"), 2u);
-    Advance(1);
-    boot->TimerProc();
+    Tick(1);
     EXPECT_EQ(Sent("Heartbeat"), 3u);
     EXPECT_EQ(g_clockSets.size(), 1u);
 }
 
 TEST_F(BootHeartbeat, BusyLinkPostponesHeartbeatsButNotBeyondOneDay) {
     Csms("Accepted", 60);
-    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-    boot->TimerProc();
+    HostAsksForBoot();
     Advance(58);
     boot->TimerProc();  // a first answer, so the day counts from here
     ASSERT_EQ(Sent("Heartbeat"), 1u);
@@ -249,8 +238,7 @@ TEST_F(BootHeartbeat, DailyHeartbeatOnABusyLinkGoesOnceEvenWhenAnswersCarryNoUsa
         boot = CBootHeartbeat::GetInstance();
         boot->StopTimer();
         Csms("Accepted", 3600);
-        OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-        boot->TimerProc();
+        HostAsksForBoot();
         if (format != nullptr) {
             const std::string text = format;
             link.Answer([text](const std::string& id) { return CTools::StringFormat(text.c_str(), id.c_str()); });
@@ -271,8 +259,7 @@ TEST_F(BootHeartbeat, DailyHeartbeatOnABusyLinkGoesOnceEvenWhenAnswersCarryNoUsa
 
 TEST_F(BootHeartbeat, TriggeredBootSaysTriggeredAndIgnoresTheInterval) {
     Csms("Pending", 300);
-    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-    boot->TimerProc();
+    HostAsksForBoot();
     Csms("Accepted", 60);
     EXPECT_EQ(boot->TriggerBoot(), 1);
     ASSERT_EQ(Sent("BootNotification"), 2u);
@@ -285,20 +272,10 @@ TEST_F(BootHeartbeat, TriggeredBootSaysTriggeredAndIgnoresTheInterval) {
     EXPECT_EQ(g_clockSets.size(), 1u);
 }
 
-void SetVariable(const char* component, const char* variable, const char* value) {
-    VariableDataItem item;
-    memset(&item, 0, sizeof item);
-    item.status = VARIABLESTATUS_ACCEPTED;
-    CTools::CopyField(item.componentName, component);
-    CTools::CopyField(item.variableName, variable);
-    CTools::CopyField(item.attributeValue, value);
-    ASSERT_EQ(OcppProtocol_SetVariableData(1, &item, 1), 1);
-}
-
 TEST_F(BootHeartbeat, RetryBackOffValueFollowsTheDeviceModel) {
-    SetVariable("OCPPCommCtrlr", "RetryBackOffWaitMinimum", "7");
-    SetVariable("OCPPCommCtrlr", "RetryBackOffRandomRange", "0");
-    SetVariable("OCPPCommCtrlr", "RetryBackOffRepeatTimes", "3");
+    SetLibraryVariable("OCPPCommCtrlr", "RetryBackOffWaitMinimum", "7");
+    SetLibraryVariable("OCPPCommCtrlr", "RetryBackOffRandomRange", "0");
+    SetLibraryVariable("OCPPCommCtrlr", "RetryBackOffRepeatTimes", "3");
     EXPECT_EQ(OcppProtocol_GetReconnctBackOffTime(), 5);
     boot->AddReconnctTimes();
     EXPECT_EQ(OcppProtocol_GetReconnctBackOffTime(), 5) << "not counting before a reset";

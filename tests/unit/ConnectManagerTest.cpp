@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
-#include <json/json.h>
 #include <sys/stat.h>
 
 #include <chrono>
-#include <cstring>
 #include <future>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,33 +21,6 @@
 using namespace ocpptest;
 
 namespace {
-
-Json::Value ReadJson(const std::string& path) {
-    Json::Value root;
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    std::istringstream in(ReadText(path));
-    Json::parseFromStream(builder, in, &root, &errors);
-    return root;
-}
-
-ConnectionItem Item(int id, int connType, const char* url, int priority = 0) {
-    ConnectionItem item;
-    memset(&item, 0, sizeof item);
-    item.id = id;
-    item.priority = priority;
-    item.protocol = OCPPPROTOCOL_201;
-    item.connType = connType;
-    item.messageTimeout = 5;
-    CTools::CopyField(item.url, url);
-    return item;
-}
-
-std::vector<int> Ids(const std::vector<ConnectionItem>& items) {
-    std::vector<int> ids;
-    for (const ConnectionItem& item : items) ids.push_back(item.id);
-    return ids;
-}
 
 class ConnectManagerTest : public ::testing::Test {
 protected:
@@ -86,7 +56,7 @@ TEST_F(ConnectManagerTest, NewStoreStartsAsEmptyObjectAndProfilesSurviveARestart
     CConnectManager* manager = Fresh();
     EXPECT_TRUE(log.Contains("Connection Cache File created"));
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://csms.example:9000/ocpp", CONNTYPE_BASIC, 0);
-    manager->AddConnItem(Item(2, CONNTYPE_BASIC, "ws://second.example/ocpp"));
+    manager->AddConnItem(Profile(2, CONNTYPE_BASIC, "ws://second.example/ocpp"));
     manager->SetAcceptedByCsms(1);
 
     const std::string text = ReadText(store);
@@ -144,7 +114,7 @@ TEST_F(ConnectManagerTest, FailedWriteKeepsThePreviousStoreWhole) {
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://a.example/ocpp", CONNTYPE_WS, 5);
     const std::string before = ReadText(store);
     ASSERT_EQ(mkdir((store + "1").c_str(), 0755), 0);  // the temporary file cannot be made
-    manager->AddConnItem(Item(2, CONNTYPE_WS, "ws://b.example/ocpp"));
+    manager->AddConnItem(Profile(2, CONNTYPE_WS, "ws://b.example/ocpp"));
     EXPECT_TRUE(log.Contains("SyncToFile: openat("));
     EXPECT_EQ(ReadText(store), before);
     EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2})) << "memory keeps the change";
@@ -157,7 +127,7 @@ TEST_F(ConnectManagerTest, ConcurrentChangesLeaveTheStoreEqualToTheFinalState) {
         manager->SetAcceptedByCsms(1);
     });
     std::thread profiles([&] {
-        for (int i = 0; i < 100; ++i) manager->AddConnItem(Item(1 + i % 4, CONNTYPE_BASIC, "ws://csms.example/ocpp"));
+        for (int i = 0; i < 100; ++i) manager->AddConnItem(Profile(1 + i % 4, CONNTYPE_BASIC, "ws://csms.example/ocpp"));
     });
     flags.join();
     profiles.join();
@@ -233,10 +203,10 @@ TEST_F(ConnectManagerTest, ActivationProbesListedSlotsByPriorityAndDropsWeakerPr
     WriteText(dir.file("ca.crt"), "-----BEGIN CERTIFICATE-----\n");
     CConnectManager* manager = Fresh();
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
-    manager->AddConnItem(Item(2, CONNTYPE_BASIC, "ws://two.example/ocpp"));
-    manager->AddConnItem(Item(3, CONNTYPE_TLS_BASIC, "wss://three.example/ocpp"));
-    manager->AddConnItem(Item(4, CONNTYPE_TLS_BASIC, "wss://four.example/ocpp"));
-    manager->AddConnItem(Item(5, CONNTYPE_TLS_BASIC, "wss://five.example/ocpp"));
+    manager->AddConnItem(Profile(2, CONNTYPE_BASIC, "ws://two.example/ocpp"));
+    manager->AddConnItem(Profile(3, CONNTYPE_TLS_BASIC, "wss://three.example/ocpp"));
+    manager->AddConnItem(Profile(4, CONNTYPE_TLS_BASIC, "wss://four.example/ocpp"));
+    manager->AddConnItem(Profile(5, CONNTYPE_TLS_BASIC, "wss://five.example/ocpp"));
     EXPECT_EQ(manager->ResetAllPriority("3,1,6"), 0) << "slot 6 does not exist";
     EXPECT_EQ(manager->GetConnectPriority(), "1");
     ASSERT_EQ(manager->ResetAllPriority("4,2,3,1"), 1);
@@ -270,7 +240,7 @@ TEST_F(ConnectManagerTest, ActivationProbesListedSlotsByPriorityAndDropsWeakerPr
 TEST_F(ConnectManagerTest, PriorityListNeedsCertificatesForTlsSlots) {
     CConnectManager* manager = Fresh();
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
-    manager->AddConnItem(Item(2, CONNTYPE_TLS_BASIC, "wss://two.example/ocpp"));
+    manager->AddConnItem(Profile(2, CONNTYPE_TLS_BASIC, "wss://two.example/ocpp"));
     EXPECT_EQ(manager->ResetAllPriority("2,1"), 0) << "no CA on the station";
     WriteText(dir.file("ca.crt"), "-----BEGIN CERTIFICATE-----\n");
     ASSERT_EQ(manager->ResetAllPriority("2,1"), 1);
@@ -281,12 +251,12 @@ TEST_F(ConnectManagerTest, PriorityListNeedsCertificatesForTlsSlots) {
 
 TEST_F(ConnectManagerTest, UrlCarriesSubprotocolHostAndStationIdentity) {
     CConnectManager* manager = Fresh();
-    manager->BackUpCurConnectionItem(Item(1, CONNTYPE_TLS_BASIC, "wss://csms.example:443/ocpp"));
+    manager->BackUpCurConnectionItem(Profile(1, CONNTYPE_TLS_BASIC, "wss://csms.example:443/ocpp"));
     EXPECT_EQ(manager->CombineUrl("CP001", "OCPP20"), "ocpp2.0.1://csms.example:443/ocpp/CP001");
     EXPECT_EQ(manager->CombineUrl("CP001", "OCPP16"), "ocpp1.6://csms.example:443/ocpp/CP001");
     EXPECT_EQ(manager->CombineUrl("CP001", "OCPP21"), "");
     EXPECT_EQ(manager->CombineUrl("", "OCPP20"), "");
-    manager->BackUpCurConnectionItem(Item(1, CONNTYPE_WS, "http://csms.example/ocpp"));
+    manager->BackUpCurConnectionItem(Profile(1, CONNTYPE_WS, "http://csms.example/ocpp"));
     EXPECT_EQ(manager->CombineUrl("CP001", "OCPP20"), "");
 }
 
@@ -299,16 +269,6 @@ TEST_F(ConnectManagerTest, ReconnectAndOfflineModeRefuseBadRequests) {
     EXPECT_EQ(OcppProtocol_SetConnection(OCPPPROTOCOL_201, "", CONNTYPE_WS, 5), 0);
     EXPECT_TRUE(log.Contains("Url is empty!!!"));
     EXPECT_TRUE(manager->GetConnItems().empty());
-}
-
-void SetIdentity(const char* identity) {
-    VariableDataItem item;
-    memset(&item, 0, sizeof item);
-    item.status = VARIABLESTATUS_ACCEPTED;
-    CTools::CopyField(item.componentName, "SecurityCtrlr");
-    CTools::CopyField(item.variableName, "Identity");
-    CTools::CopyField(item.attributeValue, identity);
-    OcppProtocol_SetVariableData(1, &item, 1);
 }
 
 // A real socket: the library's local server plays the CSMS.
@@ -328,7 +288,7 @@ TEST_F(ConnectManagerTest, ConnectsToALocalCsmsAndBootsThroughTheLink) {
                   "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":300,\"status\":\"Accepted\"}]");
     };
     CTools::SetSetTimeHook([](int64_t) { return 1; });
-    SetIdentity("CP042");
+    SetLibraryVariable("SecurityCtrlr", "Identity", "CP042");
     const std::string url = "ws://127.0.0.1:" + std::to_string(csms.Port());
     OcppProtocol_SetNamePwd(nullptr, "s3cr3t");
     OcppProtocol_SetConnection(OCPPPROTOCOL_201, url.c_str(), CONNTYPE_BASIC, 5);
@@ -352,7 +312,7 @@ TEST_F(ConnectManagerTest, ReleaseWakesASenderBlockedOnTheCsmsAndLeavesNothingBe
     CTools::FreezeClock(false);
     RecordingCsms csms("ocpp2.0.1");  // never answers
     ASSERT_TRUE(csms.Started());
-    SetIdentity("CP042");
+    SetLibraryVariable("SecurityCtrlr", "Identity", "CP042");
     const std::string url = "ws://127.0.0.1:" + std::to_string(csms.Port());
     OcppProtocol_SetNamePwd(nullptr, "s3cr3t");
     OcppProtocol_SetConnection(OCPPPROTOCOL_201, url.c_str(), CONNTYPE_BASIC, 30);

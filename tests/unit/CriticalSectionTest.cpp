@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <thread>
 
 #include "TestSupport.h"

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <cstring>
 #include <string>
 #include <vector>
@@ -45,16 +43,6 @@ std::vector<std::string> Values(const std::string& frame, const std::string& key
         out.push_back(frame.substr(from, frame.find('"', from) - from));
     }
     return out;
-}
-
-VariableDataItem HostVariable(const char* component, const char* variable, const char* value, int mode) {
-    VariableDataItem v;
-    memset(&v, 0, sizeof v);
-    CTools::CopyField(v.componentName, component);
-    CTools::CopyField(v.variableName, variable);
-    CTools::CopyField(v.attributeValue, value);
-    v.mode = static_cast<int8_t>(mode);
-    return v;
 }
 
 class DeviceModelRequests : public ::testing::Test {
@@ -223,25 +211,4 @@ TEST_F(DeviceModelRequests, GetVariablesLimitsAnswerWithTwoDifferentErrors) {
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[0], "[4,\"many\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
     EXPECT_EQ(sent[1], "[4,\"heavy\",\"FormatViolation\",\"\",{}]\n");
-}
-
-TEST_F(DeviceModelRequests, TheSameValueSetTwiceWritesTheStoreOnce) {
-    const std::string path = dir.file("variablecache.json");
-    // Every rewrite puts a new file in place; the live file's inode cannot be reused meanwhile.
-    auto inode = [&] {
-        struct stat st;
-        return stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
-    };
-    std::vector<ino_t> seen;
-    for (const char* id : {"w1", "w2"}) {
-        Deliver(Call(id, "SetVariables", {Entry("HostCtrlr", "Brightness", "90")}));
-        std::vector<VariableDataItem> entries = HostEntries(id);
-        ASSERT_EQ(entries.size(), 1u);
-        entries[0].status = VARIABLESTATUS_ACCEPTED;
-        ASSERT_EQ(OcppProtocol_SetVariables(id, 1, entries.data()), 1);
-        seen.push_back(inode());
-    }
-    EXPECT_EQ(seen[0], seen[1]) << "the second, identical value must not rewrite the store";
-    EXPECT_EQ(Stored("HostCtrlr", "Brightness"), "90");
-    EXPECT_EQ(link.Count(), 2u);
 }

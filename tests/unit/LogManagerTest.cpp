@@ -57,15 +57,18 @@ void MoveToLocalHour(int hour) {
     CTools::SetClockOffsetMs((static_cast<int64_t>(mktime(&tmv)) - static_cast<int64_t>(now)) * 1000, 0);
 }
 
-// What the host's callbacks saw.
+// What the host's callbacks saw while this object lives.
+struct ExportSeen;
+ExportSeen* g_seen = nullptr;
 struct ExportSeen {
+    ExportSeen() { g_seen = this; }
+    ~ExportSeen() { g_seen = nullptr; }
     std::mutex m;
     std::vector<std::pair<int, int>> progress;
     std::string success;
     int failures = 0;
     bool done = false;
 };
-ExportSeen* g_seen = nullptr;
 void OnProgress(int total, int written) {
     std::lock_guard<std::mutex> l(g_seen->m);
     g_seen->progress.emplace_back(total, written);
@@ -184,7 +187,6 @@ TEST_F(LogManagerTest, ExportSelectsTheWindowTypeAndTextAndReportsProgress) {
     Insert(base + 2000, LOGTYPE_FAULT, 2, "it's hot");
     Insert(base + 3000, LOGTYPE_NETWORK, 1, "link lost");
     ExportSeen seen;
-    g_seen = &seen;
 
     LogExportJob job = Job(dir.path(), base + 1000, base + 3000);
     ASSERT_EQ(Manager()->RunExport(job), 1);
@@ -218,7 +220,6 @@ TEST_F(LogManagerTest, ExportSelectsTheWindowTypeAndTextAndReportsProgress) {
     ASSERT_EQ(Manager()->RunExport(job), 1);
     EXPECT_EQ(seen.progress, (std::vector<std::pair<int, int>>{{1, 1}}));
     EXPECT_EQ(seen.failures, 0);
-    g_seen = nullptr;
 }
 
 TEST_F(LogManagerTest, ExportWithEndZeroReachesThePresentInPagesInOrder) {
@@ -234,7 +235,6 @@ TEST_F(LogManagerTest, ExportWithEndZeroReachesThePresentInPagesInOrder) {
         db.ExecuteSQL("commit");
     }
     ExportSeen seen;
-    g_seen = &seen;
     OcppLogFilter filter{};
     filter.startTime = now / 1000 - 10;
     filter.endTime = 0;
@@ -252,29 +252,24 @@ TEST_F(LogManagerTest, ExportWithEndZeroReachesThePresentInPagesInOrder) {
     EXPECT_NE(lines.back().find("rec 249"), std::string::npos);
     EXPECT_EQ(seen.progress.size(), 250u);
     EXPECT_EQ(seen.progress.back(), std::make_pair(250, 250));
-    g_seen = nullptr;
 }
 
 TEST_F(LogManagerTest, ExportWithoutStoreFileDoesNothing) {
     ExportSeen seen;
-    g_seen = &seen;
     OcppLogFilter filter{};
     EXPECT_EQ(OcppProtocol_FilterLog(dir.path().c_str(), &filter, &OnProgress, &OnSuccess, &OnFailure), 0);
     EXPECT_EQ(OcppProtocol_FilterLog(dir.path().c_str(), nullptr, &OnProgress, &OnSuccess, &OnFailure), 0);
     CLogManager::Release();
     EXPECT_FALSE(seen.done);
     EXPECT_TRUE(seen.progress.empty());
-    g_seen = nullptr;
 }
 
 TEST_F(LogManagerTest, ExportIntoMissingFolderReportsFailure) {
     OpenStore();
     ExportSeen seen;
-    g_seen = &seen;
     EXPECT_EQ(Manager()->RunExport(Job(dir.file("no/such"), 0, CTools::CurTimeMilSec())), 0);
     EXPECT_EQ(seen.failures, 1);
     EXPECT_TRUE(seen.success.empty());
-    g_seen = nullptr;
 }
 
 TEST_F(LogManagerTest, ShutdownStoresEveryPendingRecordFirst) {

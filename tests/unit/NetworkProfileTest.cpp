@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
-#include <json/json.h>
 
-#include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,31 +17,7 @@ using namespace ocpptest;
 // Profiles the CSMS changes: SetNetworkProfile and NetworkConfigurationPriority.
 namespace {
 
-ConnectionItem Item(int id, int connType, const char* url) {
-    ConnectionItem item;
-    memset(&item, 0, sizeof item);
-    item.id = id;
-    item.protocol = OCPPPROTOCOL_201;
-    item.connType = connType;
-    item.messageTimeout = 5;
-    CTools::CopyField(item.url, url);
-    return item;
-}
-
-std::vector<int> Ids(const std::vector<ConnectionItem>& items) {
-    std::vector<int> ids;
-    for (const ConnectionItem& item : items) ids.push_back(item.id);
-    return ids;
-}
-
-size_t StoredCount(const std::string& path) {
-    Json::Value root;
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    std::istringstream in(ReadText(path));
-    Json::parseFromStream(builder, in, &root, &errors);
-    return root["connectinfo"].size();
-}
+size_t StoredCount(const std::string& path) { return ReadJson(path)["connectinfo"].size(); }
 
 class NetworkProfile : public ::testing::Test {
 protected:
@@ -67,7 +40,6 @@ protected:
     std::string store;
     CConnectManager* manager = nullptr;
 };
-
 
 std::string NetworkProfileCall(const std::string& id, int slot, int securityProfile, const std::string& url) {
     return "[2,\"" + id + "\",\"SetNetworkProfile\",{\"configurationSlot\":" + std::to_string(slot) +
@@ -127,7 +99,7 @@ TEST_F(NetworkProfile, CsmsMessageTimeoutIsBoundedToAnHourWhereverAProfileComesF
 
 TEST_F(NetworkProfile, NetworkPriorityVariableReordersProfilesOrIsRejected) {
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
-    manager->AddConnItem(Item(2, CONNTYPE_WS, "ws://two.example/ocpp"));
+    manager->AddConnItem(Profile(2, CONNTYPE_WS, "ws://two.example/ocpp"));
     VariableDataItem20 item = VariableDataItem20::Make("OCPPCommCtrlr", "NetworkConfigurationPriority", "");
     CTools::CopyField(item.attributeValue, "2,1");
     EXPECT_EQ(CVariableCache::GetInstance()->CheckSetVariable(item), VARIABLESTATUS_REBOOTREQUIRED);

@@ -3,11 +3,6 @@
 // checks run natively and under qemu-arm.
 #include <gtest/gtest.h>
 
-#include <OcppRecords.h>
-
-#include <cstddef>
-#include <cstring>
-
 #include "TestSupport.h"
 #include "Util/Tools.h"
 
@@ -56,24 +51,4 @@ TEST(Platform32Bit, SixtyFourBitValuesFormatWithoutTruncation) {
     // list on ARM; the values after it must still line up.
     EXPECT_EQ(CTools::StringFormat("%d|%lld|%s|%u", 7, static_cast<long long>(big), "evse", 4000000000u),
               "7|4294967296123|evse|4000000000");
-}
-
-TEST(Platform32Bit, NotificationRecordsKeepTheirByteLayout) {
-    EXPECT_EQ(sizeof(ServerRecvBase), 41u);
-    EXPECT_EQ(offsetof(ServerRecvBase, type), 0u);
-    EXPECT_EQ(offsetof(ServerRecvBase, messageId), 4u);
-    EXPECT_EQ(alignof(ServerRecvBase), 1u) << "records are packed; the host reads them at any offset";
-
-    // Records follow each other without padding, so the second starts at an odd address.
-    ServerRecvBase pair[2];
-    memset(pair, 'x', sizeof pair);
-    EXPECT_EQ(sizeof pair, 82u);
-    pair[1].type = 36;
-    CTools::CopyField(pair[1].messageId, "0123456789abcdef0123456789abcdef0123456789");
-    unsigned char bytes[82];
-    memcpy(bytes, pair, sizeof bytes);
-    const unsigned char expectType[4] = {36, 0, 0, 0};  // little-endian on the wire to the host
-    EXPECT_EQ(memcmp(bytes + 41, expectType, 4), 0);
-    EXPECT_EQ(bytes[45 + 36], 0) << "messageId must be terminated within its 37 bytes";
-    EXPECT_EQ(strlen(reinterpret_cast<const char*>(bytes + 45)), 36u);
 }

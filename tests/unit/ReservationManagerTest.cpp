@@ -32,14 +32,14 @@ ReservationItem Item(uint32_t id, int64_t expiry, const char* token = "TOKEN", c
     return item;
 }
 
+std::string Entry(int id, int64_t expiry, const std::string& token = "T") {
+    return "{\"id\":" + std::to_string(id) + ",\"tokentype\":1,\"token\":\"" + token +
+           "\",\"grouptokentype\":0,\"grouptoken\":\"\",\"expirytimesec\":" + std::to_string(expiry) + "}";
+}
+
 std::string FileOf(int count, int64_t expiry) {
     std::string text = "[";
-    for (int i = 0; i < count; ++i) {
-        if (i) text += ",";
-        text += "{\"id\":" + std::to_string(i + 1) +
-                ",\"tokentype\":1,\"token\":\"T\",\"grouptokentype\":0,\"grouptoken\":\"\",\"expirytimesec\":" +
-                std::to_string(expiry) + "}";
-    }
+    for (int i = 0; i < count; ++i) text += (i ? "," : "") + Entry(i + 1, expiry);
     return text + "]";
 }
 
@@ -159,11 +159,7 @@ TEST_F(Reservations, CorruptFileOrBadEntriesLeaveAWorkingStore) {
     EXPECT_EQ(Reopen()->Count(), 1u);
 
     // Entries of the wrong shape are skipped one by one, the rest is kept.
-    const std::string good = "{\"id\":5,\"tokentype\":1,\"token\":\"T\",\"grouptokentype\":0,\"grouptoken\":\"\","
-                             "\"expirytimesec\":" + std::to_string(now + 60) + "}";
-    WriteText(path, "[" + good + ",{\"id\":-1},7,{\"id\":6,\"tokentype\":1,\"token\":\"" + std::string(37, 'x') +
-                        "\",\"grouptokentype\":0,\"grouptoken\":\"\",\"expirytimesec\":" + std::to_string(now + 60) +
-                        "}]");
+    WriteText(path, "[" + Entry(5, now + 60) + ",{\"id\":-1},7," + Entry(6, now + 60, std::string(37, 'x')) + "]");
     store = Reopen();
     EXPECT_EQ(store->Count(), 1u);
     EXPECT_EQ(store->GetReservationItem(5, nullptr), 1);

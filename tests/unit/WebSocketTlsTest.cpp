@@ -68,7 +68,6 @@ TEST(WebSocketTls, CsmsCertificateFromAnUnknownCaIsRefused) {
     EXPECT_EQ(link.connected, 0);
     EXPECT_EQ(client.GetTlsFailures(), TLSFAIL_CSMS_CERTIFICATE) << Dump(log);
     EXPECT_EQ(csms.sessionsOpened, 0);
-    client.Close();
 }
 
 TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
@@ -85,7 +84,6 @@ TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
         ConfigureProfile2(client, pki.caCert);
         ASSERT_EQ(client.Init(Url(csms.Port()).c_str(), &link, 5), 1);
         ASSERT_TRUE(WaitFor([&] { return link.connected == 1; }, 5000));
-        client.Close();
     }
     CWebSocketClient::SetWildcardRefusedDomain("certlab");
     LogCapture log;
@@ -120,7 +118,6 @@ TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
         client.SetSsl(pki.clientCert.c_str(), pki.clientKey.c_str(), pki.caCert.c_str());
         ASSERT_EQ(client.Init(Url(server.Port()).c_str(), &link, 5), 1);
         EXPECT_EQ(server.WaitPeerCommonName(), "CP001");
-        client.Close();
     }
     {
         // Without the station certificate the same server refuses the handshake.
@@ -132,7 +129,6 @@ TEST(WebSocketTls, Profile3PresentsTheStationCertificate) {
         ASSERT_EQ(client.Init(Url(server.Port()).c_str(), &link, 5), 1);
         EXPECT_EQ(server.WaitPeerCommonName(), "");
         EXPECT_TRUE(server.Refused());
-        client.Close();
     }
 }
 
@@ -145,5 +141,4 @@ TEST(WebSocketTls, PlainProfilesDoNotStartTls) {
     ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
     // A TLS ClientHello would not start with the HTTP request line.
     EXPECT_EQ(raw.WaitRequest().rfind("GET /CP001 HTTP/1.1", 0), 0u);
-    client.Close();
 }

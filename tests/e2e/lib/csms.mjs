@@ -9,8 +9,7 @@ const { RPCServer } = rpc;
 export class Csms extends EventEmitter {
   // options: port (0 = ephemeral), password (Basic auth required when set),
   // tls { key, cert, ca, requireClientCert }, boot: list of boot answers used in
-  // turn (the last one repeats), interval (heartbeat / boot retry seconds),
-  // strict (default true).
+  // turn (the last one repeats), interval (heartbeat / boot retry seconds).
   constructor(options = {}) {
     super();
     this.options = options;
@@ -20,11 +19,10 @@ export class Csms extends EventEmitter {
     this.failures = [];     // strict validation failures; a test fails on any
     this.handshakes = [];   // { identity, password, protocols, peerCn, accepted }
     this.clients = [];
-    this.handlers = new Map();
     this.server = new RPCServer({
       protocols: ['ocpp2.0.1', 'ocpp2.1'],
-      strictMode: options.strict ?? true,
-      callTimeoutMs: options.callTimeoutMs ?? 20000,
+      strictMode: true,
+      callTimeoutMs: 20000,
       pingIntervalMs: 60000,
     });
     this.server.auth((accept, reject, hs) => this.#authenticate(accept, reject, hs));
@@ -52,9 +50,6 @@ export class Csms extends EventEmitter {
     return `${this.options.tls ? 'wss' : 'ws'}://127.0.0.1:${this.port}${path}`;
   }
 
-  // Replaces the default answer for one action: fn({ params, client }) returns the result.
-  handle(method, fn) { this.handlers.set(method, fn); }
-
   #authenticate(accept, reject, hs) {
     const peer = hs.request.socket.getPeerCertificate?.();
     const record = {
@@ -77,16 +72,12 @@ export class Csms extends EventEmitter {
     client.on('strictValidationFailure', (e) => {
       this.failures.push({ method: e.method, outbound: e.outbound, isCall: e.isCall, error: String(e.error) });
     });
-    client.on('close', () => this.emit('close', client));
     client.handle(({ method, params }) => {
       const call = { method, params, at: Date.now(), client };
       this.calls.push(call);
       this.emit('call', call);
-      const custom = this.handlers.get(method);
-      if (custom) return custom({ params, client });
       return this.#defaultAnswer(method);
     });
-    this.emit('client', client);
   }
 
   #defaultAnswer(method) {
@@ -115,10 +106,6 @@ export class Csms extends EventEmitter {
       const list = this.callsOf(method);
       return list.length >= count ? list[count - 1] : undefined;
     }, timeoutMs, `${count} x ${method}`);
-  }
-
-  waitForClient({ count = 1, timeoutMs = 15000 } = {}) {
-    return waitUntil(() => this.clients[count - 1], timeoutMs, `client #${count}`);
   }
 
   get client() { return this.clients[this.clients.length - 1]; }
