@@ -56,6 +56,8 @@ public:
     // Writes the current state; the image is built under the write lock, so the last
     // writer always leaves the newest state on disk.
     int SyncToFile();
+    // Same, but a failed fsync fails the write: 1 only when the state is on the flash.
+    int SyncToFileDurably();
 
 protected:
     CJsonStore(const JsonStoreTexts& texts, const JsonStoreShape& shape);
@@ -73,6 +75,7 @@ protected:
     void Unbind();
 
 private:
+    int Write(bool strictFsync);
     void Say(const char* function, int level, bool toStdout, const char* text, ...);
     void ReportReadFailure(int kind, long long size, const std::string& path, const std::string& errors);
 
