@@ -138,6 +138,7 @@ int CJsonStore::Write(bool strictFsync) {
     const std::string image = BuildImage();
     const std::string tmp = path + "1";
     const FileWriteResult r = CFileUtil::WriteFileAtomicEx(path, image, "1", strictFsync);
+    m_lastWriteFailed = !r.Ok() || r.fsyncErr != 0;
     const bool out = m_shape.writeFailuresToStdout;
     // A step without its own text is reported with the store's one failure text.
     auto own = [this](const char* text) { return text != nullptr ? text : m_texts.writeFailed; };

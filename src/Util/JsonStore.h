@@ -1,6 +1,7 @@
 #pragma once
 #include <pthread.h>
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 
@@ -73,6 +74,8 @@ protected:
     ReadResult ReadImage(Json::Value& root);
     // Nothing is written until a file is named again.
     void Unbind();
+    // The file may be behind the state: the last write did not complete.
+    bool LastWriteFailed() const { return m_lastWriteFailed.load(); }
 
 private:
     int Write(bool strictFsync);
@@ -84,4 +87,5 @@ private:
     pthread_mutex_t m_pathMutex;   // m_path only; taken last
     pthread_mutex_t m_writeMutex;  // one writer at a time: the temporary file has a fixed name
     std::string m_path;
+    std::atomic<bool> m_lastWriteFailed{false};
 };

@@ -221,6 +221,16 @@ TEST_F(ConformanceRules, LibraryOwnedSetVariablesValueIsOnTheFlashBeforeAccepted
     EXPECT_NE(g_answers[1].find("\"Rejected\""), std::string::npos);
     EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 42);
     EXPECT_TRUE(log.Contains("SetVariables OCPPCommCtrlr.OfflineThreshold not stored, answered Rejected"));
+
+    // The station itself changed the value but could not write it: the same value from the CSMS is written now.
+    VariableDataItem20 local = VariableDataItem20::Make("OCPPCommCtrlr", "OfflineThreshold");
+    CTools::CopyField(local.attributeValue, "50");
+    cache->UpdateVariableValue(local);
     rmdir((g_storePath + "1").c_str());
+    Deliver(SetCall("d3", "OfflineThreshold", "50"));
+    HostAnswersSetVariables("d3");
+    ASSERT_EQ(g_answers.size(), 3u);
+    EXPECT_NE(g_answers[2].find("\"Accepted\""), std::string::npos);
+    EXPECT_NE(g_storeAtAnswer[2].find(CTools::StringFormat(stored.c_str(), "50")), std::string::npos);
     COcppSendSeam::Reset();
 }

@@ -297,11 +297,13 @@ int CVariableCache::SetVariables(const std::vector<VariableDataItem20>& list) {
 
 int CVariableCache::SetVariablesDurably(const std::vector<VariableDataItem20>& list) {
     std::vector<VariableDataItem20> before;
+    bool changed;
     {
         OCPP_SECTION(&m_mutex);
-        ApplyLocked(list, &before);
+        changed = ApplyLocked(list, &before);
     }
-    // Written even when nothing changed: an earlier failed write may have left the file behind.
+    // The same values again are already on the flash, unless the last write failed.
+    if (!changed && !LastWriteFailed()) return 1;
     if (SyncToFileDurably() == 1) return 1;
     // Not on the flash, so not in force either: the previous values come back.
     OCPP_SECTION(&m_mutex);
