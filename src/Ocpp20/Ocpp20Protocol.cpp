@@ -48,7 +48,15 @@ int Ocpp20Protocol_ChangeAvailability(const char* messageId, int status) {
     OCPP20_ANSWER("ChangeAvailability", COcppProtocol20::ChangeAvailability(messageId, status))
 }
 int Ocpp20Protocol_CancelReservation(const char* messageId, int status) {
-    OCPP20_ANSWER("CancelReservation", COcppProtocol20::CancelReservation(messageId, status))
+    try {
+        const std::string frame = COcppProtocol20::CancelReservation(messageId, status);
+        // Accepted: the reservation is gone from the store before the CSMS hears so.
+        if (!frame.empty()) CReservationManager::GetInstance()->SettleCancelRequest(messageId, status == 0);
+        return SendAnswer("CancelReservation", messageId, frame);
+    } catch (const std::exception& e) {
+        LOG_ERROR("%s answer failed: %s", "CancelReservation", e.what());
+        return 0;
+    }
 }
 int Ocpp20Protocol_CertificateSigned(const char* messageId, int status) {
     OCPP20_ANSWER("CertificateSigned", COcppProtocol20::CertificateSigned(messageId, status))

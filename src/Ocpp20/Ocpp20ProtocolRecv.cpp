@@ -111,6 +111,8 @@ void Post(Record& record, int32_t type, const char* messageId) {
     CMessageCallBack::GetInstance()->OnMessage(reinterpret_cast<const char*>(&record), sizeof(record), 0);
 }
 
+const int kTriggerRejected = 1;  // TriggerMessageStatus
+
 // Record times are unsigned 32-bit seconds; absent or unreadable ones are 0.
 uint32_t RecordTime(const std::string& text) {
     if (text.empty()) return 0;
@@ -149,6 +151,8 @@ void Ocpp20Protocol_OnCancelReservationRequest(const char* messageId, const mode
     CancelReservationReq record;
     std::memset(&record, 0, sizeof(record));
     record.reservationId = request.reservationId;
+    // The host's answer names only the CALL: remember which reservation it was about.
+    CReservationManager::GetInstance()->NoteCancelRequest(messageId, static_cast<uint32_t>(request.reservationId));
     Post(record, SERVERRECVTYPE_CANCELRESERVATION, messageId);
 }
 
@@ -201,9 +205,13 @@ void Ocpp20Protocol_OnTriggerMessageRequest(const char* messageId, const models:
     // Boot and heartbeat are the library's own: accept, then send the message
     // (the answer must reach the CSMS before the message it asked for).
     if (request.requestedMessage == "BootNotification" || request.requestedMessage == "Heartbeat") {
-        const std::string answer = COcppProtocol20::TriggerMessage(messageId, 0);
+        const bool boot = request.requestedMessage == "BootNotification";
+        // A station already accepted is not registered again on request: Rejected, nothing sent.
+        const bool accepted = boot && CBootHeartbeat::GetInstance()->GetBootPhase() == 2;
+        const std::string answer = COcppProtocol20::TriggerMessage(messageId, accepted ? kTriggerRejected : 0);
         COutboundSender::Send(OUTBOUNDKIND_ANSWER, answer);
-        if (request.requestedMessage == "BootNotification") {
+        if (accepted) return;
+        if (boot) {
             CBootHeartbeat::GetInstance()->TriggerBoot();
         } else {
             CBootHeartbeat::GetInstance()->TriggerHeartBeat();

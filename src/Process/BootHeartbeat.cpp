@@ -184,6 +184,9 @@ void CBootHeartbeat::DealBootResponse(const BootNotificationResult& result) {
              (long long)result.currentTime);
     if (result.status == 0) {
         m_iInterval = result.interval;
+        // The device model holds the heartbeat interval from here on: the CSMS may
+        // read it and change it with SetVariables.
+        CVariableCache::GetInstance()->SetHeartbeatInterval(result.interval);
         if (result.currentTime > 0) SetClock(result.currentTime);
         m_iBootPhase = 2;
         OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE_RESETORREBOOT);
@@ -212,8 +215,9 @@ int CBootHeartbeat::RequestHeartBeat() {
     const int64_t lastOperate = g_lastOperate.load()();
     if (lastOperate > m_iLastExchangeSec) m_iLastExchangeSec = lastOperate;
     const int64_t now = RunSec();
-    if (now - m_iLastHeartbeatSec < kClockRefreshSec &&
-        now - m_iLastExchangeSec < m_iInterval - kHeartbeatLeadSec)
+    // Read on every tick, so a SetVariables takes effect from the next heartbeat on.
+    const int interval = CVariableCache::GetInstance()->OCPPCommCtrlrHeartbeatInterval();
+    if (now - m_iLastHeartbeatSec < kClockRefreshSec && now - m_iLastExchangeSec < interval - kHeartbeatLeadSec)
         return 0;
     // Counted whatever the answer: an answer without a usable time must not
     // turn the daily heartbeat into one per tick.
@@ -244,8 +248,11 @@ int CBootHeartbeat::GetBootPhase() {
 }
 
 int CBootHeartbeat::GetInterval() {
-    OCPP_SECTION(&m_mutex);
-    return m_iInterval;
+    {
+        OCPP_SECTION(&m_mutex);
+        if (m_iBootPhase != 2) return m_iInterval;
+    }
+    return CVariableCache::GetInstance()->OCPPCommCtrlrHeartbeatInterval();
 }
 
 void CBootHeartbeat::ResetReconnctTimes() {

@@ -26,6 +26,7 @@ public:
     void SetBootStatus(int status);
     // 0 nothing asked yet, 1 booting, 2 accepted (heartbeats).
     int GetBootPhase();
+    // The boot retry interval while booting; once accepted, the device model's heartbeat interval.
     int GetInterval();
 
     void ResetReconnctTimes();
@@ -71,7 +72,7 @@ private:
     std::atomic<int> m_iBootStatus{0};
     unsigned long long m_iTimerId = 0;
     std::atomic<bool> m_bTimerAfterReset{false};  // a reset stopped the timer; the next use starts it
-    int m_iInterval = 0;
+    int m_iInterval = 0;  // of the last boot answer; heartbeats follow OCPPCommCtrlr.HeartbeatInterval
     int64_t m_iLastExchangeSec = 0;  // run-time seconds
     pthread_mutex_t m_mutex;
     pthread_mutex_t m_backOffLock;

@@ -81,6 +81,7 @@ void CReservationManager::ResetInPlace() {
     Unbind();
     OCPP_SECTION(&m_mutex);
     m_items.clear();
+    m_pendingCancels.clear();
 }
 
 CReservationManager::CReservationManager() : CJsonStore(StoreTexts(), StoreShape()) {
@@ -235,4 +236,29 @@ int CReservationManager::CheckReservedStart(uint32_t id, const char* idToken, co
     if (item.groupToken[0] != '\0' && groupToken != nullptr && strcmp(groupToken, item.groupToken) == 0)
         return RESERVATION_ACCEPTED;
     return RESERVATION_REFUSED;
+}
+
+void CReservationManager::NoteCancelRequest(const char* messageId, uint32_t id) {
+    OCPP_SECTION(&m_mutex);
+    if (m_pendingCancels.size() >= kMaxPendingCancels) m_pendingCancels.pop_front();
+    m_pendingCancels.emplace_back(messageId != nullptr ? messageId : "", id);
+}
+
+int CReservationManager::SettleCancelRequest(const char* messageId, bool accepted) {
+    const std::string key = messageId != nullptr ? messageId : "";
+    bool found = false;
+    uint32_t id = 0;
+    {
+        OCPP_SECTION(&m_mutex);
+        for (auto it = m_pendingCancels.begin(); it != m_pendingCancels.end(); ++it) {
+            if (it->first != key) continue;
+            id = it->second;
+            found = true;
+            m_pendingCancels.erase(it);
+            break;
+        }
+    }
+    if (!found || !accepted) return 0;
+    LOG_INFO("CancelReservation %s accepted: reservation %u removed", key.c_str(), id);
+    return RemoveReservation(id);
 }

@@ -2,7 +2,9 @@
 #include <pthread.h>
 
 #include <cstdint>
+#include <deque>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Util/JsonStore.h"
@@ -36,6 +38,14 @@ public:
     int StoreReservation(uint32_t id, const char* idToken, int32_t tokenType, const char* groupToken,
                          int32_t groupTokenType, uint32_t expiryTimeSec);
 
+    // CancelReservation: the reservation a CALL named, until the host answers it.
+    // Bounded: the oldest unanswered requests fall off, their CALLs long timed out.
+    static const size_t kMaxPendingCancels = 16;
+    void NoteCancelRequest(const char* messageId, uint32_t id);
+    // The host's answer: Accepted forgets the reservation the CALL named, Rejected keeps it.
+    // 1 when a reservation was removed.
+    int SettleCancelRequest(const char* messageId, bool accepted);
+
     enum { RESERVATION_ABSENT = -1, RESERVATION_REFUSED = 0, RESERVATION_ACCEPTED = 1 };
     // Reserved start: the reserved token, or with a group any token of that group.
     int CheckReservedStart(uint32_t id, const char* idToken, const char* groupToken);
@@ -50,4 +60,5 @@ private:
 
     pthread_mutex_t m_mutex;  // the list; taken inside the store's write lock
     std::vector<ReservationItem> m_items;
+    std::deque<std::pair<std::string, uint32_t>> m_pendingCancels;  // CALL id, reservation id
 };

@@ -16,6 +16,8 @@ namespace {
 enum { kTooLarge, kUnreadable, kInvalid };
 // Load failures are the store's SyncFromFile speaking.
 const char* const kLoadFunction = "SyncFromFile";
+// Both kinds of write speak as SyncToFile.
+const char* const kWriteFunction = "SyncToFile";
 }
 
 CJsonStore::CJsonStore(const JsonStoreTexts& texts, const JsonStoreShape& shape) : m_texts(texts), m_shape(shape) {
@@ -124,41 +126,46 @@ CJsonStore::ReadResult CJsonStore::ReadImage(Json::Value& root) {
     return kRead;
 }
 
-int CJsonStore::SyncToFile() {
+int CJsonStore::SyncToFile() { return Write(m_shape.strictFsync); }
+
+int CJsonStore::SyncToFileDurably() { return Write(true); }
+
+int CJsonStore::Write(bool strictFsync) {
     const std::string path = GetStoreFile();
     if (path.empty()) return m_shape.unboundWriteResult;
-    Say(__FUNCTION__, OCPP_LOG_INFO, false, m_texts.writing);
+    Say(kWriteFunction, OCPP_LOG_INFO, false, m_texts.writing);
     OCPP_SECTION(&m_writeMutex);
     const std::string image = BuildImage();
     const std::string tmp = path + "1";
-    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(path, image, "1", m_shape.strictFsync);
+    const FileWriteResult r = CFileUtil::WriteFileAtomicEx(path, image, "1", strictFsync);
+    m_lastWriteFailed = !r.Ok() || r.fsyncErr != 0;
     const bool out = m_shape.writeFailuresToStdout;
     // A step without its own text is reported with the store's one failure text.
     auto own = [this](const char* text) { return text != nullptr ? text : m_texts.writeFailed; };
     switch (r.failedStep) {
         case FileWriteResult::kOpen:
             if (m_texts.openFailed != nullptr)
-                Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.openFailed, tmp.c_str(), r.err);
+                Say(kWriteFunction, OCPP_LOG_ERROR, out, m_texts.openFailed, tmp.c_str(), r.err);
             else
-                Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.writeFailed, r.err);
+                Say(kWriteFunction, OCPP_LOG_ERROR, out, m_texts.writeFailed, r.err);
             return 0;
         case FileWriteResult::kWrite:
-            Say(__FUNCTION__, OCPP_LOG_ERROR, out, own(m_texts.dataFailed), r.err);
+            Say(kWriteFunction, OCPP_LOG_ERROR, out, own(m_texts.dataFailed), r.err);
             return 0;
         case FileWriteResult::kFsync:  // strict stores only
-            Say(__FUNCTION__, OCPP_LOG_ERROR, out, own(m_texts.fsyncFailed), r.err);
+            Say(kWriteFunction, OCPP_LOG_ERROR, out, own(m_texts.fsyncFailed), r.err);
             return 0;
         default:
             break;
     }
-    if (r.fsyncErr != 0) Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.fsyncFailed, r.fsyncErr);
+    if (r.fsyncErr != 0) Say(kWriteFunction, OCPP_LOG_ERROR, out, m_texts.fsyncFailed, r.fsyncErr);
     if (r.failedStep == FileWriteResult::kRename) {
         if (m_texts.renameFailed != nullptr)
-            Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.renameFailed, tmp.c_str(), path.c_str(), r.err);
+            Say(kWriteFunction, OCPP_LOG_ERROR, out, m_texts.renameFailed, tmp.c_str(), path.c_str(), r.err);
         else
-            Say(__FUNCTION__, OCPP_LOG_ERROR, out, m_texts.writeFailed, r.err);
+            Say(kWriteFunction, OCPP_LOG_ERROR, out, m_texts.writeFailed, r.err);
         return 0;
     }
-    Say(__FUNCTION__, OCPP_LOG_INFO, false, m_texts.written);
+    Say(kWriteFunction, OCPP_LOG_INFO, false, m_texts.written);
     return 1;
 }

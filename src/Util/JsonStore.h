@@ -1,6 +1,7 @@
 #pragma once
 #include <pthread.h>
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 
@@ -56,6 +57,8 @@ public:
     // Writes the current state; the image is built under the write lock, so the last
     // writer always leaves the newest state on disk.
     int SyncToFile();
+    // Same, but a failed fsync fails the write: 1 only when the state is on the flash.
+    int SyncToFileDurably();
 
 protected:
     CJsonStore(const JsonStoreTexts& texts, const JsonStoreShape& shape);
@@ -71,8 +74,11 @@ protected:
     ReadResult ReadImage(Json::Value& root);
     // Nothing is written until a file is named again.
     void Unbind();
+    // The file may be behind the state: the last write did not complete.
+    bool LastWriteFailed() const { return m_lastWriteFailed.load(); }
 
 private:
+    int Write(bool strictFsync);
     void Say(const char* function, int level, bool toStdout, const char* text, ...);
     void ReportReadFailure(int kind, long long size, const std::string& path, const std::string& errors);
 
@@ -81,4 +87,5 @@ private:
     pthread_mutex_t m_pathMutex;   // m_path only; taken last
     pthread_mutex_t m_writeMutex;  // one writer at a time: the temporary file has a fixed name
     std::string m_path;
+    std::atomic<bool> m_lastWriteFailed{false};
 };

@@ -65,7 +65,7 @@ TEST_F(VariableStore, NewStationStartsWithTheBuiltInDefaults) {
     CVariableCache* cache = Open();
     const Json::Value file = ReadJson(path);
     ASSERT_TRUE(file.isArray());
-    ASSERT_EQ(file.size(), 63u);
+    ASSERT_EQ(file.size(), 64u);
     EXPECT_EQ(ReadText(path).find('\n'), std::string::npos) << "the store is one compact line";
 
     // Not in the register and not declared by the host: neutral values, no failure.
@@ -81,8 +81,8 @@ TEST_F(VariableStore, DamagedOrEmptyStoreFallsBackToDefaults) {
         LogCapture log;
         WriteText(path, content);
         CVariableCache* cache = Reopen();
-        EXPECT_EQ(cache->GetFullVariables().size(), 63u) << content.substr(0, 20);
-        EXPECT_EQ(ReadJson(path).size(), 63u) << "the defaults must be written back";
+        EXPECT_EQ(cache->GetFullVariables().size(), 64u) << content.substr(0, 20);
+        EXPECT_EQ(ReadJson(path).size(), 64u) << "the defaults must be written back";
         if (content != "[]") {
             EXPECT_TRUE(log.Contains("Variables File  json parse failed \n")) << content.substr(0, 20);
         }
@@ -92,13 +92,13 @@ TEST_F(VariableStore, DamagedOrEmptyStoreFallsBackToDefaults) {
 TEST_F(VariableStore, StoreOfThreeThousandRecordsLoadsButOneMoreIsReplacedByDefaults) {
     WriteText(path, HostRecords(3000));
     CVariableCache* cache = Open();
-    EXPECT_EQ(cache->GetFullVariables().size(), 3000u + 63u);
+    EXPECT_EQ(cache->GetFullVariables().size(), 3000u + 64u);
     EXPECT_STREQ(cache->GetVariable("HostCtrlr", "V2999").attributeValue, "2999");
 
     LogCapture log;
     WriteText(path, HostRecords(3001));
     cache = Reopen();
-    EXPECT_EQ(cache->GetFullVariables().size(), 63u);
+    EXPECT_EQ(cache->GetFullVariables().size(), 64u);
     EXPECT_TRUE(log.Contains("变量数量超标(3001 > 3000)，加载默认配置"));
 }
 
@@ -123,10 +123,10 @@ TEST_F(VariableStore, OlderStoreKeepsItsValuesAndGainsNewDefaultsAtTheEnd) {
     CVariableCache* cache = Open();
     EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 99);
     const std::vector<VariableDataItem20> all = cache->GetFullVariables();
-    ASSERT_EQ(all.size(), 63u);
+    ASSERT_EQ(all.size(), 64u);
     EXPECT_STREQ(all[0].variableName, "OfflineThreshold");
     EXPECT_STREQ(all[1].variableName, "TxStartPoint");
-    EXPECT_EQ(ReadJson(path).size(), 63u);
+    EXPECT_EQ(ReadJson(path).size(), 64u);
 }
 
 TEST_F(VariableStore, SetVariablesEntryStatusesAtTheStore) {
@@ -194,7 +194,7 @@ TEST_F(VariableStore, ChangedVariableMovesToTheEndAndIsWrittenOncePerChange) {
     EXPECT_EQ(InodeOf(path), afterFirst) << "the same value again must not rewrite the store";
 
     const std::vector<VariableDataItem20> all = cache->GetFullVariables();
-    ASSERT_EQ(all.size(), 63u);
+    ASSERT_EQ(all.size(), 64u);
     EXPECT_STREQ(all.back().variableName, "OfflineThreshold");
     EXPECT_EQ(all.back().mode, VARIABLEMODE_READWRITE);
     EXPECT_EQ(Reopen()->OCPPCommCtrlrOfflineThreshold(), 20);
@@ -209,7 +209,7 @@ TEST_F(VariableStore, PowerCutBeforeRenameLeavesThePreviousStoreLoadable) {
 
     cache = Reopen();
     EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 25);
-    EXPECT_EQ(cache->GetFullVariables().size(), 63u);
+    EXPECT_EQ(cache->GetFullVariables().size(), 64u);
     ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "26")}), 1);
     EXPECT_EQ(Reopen()->OCPPCommCtrlrOfflineThreshold(), 26) << "a stray temporary file must not block later writes";
 }

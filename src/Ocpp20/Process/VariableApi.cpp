@@ -16,6 +16,29 @@ namespace {
 bool IsOcpp16Selected() { return false; }
 void NotifyMonitorOnlyWrite(const std::vector<VariableDataItem20>& /*variables*/) {}
 
+// The library's own variables are on the flash before the CSMS hears Accepted, so a
+// station that loses power right after answering comes back with the value it
+// confirmed. What cannot be written is answered Rejected. The host's own variables
+// are stored after the answer, as the host decided them.
+void StoreOwnBeforeAnswer(std::vector<VariableDataItem>& settled) {
+    CVariableCache* cache = CVariableCache::GetInstance();
+    std::vector<size_t> own;
+    std::vector<VariableDataItem20> values;
+    for (size_t i = 0; i < settled.size(); ++i) {
+        if (settled[i].status != VARIABLESTATUS_ACCEPTED) continue;
+        const VariableDataItem20 item = VariableDataItem20::FromPublic(settled[i]);
+        if (cache->IsProtocolSdkOpt(item) == 0) continue;
+        own.push_back(i);
+        values.push_back(item);
+    }
+    if (own.empty() || cache->SetVariablesDurably(values) == 1) return;
+    for (size_t i : own) {
+        VariableDataItem& entry = settled[i];
+        LOG_ERROR("SetVariables %.50s.%.50s not stored, answered Rejected", entry.componentName, entry.variableName);
+        entry.status = static_cast<int8_t>(VARIABLESTATUS_REJECTED);
+    }
+}
+
 }  // namespace
 
 int OcppProtocol_SetVariableData(int count, const VariableDataItem* items, int fromResponse) {
@@ -42,7 +65,8 @@ int OcppProtocol_SetVariables(const char* messageId, int count, const VariableDa
     if (count < 0 || (count > 0 && items == nullptr)) return 0;
     // The host decides only its own variables; the library's verdicts stand, so
     // nothing it refused can reach the store through the answer.
-    const std::vector<VariableDataItem> settled = Ocpp20Protocol_SettleSetVariables(messageId, count, items);
+    std::vector<VariableDataItem> settled = Ocpp20Protocol_SettleSetVariables(messageId, count, items);
+    StoreOwnBeforeAnswer(settled);
     const int sent = Ocpp20Protocol_SendSetVariablesResponse(messageId, settled);
     const int stored = OcppProtocol_SetVariableData(count, settled.data(), 1);
     return sent == 1 && stored == 1 ? 1 : 0;

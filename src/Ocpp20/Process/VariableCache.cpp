@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -55,6 +56,18 @@ JsonStoreShape StoreShape() {
     shape.maxBytes = static_cast<size_t>(CVariableCache::kMaxRecords) * 8192;
     shape.writeFailuresToStdout = true;
     return shape;
+}
+
+bool IsHeartbeatInterval(const VariableDataItem20& item) {
+    return strcmp(item.componentName, "OCPPCommCtrlr") == 0 && strcmp(item.variableName, "HeartbeatInterval") == 0;
+}
+
+// Whole seconds, never negative: anything else would turn into a heartbeat on every tick.
+bool IsSeconds(const char* value) {
+    if (!CTools::IsInt(value)) return false;
+    errno = 0;
+    const long long seconds = strtoll(value, nullptr, 10);
+    return errno == 0 && seconds >= 0 && seconds <= INT32_MAX;
 }
 
 bool IsDateTime(const VariableDataItem20& item) {
@@ -249,29 +262,53 @@ void CVariableCache::NotifyChange(const VariableDataItem20& item) {
     CVariableCustom::GetInstance()->SetCustomVariable(item);
 }
 
-int CVariableCache::SetVariables(const std::vector<VariableDataItem20>& list) {
+bool CVariableCache::ApplyLocked(const std::vector<VariableDataItem20>& list,
+                                 std::vector<VariableDataItem20>* before) {
     bool changed = false;
+    for (const VariableDataItem20& incoming : list) {
+        auto it = m_items.begin();
+        for (; it != m_items.end(); ++it)
+            if (it->IsSameVariable(incoming, 1)) break;
+        if (it == m_items.end()) {
+            m_items.push_back(incoming);
+            changed = true;
+            continue;
+        }
+        if (strcmp(it->attributeValue, incoming.attributeValue) == 0) continue;
+        if (before != nullptr) before->push_back(*it);
+        m_items.erase(it);
+        VariableDataItem20 record = incoming;
+        record.status = VARIABLESTATUS_ACCEPTED;
+        m_items.push_back(record);
+        NotifyChange(record);
+        changed = true;
+    }
+    return changed;
+}
+
+int CVariableCache::SetVariables(const std::vector<VariableDataItem20>& list) {
+    bool changed;
     {
         OCPP_SECTION(&m_mutex);
-        for (const VariableDataItem20& incoming : list) {
-            auto it = m_items.begin();
-            for (; it != m_items.end(); ++it)
-                if (it->IsSameVariable(incoming, 1)) break;
-            if (it == m_items.end()) {
-                m_items.push_back(incoming);
-                changed = true;
-                continue;
-            }
-            if (strcmp(it->attributeValue, incoming.attributeValue) == 0) continue;
-            m_items.erase(it);
-            VariableDataItem20 record = incoming;
-            record.status = VARIABLESTATUS_ACCEPTED;
-            m_items.push_back(record);
-            NotifyChange(record);
-            changed = true;
-        }
+        changed = ApplyLocked(list, nullptr);
     }
     return changed ? SyncToFile() : 1;
+}
+
+int CVariableCache::SetVariablesDurably(const std::vector<VariableDataItem20>& list) {
+    std::vector<VariableDataItem20> before;
+    bool changed;
+    {
+        OCPP_SECTION(&m_mutex);
+        changed = ApplyLocked(list, &before);
+    }
+    // The same values again are already on the flash, unless the last write failed.
+    if (!changed && !LastWriteFailed()) return 1;
+    if (SyncToFileDurably() == 1) return 1;
+    // Not on the flash, so not in force either: the previous values come back.
+    OCPP_SECTION(&m_mutex);
+    ApplyLocked(before, nullptr);
+    return 0;
 }
 
 int CVariableCache::UpgradeVariable(const VariableUpgradeItem& upgradeItem) {
@@ -379,6 +416,10 @@ int CVariableCache::CheckSetVariable(VariableDataItem20& item) {
         CVariableCharacteristics::GetInstance()->CheckCharacteristics(
             item.attributeValue, item.componentName, item.variableName, item.variableInstance,
             item.componentInstance, item.evseId, item.connectorId) == 0) {
+        status = VARIABLESTATUS_REJECTED;
+        LOG_INFO("This value does not match the characteristics of the variable");
+    }
+    if (status == VARIABLESTATUS_ACCEPTED && IsHeartbeatInterval(item) && !IsSeconds(item.attributeValue)) {
         status = VARIABLESTATUS_REJECTED;
         LOG_INFO("This value does not match the characteristics of the variable");
     }
@@ -559,6 +600,14 @@ int CVariableCache::OCPPCommCtrlrMessageAttemptIntervalTransactionEvent() {
     return ReadInt("OCPPCommCtrlr", "MessageAttemptInterval", "TransactionEvent");
 }
 int CVariableCache::OCPPCommCtrlrWebSocketPingInterval() { return ReadInt("OCPPCommCtrlr", "WebSocketPingInterval"); }
+int CVariableCache::OCPPCommCtrlrHeartbeatInterval() { return ReadInt("OCPPCommCtrlr", "HeartbeatInterval"); }
+void CVariableCache::SetHeartbeatInterval(int seconds) {
+    VariableDataItem20 item = VariableDataItem20::Make("OCPPCommCtrlr", "HeartbeatInterval");
+    const std::string value = std::to_string(seconds);
+    if (GetVariableAttributeValue(item) == value) return;
+    CTools::CopyField(item.attributeValue, value);
+    UpdateVariableValue(item);
+}
 int CVariableCache::OCPPCommCtrlrMessageTimeout() { return ReadInt("OCPPCommCtrlr", "MessageTimeout", "Default"); }
 
 bool CVariableCache::AuthCtrlrEnabled() {

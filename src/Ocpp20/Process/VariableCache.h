@@ -41,6 +41,9 @@ public:
 
     int UpdateVariableValue(const VariableDataItem20& item);
     int SetVariables(const std::vector<VariableDataItem20>& list);
+    // For values a CSMS is about to be told are Accepted: 1 once they are on the flash.
+    // Otherwise 0, and the records keep their previous values.
+    int SetVariablesDurably(const std::vector<VariableDataItem20>& list);
     int UpgradeVariable(const VariableUpgradeItem& upgradeItem);
 
     int CheckStatus(const VariableDataItem20& item, int& mode);
@@ -73,6 +76,9 @@ public:
     int OCPPCommCtrlrMessageAttemptsTransactionEvent();
     int OCPPCommCtrlrMessageAttemptIntervalTransactionEvent();
     int OCPPCommCtrlrWebSocketPingInterval();
+    int OCPPCommCtrlrHeartbeatInterval();
+    // Accepted boot answers keep the device model's interval; the file is rewritten only on a change.
+    void SetHeartbeatInterval(int seconds);
     int OCPPCommCtrlrMessageTimeout();
     bool AuthCtrlrEnabled();
     bool AuthCtrlrLocalPreAuthorize();
@@ -141,6 +147,9 @@ private:
 
     // Caller holds m_mutex; the pointers are only valid while it does.
     std::vector<VariableDataItem20*> GetItem(const char* component, const char* variable);
+    // Caller holds m_mutex. True when a record changed or was added; `before`
+    // receives the previous state of every changed record.
+    bool ApplyLocked(const std::vector<VariableDataItem20>& list, std::vector<VariableDataItem20>* before);
     // Runs every change notification of one changed record; caller holds m_mutex.
     void NotifyChange(const VariableDataItem20& item);
     bool ReadText(const char* component, const char* variable, const char* instance, std::string& value);

@@ -81,6 +81,8 @@ const RegisterRow kRegister[] = {
     {"ClockCtrlr", "NtpSource", "", RW, "manual"},
     {"CaseAccessSensor", "Enabled", "", RO, "false"},
     {"SmartChargingCtrlr", "SetpointPriority", "", RW, "CSMS"},
+    // Integer seconds; an Accepted boot answer writes it, so "0" only until the first one.
+    {"OCPPCommCtrlr", "HeartbeatInterval", "", RW, "0"},
 };
 
 }  // namespace
