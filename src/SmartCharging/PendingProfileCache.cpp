@@ -10,46 +10,26 @@
 
 CPendingProfileCache::CPendingProfileCache() {
     pthread_mutex_init(&m_mutex, nullptr);
-    StartTimer();
+    pthread_mutex_init(&m_timerMutex, nullptr);
 }
 
 CPendingProfileCache::~CPendingProfileCache() {
-    StopTimer();
+    unsigned long long id;
+    {
+        OCPP_SECTION(&m_timerMutex);
+        id = m_timerId;
+    }
+    if (id != 0) CTimerManager::GetInstance()->UnRegisterTimer(id);
     RemoveAll();
+    pthread_mutex_destroy(&m_timerMutex);
     pthread_mutex_destroy(&m_mutex);
 }
 
-void CPendingProfileCache::StartTimer() {
-    const unsigned long long id = CTimerManager::GetInstance()->RegisterTimer(kTimerSec, &TimerProc, this);
-    OCPP_SECTION(&m_mutex);
-    m_timerId = id;
-}
-
-void CPendingProfileCache::StopTimer() {
-    unsigned long long id;
-    {
-        OCPP_SECTION(&m_mutex);
-        id = m_timerId;
-        m_timerId = 0;
-    }
-    if (id != 0) CTimerManager::GetInstance()->UnRegisterTimer(id);
-}
-
-void CPendingProfileCache::ResetCache() {
-    StopTimer();
-    RemoveAll();
-    OCPP_SECTION(&m_mutex);
-    m_bTimerAfterReset = true;
-}
-
-void CPendingProfileCache::ResumeCache() {
-    bool start;
-    {
-        OCPP_SECTION(&m_mutex);
-        start = m_bTimerAfterReset;
-        m_bTimerAfterReset = false;
-    }
-    if (start) StartTimer();
+void CPendingProfileCache::EnsureTimer() {
+    CTimerManager* timers = CTimerManager::GetInstance();
+    OCPP_SECTION(&m_timerMutex);
+    if (m_timerId != 0 && timers->IsRegistered(m_timerId, &TimerProc, this)) return;
+    m_timerId = timers->RegisterTimer(kTimerSec, &TimerProc, this);
 }
 
 void* CPendingProfileCache::TimerProc(void* self) {
@@ -58,6 +38,7 @@ void* CPendingProfileCache::TimerProc(void* self) {
 }
 
 void CPendingProfileCache::AddCacheRecord(unsigned evseId) {
+    EnsureTimer();
     OCPP_SECTION(&m_mutex);
     if (m_items.count(evseId) != 0) return;
     m_items[evseId] = ProfileCacheItem{0, CTools::CurTimeSec(), nullptr};
@@ -75,6 +56,7 @@ void CPendingProfileCache::RemoveCacheRecord(unsigned evseId) {
 
 void CPendingProfileCache::CacheProfile(unsigned evseId, unsigned profileId, const char* json) {
     std::unique_ptr<std::string> copy(json != nullptr ? new std::string(json) : nullptr);
+    EnsureTimer();
     OCPP_SECTION(&m_mutex);
     m_items.erase(evseId);
     m_items[evseId] = ProfileCacheItem{profileId, CTools::CurTimeSec(), std::move(copy)};

@@ -38,16 +38,16 @@ protected:
     CPendingProfileCache();
     virtual ~CPendingProfileCache();
     virtual int StoreSelected(unsigned evseId, const char* json, const char* scheduleIds) = 0;
-    // Stops the expiry timer and forgets every record; the next use starts it again.
-    void ResetCache();
-    void ResumeCache();
+    // Forgets every record. The expiry timer stays: on an empty cache it does nothing.
+    void ResetCache() { RemoveAll(); }
 
 private:
-    void StartTimer();
-    void StopTimer();
+    // The timer is registered with the first record, and again when a reset of the
+    // timer service dropped it; a release never has to wake the timer service.
+    void EnsureTimer();
 
     pthread_mutex_t m_mutex;
     std::map<unsigned, ProfileCacheItem> m_items;  // by EVSE id
-    unsigned long long m_timerId = 0;               // guarded by m_mutex
-    bool m_bTimerAfterReset = false;                // guarded by m_mutex
+    pthread_mutex_t m_timerMutex;
+    unsigned long long m_timerId = 0;  // guarded by m_timerMutex
 };

@@ -140,6 +140,12 @@ TEST_F(ProfileEntries, TheExpiryTimerDropsAForgottenRecordWithinItsPeriod) {
     CTools::AdvanceClockMs(301 * 1000);
     CTimerManager::GetInstance()->RunDue();
     EXPECT_EQ(cache->Count(), 0u) << "the timer runs every 100 seconds";
+
+    CTimerManager::Release();  // a shutdown drops every timer
+    cache->AddCacheRecord(1);
+    CTools::AdvanceClockMs(301 * 1000);
+    CTimerManager::GetInstance()->RunDue();
+    EXPECT_EQ(cache->Count(), 0u) << "the next record brings the timer back";
 }
 
 TEST(ProfileCache21, APendingProfileIsStoredInThe21Store) {

@@ -11,6 +11,5 @@ private:
     CProfileCache20() = default;
     ~CProfileCache20() override = default;
     void ResetInPlace() { ResetCache(); }
-    void Resume() { ResumeCache(); }
     int StoreSelected(unsigned evseId, const char* json, const char* scheduleIds) override;
 };

@@ -11,6 +11,5 @@ private:
     CProfileCache21() = default;
     ~CProfileCache21() override = default;
     void ResetInPlace() { ResetCache(); }
-    void Resume() { ResumeCache(); }
     int StoreSelected(unsigned evseId, const char* json, const char* scheduleIds) override;
 };
