@@ -18,8 +18,8 @@ using namespace ocpptest;
 
 namespace {
 
-struct ProfileSpec {
-    ProfileSpec(int id, const char* purpose = "TxDefaultProfile", int stackLevel = 0, std::string transactionId = "",
+struct ProfileFields {
+    ProfileFields(int id, const char* purpose = "TxDefaultProfile", int stackLevel = 0, std::string transactionId = "",
                 std::string validTo = "", std::string kind = "Absolute", std::string extra = "")
         : id(id), purpose(purpose), stackLevel(stackLevel), transactionId(transactionId), validTo(validTo),
           kind(kind), extra(extra) {}
@@ -32,7 +32,7 @@ struct ProfileSpec {
     std::string extra;  // more members, with a leading comma
 };
 
-std::string Profile(const ProfileSpec& p) {
+std::string Profile(const ProfileFields& p) {
     std::string json = "{\"id\":" + std::to_string(p.id) + ",\"stackLevel\":" + std::to_string(p.stackLevel) +
                        ",\"chargingProfilePurpose\":\"" + p.purpose + "\",\"chargingProfileKind\":\"" + p.kind + "\"";
     if (!p.transactionId.empty()) json += ",\"transactionId\":\"" + p.transactionId + "\"";
@@ -75,11 +75,13 @@ template <>
 struct Generation<CProfileManager20> {
     static constexpr const char* kFile = "chargingprofile20.db";
     static constexpr const char* kEnd = "endtimesec";
+    static std::vector<int> StationCandidates() { return {10, -3}; }
 };
 template <>
 struct Generation<CProfileManager21> {
     static constexpr const char* kFile = "chargingprofile21.db";
     static constexpr const char* kEnd = "validtosec";
+    static std::vector<int> StationCandidates() { return {10}; }  // 2.1: the station's maximum only
 };
 
 // What both generations must do alike.
@@ -97,8 +99,8 @@ protected:
         Manager::Release();
         CVariableCache::Release();
     }
-    int Add(int evseId, const ProfileSpec& spec, const char* source = "CSO") {
-        return store->AddChargingProfile(evseId, Profile(spec).c_str(), "", source);
+    int Add(int evseId, const ProfileFields& fields, const char* source = "CSO") {
+        return store->AddChargingProfile(evseId, Profile(fields).c_str(), "", source);
     }
 
     TempDir dir;
@@ -188,6 +190,7 @@ TYPED_TEST(ProfileStore, ACalculationGetsTheEvsesProfilesWithItsRunningTransacti
     EXPECT_EQ(this->store->AddTransactionID(1, "TX-9"), 0) << "nothing waits any more";
     EXPECT_EQ(Ids(this->store->GetProfileItemList(1)), std::vector<int>({11, 13, -3}));
     EXPECT_EQ(Ids(this->store->GetProfileItemList(2)), std::vector<int>({12, -3}));
+    EXPECT_EQ(Ids(this->store->GetProfileItemList(0)), Generation<TypeParam>::StationCandidates());
 }
 
 TYPED_TEST(ProfileStore, TheEvIsSentTheHighestTxDefaultEvenWhenItHasExpired) {
@@ -203,7 +206,7 @@ TYPED_TEST(ProfileStore, TheEvIsSentTheHighestTxDefaultEvenWhenItHasExpired) {
 
 TYPED_TEST(ProfileStore, AProfileWhoseJsonHoldsAnApostropheIsNotStored) {
     ASSERT_EQ(this->Add(1, {4}), 1);
-    ProfileSpec quoted{4};
+    ProfileFields quoted{4};
     quoted.extra = ",\"customData\":{\"vendorId\":\"O'Neil\"}";
     EXPECT_EQ(this->Add(1, quoted), 0);
     EXPECT_EQ(this->store->GetChargingProfile(4), "") << "the earlier profile with that id is gone too";
@@ -277,12 +280,12 @@ TEST_F(ProfileStore21, RelativeProfilesStartWithTheTransactionOfTheirEvse) {
 }
 
 TEST_F(ProfileStore21, PriorityAndDynamicProfilesKeepWhatTheirEngineNeeds) {
-    ProfileSpec priority{1, "PriorityCharging"};
+    ProfileFields priority{1, "PriorityCharging"};
     priority.extra = ",\"chargingSchedule\":[{\"id\":4},{\"id\":9}]";
     ASSERT_EQ(store->AddChargingProfile(1, Profile(priority).c_str(), "4,", "CSO"), 1);
     EXPECT_EQ(store->GetScheduleIDs(1), "4,9,") << "every priority schedule applies, whatever was selected";
 
-    ProfileSpec dynamic{2, "TxDefaultProfile", 0, "", "", "Dynamic", ",\"updateInterval\":30"};
+    ProfileFields dynamic{2, "TxDefaultProfile", 0, "", "", "Dynamic", ",\"updateInterval\":30"};
     ASSERT_EQ(Add(1, dynamic), 1);
     const auto records = store->GetDynamicMonitorRecords();
     ASSERT_EQ(records.count(2), 1u);
