@@ -25,7 +25,8 @@ bool CanOpenForWriting(const std::string& path) {
     return true;
 }
 
-// Entries writers finish in any order; only the newest count may land last.
+// Entries counts are read in ticket order and written in it.
+pthread_mutex_t g_ticketSection = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t g_entriesSection = PTHREAD_MUTEX_INITIALIZER;
 }  // namespace
 
@@ -455,14 +456,20 @@ std::vector<int> CProfileStore::FilterChargingProfileIDs(int evseId, int stackLe
 // ---- Entries -------------------------------------------------------------
 
 void CProfileStore::UpdateChargingProfileEntries() {
-    const int count = GetLocalChargingProfileCount();
-    static std::atomic<uint64_t> s_issued{0};
+    // Writers finish in any order: each count gets a ticket when it is read, and
+    // only a newer ticket than the last written one reaches the variable.
+    static uint64_t s_issued = 0;   // guarded by g_ticketSection
     static uint64_t s_written = 0;  // guarded by g_entriesSection
-    const uint64_t ticket = ++s_issued;
+    int count;
+    uint64_t ticket;
+    {
+        OCPP_SECTION(&g_ticketSection);
+        count = GetLocalChargingProfileCount();
+        ticket = ++s_issued;
+    }
     const char* prefix = m_shape.entriesPrefix;
     ++m_entriesWriters;
-    try {
-        std::thread([this, count, ticket, prefix] {
+    auto write = [this, count, ticket, prefix] {
         VariableDataItem20 item = VariableDataItem20::Make("SmartChargingCtrlr", "Entries", "ChargingProfiles");
         const int ret = snprintf(item.attributeValue, sizeof item.attributeValue, "%d", count);
         if (ret < 0 || ret >= (int)sizeof item.attributeValue) {
@@ -475,10 +482,11 @@ void CProfileStore::UpdateChargingProfileEntries() {
             }
         }
         --m_entriesWriters;
-        }).detach();
+    };
+    try {
+        std::thread(write).detach();
     } catch (const std::exception&) {
-        --m_entriesWriters;
-        LOG_ERROR("%sUpdateChargingProfileEntries=> no thread", prefix);
+        write();  // no thread to spare: written here, still without the store lock
     }
 }
 
