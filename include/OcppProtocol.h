@@ -22,6 +22,7 @@
 #include "OcppErrorCode.h"
 #include "OcppWebSocket.h"
 #include "Ocpp20Protocol.h"
+#include "OcppSmartCharging.h"
 
 OCPP_EXTERN_C_BEGIN
 

@@ -54,6 +54,37 @@ Json::Value StoredReservations() {
     return list;
 }
 
+// Smart charging entries of the host.
+int AddProfileCommand(const Json::Value& cmd, std::string* error) {
+    if (!cmd["request"].isObject()) {
+        *error = "needs request {evseId, chargingProfile}";
+        return 0;
+    }
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "";
+    return OcppProtocol_AddCharingProfile(Json::writeString(writer, cmd["request"]).c_str());
+}
+
+int RemoveProfilesCommand(const Json::Value& cmd, std::string* error) {
+    const int source = IndexOf({"EMS", "Other", "SO", "CSO"}, cmd.get("source", "").asString(), -1);
+    if (source < 0) {
+        *error = "source is one of EMS, Other, SO, CSO";
+        return 0;
+    }
+    return OcppProtocol_RemoveCharingProfile(cmd.get("evse", 0).asInt(), static_cast<CHARGINGLIMITSOURCE>(source));
+}
+
+int RequestProfileCommand(const Json::Value& cmd, std::string* error) {
+    const int mode =
+        IndexOf({"DC", "AC_single_phase", "AC_two_phase", "AC_three_phase"}, cmd.get("mode", "DC").asString(), -1);
+    if (mode < 0) {
+        *error = "mode is one of DC, AC_single_phase, AC_two_phase, AC_three_phase";
+        return 0;
+    }
+    return OcppProtocol_RequestChargingProfile(cmd.get("evse", 1).asInt(), static_cast<ENERGYTRANSFERMODE>(mode),
+                                               cmd.get("controlMode", 0).asInt(), cmd.get("departureTime", 0).asInt());
+}
+
 int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& result, std::string* error) {
     int rc = 1;
     if (name == "boot") {
@@ -70,6 +101,15 @@ int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& res
         rc = ReservationStatusCommand(cmd, error);
     } else if (name == "reservations") {
         result["items"] = StoredReservations();
+    } else if (name == "addProfile") {
+        rc = AddProfileCommand(cmd, error);
+    } else if (name == "removeProfiles") {
+        rc = RemoveProfilesCommand(cmd, error);
+    } else if (name == "requestProfile") {
+        rc = RequestProfileCommand(cmd, error);
+    } else if (name == "selectSchedule") {
+        rc = OcppProtocol_SelectChargingProfileSchedule(cmd.get("profileId", 0).asUInt(),
+                                                        cmd.get("scheduleIds", "").asString().c_str());
     } else if (name == "reconnect") {
         rc = OcppProtocol_ImmediatelyReconnect();
     } else if (name == "securityEvent") {

@@ -19,6 +19,10 @@
 #include "Process/ConnectorManager.h"
 #include "Process/PlugInManager.h"
 #include "Process/ReservationManager.h"
+#include "SmartCharging/ChargingProfile20/ProfileCache.h"
+#include "SmartCharging/ChargingProfile20/ProfileManager.h"
+#include "SmartCharging/ChargingProfile21/ProfileCache.h"
+#include "SmartCharging/ChargingProfile21/ProfileManager.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/CryptoUtil.h"
 #include "Util/FileUtil.h"
@@ -240,6 +244,12 @@ int OpenVariableCache(const std::string& folder) {
 int OpenCharacteristics(const std::string& folder) {
     return CVariableCharacteristics::GetInstance()->SetStoreFile(folder + "VariableCharacteristicscache.json");
 }
+int OpenProfiles20(const std::string& folder) {
+    return CProfileManager20::GetInstance()->SetStoreFile(folder + "chargingprofile20.db");
+}
+int OpenProfiles21(const std::string& folder) {
+    return CProfileManager21::GetInstance()->SetStoreFile(folder + "chargingprofile21.db");
+}
 int OpenReservations(const std::string& folder) {
     return CReservationManager::GetInstance()->SetStoreFile(folder + "reservation.json");
 }
@@ -253,7 +263,11 @@ int OpenLog(const std::string& folder) {
 
 // In the order ResetSystem releases them; a new store is one more line.
 const ConnectionStore kConnectionStores[] = {
+    {STOREPHASE_SYSTEM, &CProfileManager20::Release, 40, kVersion201, &OpenProfiles20, false},
+    {STOREPHASE_SYSTEM, &CProfileManager21::Release, 40, kVersion21, &OpenProfiles21, false},
     {STOREPHASE_SYSTEM, &CMessageCallBack::Release, 0, 0, nullptr, false},
+    {STOREPHASE_SYSTEM, &CProfileCache20::Release, 0, 0, nullptr, false},
+    {STOREPHASE_SYSTEM, &CProfileCache21::Release, 0, 0, nullptr, false},
     {STOREPHASE_CACHE, &CVariableCache::Release, 30, kVersion20x, &OpenVariableCache, false},
     {STOREPHASE_CACHE, &CVariableCharacteristics::Release, 31, kVersion20x, &OpenCharacteristics, false},
     {STOREPHASE_CACHE, &CReservationManager::Release, 50, kEveryVersion, &OpenReservations, false},

@@ -111,6 +111,13 @@ void CTimerManager::UnRegisterTimer(unsigned long long id) {
     }
 }
 
+bool CTimerManager::IsRegistered(unsigned long long id, TimerCallback callback, void* argument) {
+    OCPP_SECTION(&m_mutex);
+    for (const TimerItem* item : m_items)
+        if (item->id == id && item->callback == callback && item->argument == argument) return true;
+    return false;
+}
+
 size_t CTimerManager::Count() {
     OCPP_SECTION(&m_mutex);
     return m_items.size();

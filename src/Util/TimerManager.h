@@ -25,6 +25,8 @@ class CTimerManager : public CSingleton<CTimerManager> {
 public:
     unsigned long long RegisterTimer(int seconds, TimerCallback callback, void* argument);
     void UnRegisterTimer(unsigned long long id);
+    // Whether `id` is still this callback's: a reset drops every timer and reuses ids.
+    bool IsRegistered(unsigned long long id, TimerCallback callback, void* argument);
 
     // Runs every due callback once; what the worker does on each wake-up.
     int RunDue();
