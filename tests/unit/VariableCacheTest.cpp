@@ -200,20 +200,6 @@ TEST_F(VariableStore, ChangedVariableMovesToTheEndAndIsWrittenOncePerChange) {
     EXPECT_EQ(Reopen()->OCPPCommCtrlrOfflineThreshold(), 20);
 }
 
-TEST_F(VariableStore, PowerCutBeforeRenameLeavesThePreviousStoreLoadable) {
-    CVariableCache* cache = Open();
-    ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "25")}), 1);
-    const std::string good = ReadText(path);
-    // A rewrite cut short: half a temporary file next to the intact store.
-    WriteText(path + "1", good.substr(0, good.size() / 2));
-
-    cache = Reopen();
-    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 25);
-    EXPECT_EQ(cache->GetFullVariables().size(), 63u);
-    ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "26")}), 1);
-    EXPECT_EQ(Reopen()->OCPPCommCtrlrOfflineThreshold(), 26) << "a stray temporary file must not block later writes";
-}
-
 TEST_F(VariableStore, FailedRewriteKeepsTheOldFileAndTheChangeInMemory) {
     CVariableCache* cache = Open();
     const std::string before = ReadText(path);
