@@ -55,6 +55,18 @@ std::future<int> RequestAsync(CWebSocketClient& client, const std::string& id) {
 // Every test declares its RecordingClientEvents before the client: upcalls may come until the client
 // has closed, which its destructor does last.
 
+namespace {
+// A client linked to the library's own server playing the CSMS; the clock is restored afterwards.
+class WebSocketCsms : public ::testing::Test {
+protected:
+    bool Connect(int64_t timeoutSec = 5) { return csms.Started() && ConnectToCsms(client, link, csms, timeoutSec); }
+    ClockGuard clock;
+    RecordingCsms csms;
+    RecordingClientEvents link;
+    CWebSocketClient client;
+};
+}  // namespace
+
 TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
     WebSocketUrlInfo u;
     ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp2.0.1://csms.example.com:443/ocpp/CP1", u), 1);
@@ -128,13 +140,9 @@ TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthOnlyWithCreden
     }
 }
 
-TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
-    RecordingCsms csms;
-    ASSERT_TRUE(csms.Started());
-    RecordingClientEvents link;
-    CWebSocketClient client;
+TEST_F(WebSocketCsms, ConnectsReportsOnceAndExchangesFramesBothWays) {
     const int64_t before = CTools::GetCurRunTimeSec();
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    ASSERT_TRUE(Connect());
     EXPECT_EQ(link.connected, 1);
     EXPECT_EQ(link.errors, 0);
     EXPECT_GE(client.GetLastOperateTimeSec(), before);
@@ -250,8 +258,7 @@ TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     EXPECT_EQ(link.Messages()[2], "[2,\"after\",\"Heartbeat\",{}]");
 }
 
-TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpwardAndNeverOverrunsTheBuffer) {
-    RecordingCsms csms;
+TEST_F(WebSocketCsms, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpwardAndNeverOverrunsTheBuffer) {
     csms.onMessage = [&](const std::string& text) {
         if (text.find("\"req-7\"") != std::string::npos) {
             csms.Send("[3,\"unrelated\",{}]");
@@ -259,9 +266,7 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpwardAndN
         }
         if (text.find("\"req-big\"") != std::string::npos) csms.Send("[3,\"req-big\",{\"x\":\"0123456789\"}]");
     };
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    ASSERT_TRUE(Connect());
     const std::string request = "[2,\"req-7\",\"Heartbeat\",{}]";
     char answer[65535] = {0};
     int answerLen = 0;
@@ -281,12 +286,9 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpwardAndN
     for (size_t i = 8; i < 16; ++i) EXPECT_EQ(answer[i], 0x5a);
 }
 
-TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
-    RecordingCsms csms;
-    RecordingClientEvents link;
-    CWebSocketClient client;
+TEST_F(WebSocketCsms, HugeMessageTimeoutStillWaitsForTheAnswer) {
     // A deadline built from this wraps round unless the time-out is bounded.
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, std::numeric_limits<int64_t>::max() - 10));
+    ASSERT_TRUE(Connect(std::numeric_limits<int64_t>::max() - 10));
     std::future<int> sender = RequestAsync(client, "req-big");
     ASSERT_TRUE(csms.WaitMessageContaining("req-big"));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -295,12 +297,9 @@ TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
     EXPECT_EQ(sender.get(), 1);
 }
 
-TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
-    ClockGuard clock;
-    RecordingCsms csms;  // never answers
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, 5));
+TEST_F(WebSocketCsms, UnansweredRequestFailsAfterTheMessageTimeout) {
+    // The CSMS never answers.
+    ASSERT_TRUE(Connect(5));
     CTools::FreezeClock(true);
     auto pending = RequestAsync(client, "req-lost");
     ASSERT_TRUE(csms.WaitMessageContaining("req-lost"));
@@ -317,11 +316,9 @@ TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
     EXPECT_EQ(client.WaitingCount(), 0u);
 }
 
-TEST(WebSocketClose, CloseReleasesABlockedSenderPromptlyAndADuplicateIdIsRefusedMeanwhile) {
-    RecordingCsms csms;  // never answers
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, 60));
+TEST_F(WebSocketCsms, CloseReleasesABlockedSenderPromptlyAndADuplicateIdIsRefusedMeanwhile) {
+    // The CSMS never answers.
+    ASSERT_TRUE(Connect(60));
     auto pending = RequestAsync(client, "blocked");
     ASSERT_TRUE(csms.WaitMessageContaining("blocked"));
     EXPECT_EQ(RequestAsync(client, "blocked").get(), 0);
@@ -333,12 +330,8 @@ TEST(WebSocketClose, CloseReleasesABlockedSenderPromptlyAndADuplicateIdIsRefused
     EXPECT_EQ(client.WaitingCount(), 0u);
 }
 
-TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
-    ClockGuard clock;
-    RecordingCsms csms;
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, 2));
+TEST_F(WebSocketCsms, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
+    ASSERT_TRUE(Connect(2));
     CTools::FreezeClock(true);
     ASSERT_TRUE(csms.Send("[2,\"csms-slow\",\"GetVariables\",{}]"));
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
@@ -388,13 +381,10 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     EXPECT_EQ(link.errors, 1) << "a lost link is reported once";
 }
 
-TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
-    ClockGuard clock;
-    RecordingCsms csms;  // the library's server answers pings
-    RecordingClientEvents link;
-    CWebSocketClient client;
+TEST_F(WebSocketCsms, AnsweredPingKeepsTheLinkUp) {
+    // The library's server answers pings.
     client.SetPingInterval(30);
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    ASSERT_TRUE(Connect());
     CTools::FreezeClock(true);
     for (int i = 0; i < 3; ++i) {
         LogCapture log;
@@ -418,12 +408,8 @@ TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
     EXPECT_EQ(CWebSocketClient::ClassifyTlsError(nullptr), 0);
 }
 
-TEST(WebSocketReceive, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
-    RecordingCsms csms;
-    ASSERT_TRUE(csms.Started());
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+TEST_F(WebSocketCsms, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
+    ASSERT_TRUE(Connect());
 
     // Numbers that look integral but do not fit an int, and nesting past the reader's limit.
     const std::string hostile[] = {"[3000000000,\"x\",{}]", "[1e10,\"x\"]", "[-3000000000,\"x\",{\"idToken\":\"A\"}]",
