@@ -111,13 +111,17 @@ TEST_F(Reservations, ExpiredReservationsAreGoneAtLookupAndAfterRestart) {
     EXPECT_EQ(store->Count(), 0u);
 }
 
-TEST_F(Reservations, FileWithMoreThanAThousandReservationsIsNotLoadedAtAll) {
+TEST_F(Reservations, AThousandLiveReservationsRefuseTheNextButAcceptAReplacementAndAFileOfMoreIsNotLoaded) {
     WriteText(path, FileOf(1000, now + 600));
-    EXPECT_EQ(Open()->Count(), 1000u);
+    CReservationManager* store = Open();
+    EXPECT_EQ(store->Count(), 1000u);
+    EXPECT_EQ(store->AddReservationItem(Item(5000, now + 600)), 0);
+    EXPECT_EQ(store->AddReservationItem(Item(7, now + 900, "NEW")), 1) << "same id replaces";
+    EXPECT_EQ(Reopen()->Count(), 1000u);
 
     CReservationManager::Release();
     WriteText(path, FileOf(1001, now + 600));
-    CReservationManager* store = CReservationManager::GetInstance();
+    store = CReservationManager::GetInstance();
     EXPECT_EQ(store->SetStoreFile(path), 0);
     EXPECT_EQ(store->Count(), 0u);
     EXPECT_TRUE(log.Contains("预约数量异常(1001)，限制范围[0-1000]"));
@@ -138,15 +142,6 @@ TEST_F(Reservations, ReservationsThatExpireOneAfterAnotherNeverOutgrowWhatTheNex
     EXPECT_EQ(store->Count(), 2u);
     EXPECT_EQ(store->GetReservationItem(100000, nullptr), 1);
     EXPECT_EQ(store->GetReservationItem(2000, nullptr), 1);
-}
-
-TEST_F(Reservations, AThousandLiveReservationsRefuseTheNextButAcceptAReplacement) {
-    WriteText(path, FileOf(1000, now + 600));
-    CReservationManager* store = Open();
-    EXPECT_EQ(store->AddReservationItem(Item(5000, now + 600)), 0);
-    EXPECT_EQ(store->AddReservationItem(Item(7, now + 900, "NEW")), 1) << "same id replaces";
-    store = Reopen();
-    EXPECT_EQ(store->Count(), 1000u);
 }
 
 TEST_F(Reservations, CorruptFileOrBadEntriesLeaveAWorkingStore) {
@@ -187,9 +182,20 @@ TEST_F(Reservations, PowerCutBeforeRenameKeepsThePreviousFile) {
     rmdir((path + "1").c_str());
 }
 
-TEST_F(Reservations, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
-    ResetSdkState();
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+// The CSMS and the host reach the store through the 2.0.1 engine.
+class ReservationMessages : public Reservations {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    }
+    void TearDown() override {
+        Reservations::TearDown();
+        ResetSdkState();
+    }
+};
+
+TEST_F(ReservationMessages, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
     RecordingHost host;
     RecordingLink link;
     CReservationManager* store = Open();
@@ -208,12 +214,9 @@ TEST_F(Reservations, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
     EXPECT_EQ(Ocpp20Protocol_ReserveNow("rn-1", 3), 1);
     EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos);
     EXPECT_EQ(Reopen()->GetReservationItem(12, nullptr), 1);
-    ResetSdkState();
 }
 
-TEST_F(Reservations, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
-    ResetSdkState();
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+TEST_F(ReservationMessages, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
     RecordingLink link;
     CReservationManager* store = Open();
     store->AddReservationItem(Item(5, now + 600));
@@ -233,7 +236,6 @@ TEST_F(Reservations, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
     store->AddReservationItem(Item(7, now + 600));
     EXPECT_EQ(Ocpp20Protocol_ReservationStatusUpdate(7, 9), 0);
     EXPECT_EQ(store->GetReservationItem(7, nullptr), 1);
-    ResetSdkState();
 }
 
 TEST_F(Reservations, ReservedEvseStartsOnlyForItsTokenOrItsGroup) {
