@@ -147,8 +147,6 @@ TEST_F(VariableStore, SetVariablesEntryStatusesAtTheStore) {
         {Var("AuthCtrlr", "NoSuchVariable", "true"), VARIABLESTATUS_UNKNOWNVARIABLE},
         {target, VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE},
         {Var("HostCtrlr", "Brightness", "80"), VARIABLESTATUS_HOSTDECIDE},
-        // The connection manager refuses priority lists it cannot apply.
-        {Var("OCPPCommCtrlr", "NetworkConfigurationPriority", "9"), VARIABLESTATUS_REJECTED},
     };
     for (const Case& c : cases) {
         VariableDataItem20 item = c.item;
