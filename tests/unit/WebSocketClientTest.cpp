@@ -7,6 +7,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "TestSupport.h"
 #include "Util/Tools.h"
@@ -68,29 +69,26 @@ protected:
 }  // namespace
 
 TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
+    const struct {
+        const char* url;
+        const char* protocol;
+        const char* host;
+        int port;  // no port means 80, even for TLS profiles
+        const char* path;
+    } shapes[] = {
+        {"ocpp2.0.1://csms.example.com:443/ocpp/CP1", "ocpp2.0.1", "csms.example.com", 443, "ocpp/CP1"},
+        {"ocpp2.0.1://host/ocpp/CP1", "ocpp2.0.1", "host", 80, "ocpp/CP1"},
+        {"ocpp1.6://10.0.0.5:8180", "ocpp1.6", "10.0.0.5", 8180, ""},
+        {"ocpp1.6://bare-host", "ocpp1.6", "bare-host", 80, ""},
+    };
     WebSocketUrlInfo u;
-    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp2.0.1://csms.example.com:443/ocpp/CP1", u), 1);
-    EXPECT_STREQ(u.szProtocol, "ocpp2.0.1");
-    EXPECT_STREQ(u.szHost, "csms.example.com");
-    EXPECT_EQ(u.iPort, 443);
-    EXPECT_STREQ(u.szPath, "ocpp/CP1");
-
-    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp2.0.1://host/ocpp/CP1", u), 1);
-    EXPECT_STREQ(u.szHost, "host");
-    EXPECT_EQ(u.iPort, 80) << "no port means 80, even for TLS profiles";
-    EXPECT_STREQ(u.szPath, "ocpp/CP1");
-
-    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp1.6://10.0.0.5:8180", u), 1);
-    EXPECT_STREQ(u.szProtocol, "ocpp1.6");
-    EXPECT_STREQ(u.szHost, "10.0.0.5");
-    EXPECT_EQ(u.iPort, 8180);
-    EXPECT_STREQ(u.szPath, "");
-
-    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp1.6://bare-host", u), 1);
-    EXPECT_STREQ(u.szHost, "bare-host");
-    EXPECT_EQ(u.iPort, 80);
-    EXPECT_STREQ(u.szPath, "");
-
+    for (const auto& shape : shapes) {
+        ASSERT_EQ(CWebSocketClient::GetUrlInfo(shape.url, u), 1) << shape.url;
+        EXPECT_STREQ(u.szProtocol, shape.protocol);
+        EXPECT_STREQ(u.szHost, shape.host);
+        EXPECT_EQ(u.iPort, shape.port) << shape.url;
+        EXPECT_STREQ(u.szPath, shape.path);
+    }
     EXPECT_EQ(CWebSocketClient::GetUrlInfo("no scheme at all", u), 0);
     EXPECT_EQ(CWebSocketClient::GetUrlInfo(nullptr, u), 0);
     // An over-long host must be cut, not overrun the 256-byte field.
@@ -101,14 +99,10 @@ TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
 
 TEST(WebSocketPing, IntervalHasAThirtySecondFloorAndZeroDisables) {
     CWebSocketClient client;
-    client.SetPingInterval(10);
-    EXPECT_EQ(client.GetPingInterval(), 30);
-    client.SetPingInterval(-5);
-    EXPECT_EQ(client.GetPingInterval(), 30);
-    client.SetPingInterval(0);
-    EXPECT_EQ(client.GetPingInterval(), 0);
-    client.SetPingInterval(45);
-    EXPECT_EQ(client.GetPingInterval(), 45);
+    for (const auto& set : std::vector<std::pair<int, int>>{{10, 30}, {-5, 30}, {0, 0}, {45, 45}}) {
+        client.SetPingInterval(set.first);
+        EXPECT_EQ(client.GetPingInterval(), set.second) << set.first;
+    }
 }
 
 TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthOnlyWithCredentials) {
