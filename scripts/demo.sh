@@ -21,6 +21,6 @@ step "Run the demo host with cache folder $cache"
 build/examples/demo-host/ocpp_demo_host "$cache"
 
 step "Local CSMS and the station simulator"
-OCPP_STATION_SIM="$ROOT/build/examples/station-sim/ocpp_station_sim" node tests/e2e/demo.mjs
+OCPP_STATION_SIM="$ROOT/build/examples/station-sim/ocpp_station_sim" node examples/demo-csms/demo.mjs
 
 step "Demo finished"

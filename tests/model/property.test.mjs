@@ -215,20 +215,15 @@ class RoundTrip {
         this.rl.on('line', (line) => this.waiting.shift()(JSON.parse(line)));
         this.exited = new Promise((resolve) => this.child.on('exit', resolve));
     }
-    check(msg, text) {
+    send(line) {
         this.count = (this.count || 0) + 1;
         return new Promise((resolve) => {
             this.waiting.push(resolve);
-            this.child.stdin.write(JSON.stringify({ check: msg.action, request: msg.isRequest, payload: text }) + '\n');
+            this.child.stdin.write(JSON.stringify(line) + '\n');
         });
     }
-    run(type, frame, indent = '', step = '  ') {
-        this.count = (this.count || 0) + 1;
-        return new Promise((resolve) => {
-            this.waiting.push(resolve);
-            this.child.stdin.write(JSON.stringify({ type, frame, indent, step }) + '\n');
-        });
-    }
+    check(msg, text) { return this.send({ check: msg.action, request: msg.isRequest, payload: text }); }
+    run(type, frame, indent = '', step = '  ') { return this.send({ type, frame, indent, step }); }
     async close() {
         this.child.stdin.end();
         return this.exited;

@@ -71,18 +71,6 @@ int AcceptOne(int listenFd, const std::atomic<bool>& stop) {
     }
     return fd;
 }
-
-bool ReadExact(int fd, unsigned char* buf, size_t n, const std::atomic<bool>& stop) {
-    size_t got = 0;
-    while (got < n && !stop) {
-        struct pollfd p = {fd, POLLIN, 0};
-        if (poll(&p, 1, 100) <= 0) continue;
-        ssize_t r = recv(fd, buf + got, n - got, 0);
-        if (r <= 0) return false;
-        got += static_cast<size_t>(r);
-    }
-    return got == n;
-}
 }  // namespace
 
 RawWsServer::RawWsServer(bool answerHandshake) : m_answer(answerHandshake) {
@@ -138,29 +126,14 @@ void RawWsServer::Serve() {
     if (!protocol.empty()) reply += "Sec-WebSocket-Protocol: " + protocol + "\r\n";
     reply += "\r\n";
     send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-    // Client frames: record opcode and unmasked payload; answer nothing (no pongs).
+    // What the client sends after the handshake is kept as it arrives; nothing is answered (no pongs).
     while (!m_stop) {
-        unsigned char head[2];
-        if (!ReadExact(fd, head, 2, m_stop)) break;
-        uint64_t len = head[1] & 0x7f;
-        if (len == 126) {
-            unsigned char ext[2];
-            if (!ReadExact(fd, ext, 2, m_stop)) break;
-            len = (static_cast<uint64_t>(ext[0]) << 8) | ext[1];
-        } else if (len == 127) {
-            unsigned char ext[8];
-            if (!ReadExact(fd, ext, 8, m_stop)) break;
-            len = 0;
-            for (int i = 0; i < 8; ++i) len = (len << 8) | ext[i];
-        }
-        unsigned char mask[4] = {0, 0, 0, 0};
-        if ((head[1] & 0x80) && !ReadExact(fd, mask, 4, m_stop)) break;
-        std::string payload(static_cast<size_t>(len), '\0');
-        if (len > 0 && !ReadExact(fd, reinterpret_cast<unsigned char*>(&payload[0]), payload.size(), m_stop)) break;
-        for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>(payload[i] ^ mask[i % 4]);
+        struct pollfd p = {fd, POLLIN, 0};
+        if (poll(&p, 1, 100) <= 0) continue;
+        ssize_t r = recv(fd, buf, sizeof(buf), 0);
+        if (r <= 0) break;
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_opcodes.push_back(head[0] & 0x0f);
-        m_payloads.push_back(payload);
+        m_received.append(buf, static_cast<size_t>(r));
     }
 }
 
@@ -198,14 +171,9 @@ void RawWsServer::CloseConnection() {
     if (m_connFd >= 0) shutdown(m_connFd, SHUT_RDWR);
 }
 
-std::vector<int> RawWsServer::Opcodes() {
+std::string RawWsServer::Received() {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_opcodes;
-}
-
-std::vector<std::string> RawWsServer::Payloads() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_payloads;
+    return m_received;
 }
 
 RecordingCsms::RecordingCsms(const std::string& protocol, const std::string& cert, const std::string& key,

@@ -26,9 +26,8 @@ public:
     // One server frame (unmasked) with the given first byte (FIN, opcode).
     bool SendFrame(unsigned char finAndOpcode, const std::string& payload);
     void CloseConnection();
-    // Opcodes of the frames received from the client (unmasked payloads in Payloads()).
-    std::vector<int> Opcodes();
-    std::vector<std::string> Payloads();
+    // Bytes the client sent after its handshake, still masked.
+    std::string Received();
 
 private:
     void Run();
@@ -41,8 +40,7 @@ private:
     std::atomic<bool> m_stop{false};
     std::mutex m_mutex;
     std::string m_request;
-    std::vector<int> m_opcodes;
-    std::vector<std::string> m_payloads;
+    std::string m_received;
     std::thread m_thread;
 };
 

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <chrono>
 #include <future>
@@ -44,6 +43,18 @@ protected:
         CConnectManager* manager = CConnectManager::GetInstance();
         manager->SetStoreFile(store);
         return manager;
+    }
+
+    // A real socket: the library's local server plays the CSMS; the station connects to it as CP042.
+    void ConnectTo(RecordingCsms& csms, int messageTimeout) {
+        CTools::FreezeClock(false);
+        ASSERT_TRUE(csms.Started());
+        SetLibraryVariable("SecurityCtrlr", "Identity", "CP042");
+        const std::string url = "ws://127.0.0.1:" + std::to_string(csms.Port());
+        OcppProtocol_SetNamePwd(nullptr, "s3cr3t");
+        OcppProtocol_SetConnection(OCPPPROTOCOL_201, url.c_str(), CONNTYPE_BASIC, messageTimeout);
+        ASSERT_EQ(OcppProtocol_ActiveConnection(1), 1);
+        ASSERT_TRUE(WaitFor([] { return OcppProtocol_GetStatus() == SDKSTATUS_CONNECTED; }, 8000));
     }
 
     ClockGuard clock;
@@ -109,17 +120,6 @@ TEST_F(ConnectManagerTest, BrokenOrOversizedStoreLeavesDefaults) {
     EXPECT_EQ(manager->GetConnectPriority(), "1");
 }
 
-TEST_F(ConnectManagerTest, FailedWriteKeepsThePreviousStoreWhole) {
-    CConnectManager* manager = Fresh();
-    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://a.example/ocpp", CONNTYPE_WS, 5);
-    const std::string before = ReadText(store);
-    ASSERT_EQ(mkdir((store + "1").c_str(), 0755), 0);  // the temporary file cannot be made
-    manager->AddConnItem(Profile(2, CONNTYPE_WS, "ws://b.example/ocpp"));
-    EXPECT_TRUE(log.Contains("SyncToFile: openat("));
-    EXPECT_EQ(ReadText(store), before);
-    EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2})) << "memory keeps the change";
-}
-
 TEST_F(ConnectManagerTest, ConcurrentChangesLeaveTheStoreEqualToTheFinalState) {
     CConnectManager* manager = Fresh();
     std::thread flags([&] {
@@ -153,7 +153,7 @@ TEST_F(ConnectManagerTest, BackOffDefaultsToThreeSecondsAndThresholdsGuardThePar
 
 // The whole loop: the connect thread's step finds the reconnect due, the client
 // cannot start (no station identity), the loss schedules the next try.
-TEST_F(ConnectManagerTest, UnreachableCsmsIsRetriedAfter10_20_40_80_80Seconds) {
+TEST_F(ConnectManagerTest, UnreachableCsmsIsRetriedAfter10_20_40_80_80SecondsOnAProfileStoredAsCurrentAtOnce) {
     CConnectManager* manager = Fresh();
     manager->SetConnectParam(1, 10, 0, 3, 0);
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://127.0.0.1:1/ocpp", CONNTYPE_WS, 5);
@@ -161,6 +161,7 @@ TEST_F(ConnectManagerTest, UnreachableCsmsIsRetriedAfter10_20_40_80_80Seconds) {
     CConnectManager::SetTestConnectHook([](const ConnectionItem&) { return 0; });
     EXPECT_EQ(manager->TestConnectItem(), 0);  // every probe fails: offline on the factory profile
     EXPECT_EQ(OcppProtocol_IsEnterOfflineMode(), 1);
+    EXPECT_EQ(ReadJson(store)["curconnection"]["url"].asString(), "ws://127.0.0.1:1/ocpp");
 
     std::vector<int> intervals{manager->GetNextConnTimeSpace()};
     for (int i = 0; i < 4; ++i) {
@@ -174,15 +175,6 @@ TEST_F(ConnectManagerTest, UnreachableCsmsIsRetriedAfter10_20_40_80_80Seconds) {
     }
     EXPECT_EQ(intervals, (std::vector<int>{10, 20, 40, 80, 80}));
     EXPECT_TRUE(log.Contains("SecurityCtrlr_Identity not configured"));
-}
-
-TEST_F(ConnectManagerTest, ProfileTakenAfterEveryProbeFailedIsStoredAsCurrentAtOnce) {
-    CConnectManager* manager = Fresh();
-    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://127.0.0.1:1/ocpp", CONNTYPE_WS, 5);
-    manager->SetOfflineMode(1);
-    CConnectManager::SetTestConnectHook([](const ConnectionItem&) { return 0; });
-    EXPECT_EQ(manager->TestConnectItem(), 0);
-    EXPECT_EQ(ReadJson(store)["curconnection"]["url"].asString(), "ws://127.0.0.1:1/ocpp");
     EXPECT_STREQ(Fresh()->GetCurConnItem().url, "ws://127.0.0.1:1/ocpp") << "a restart offline keeps the profile";
 }
 
@@ -200,17 +192,21 @@ std::vector<int> Probed() {
 }
 
 TEST_F(ConnectManagerTest, ActivationProbesListedSlotsByPriorityAndDropsWeakerProfiles) {
-    WriteText(dir.file("ca.crt"), "-----BEGIN CERTIFICATE-----\n");
     CConnectManager* manager = Fresh();
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
     manager->AddConnItem(Profile(2, CONNTYPE_BASIC, "ws://two.example/ocpp"));
     manager->AddConnItem(Profile(3, CONNTYPE_TLS_BASIC, "wss://three.example/ocpp"));
     manager->AddConnItem(Profile(4, CONNTYPE_TLS_BASIC, "wss://four.example/ocpp"));
     manager->AddConnItem(Profile(5, CONNTYPE_TLS_BASIC, "wss://five.example/ocpp"));
+    EXPECT_EQ(manager->ResetAllPriority("4,2,3,1"), 0) << "no CA on the station for the TLS slots";
+    WriteText(dir.file("ca.crt"), "-----BEGIN CERTIFICATE-----\n");
     EXPECT_EQ(manager->ResetAllPriority("3,1,6"), 0) << "slot 6 does not exist";
     EXPECT_EQ(manager->GetConnectPriority(), "1");
     ASSERT_EQ(manager->ResetAllPriority("4,2,3,1"), 1);
     EXPECT_EQ(ReadJson(store)["connectpriority"].asString(), "4,2,3,1");
+    std::vector<int> priorities;
+    for (const ConnectionItem& item : manager->GetConnItems()) priorities.push_back(item.priority);
+    EXPECT_EQ(priorities, (std::vector<int>{1, 3, 2, 4, 0})) << "the first listed slot ranks highest";
 
     {
         std::lock_guard<std::mutex> lock(g_probeMutex);
@@ -237,18 +233,6 @@ TEST_F(ConnectManagerTest, ActivationProbesListedSlotsByPriorityAndDropsWeakerPr
     EXPECT_TRUE(log.Contains("^^^^^^^^^^^^^^Test Connect Succcess^^^^^^^^^^^^^^^^^^^^\n"));
 }
 
-TEST_F(ConnectManagerTest, PriorityListNeedsCertificatesForTlsSlots) {
-    CConnectManager* manager = Fresh();
-    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
-    manager->AddConnItem(Profile(2, CONNTYPE_TLS_BASIC, "wss://two.example/ocpp"));
-    EXPECT_EQ(manager->ResetAllPriority("2,1"), 0) << "no CA on the station";
-    WriteText(dir.file("ca.crt"), "-----BEGIN CERTIFICATE-----\n");
-    ASSERT_EQ(manager->ResetAllPriority("2,1"), 1);
-    const std::vector<ConnectionItem> items = manager->GetConnItems();
-    EXPECT_EQ(items[0].priority, 1);
-    EXPECT_EQ(items[1].priority, 2);
-}
-
 TEST_F(ConnectManagerTest, UrlCarriesSubprotocolHostAndStationIdentity) {
     CConnectManager* manager = Fresh();
     manager->BackUpCurConnectionItem(Profile(1, CONNTYPE_TLS_BASIC, "wss://csms.example:443/ocpp"));
@@ -271,12 +255,9 @@ TEST_F(ConnectManagerTest, ReconnectAndOfflineModeRefuseBadRequests) {
     EXPECT_TRUE(manager->GetConnItems().empty());
 }
 
-// A real socket: the library's local server plays the CSMS.
 TEST_F(ConnectManagerTest, ConnectsToALocalCsmsAndBootsThroughTheLink) {
-    CTools::FreezeClock(false);
     RecordingHost host;
     RecordingCsms csms("ocpp2.0.1");
-    ASSERT_TRUE(csms.Started());
     csms.onMessage = [&csms](const std::string& frame) {
         const size_t a = frame.find('"') + 1;
         const std::string id = frame.substr(a, frame.find('"', a) - a);
@@ -288,12 +269,7 @@ TEST_F(ConnectManagerTest, ConnectsToALocalCsmsAndBootsThroughTheLink) {
                   "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":300,\"status\":\"Accepted\"}]");
     };
     CTools::SetSetTimeHook([](int64_t) { return 1; });
-    SetLibraryVariable("SecurityCtrlr", "Identity", "CP042");
-    const std::string url = "ws://127.0.0.1:" + std::to_string(csms.Port());
-    OcppProtocol_SetNamePwd(nullptr, "s3cr3t");
-    OcppProtocol_SetConnection(OCPPPROTOCOL_201, url.c_str(), CONNTYPE_BASIC, 5);
-    ASSERT_EQ(OcppProtocol_ActiveConnection(1), 1);
-    ASSERT_TRUE(WaitFor([] { return OcppProtocol_GetStatus() == SDKSTATUS_CONNECTED; }, 8000));
+    ASSERT_NO_FATAL_FAILURE(ConnectTo(csms, 5));
     EXPECT_TRUE(log.Contains("AUTHORIZATION:CP042:")) << "no user name: the station identity is sent";
     EXPECT_EQ(CConnectManager::GetInstance()->IsConnected(), 1);
 
@@ -309,15 +285,8 @@ TEST_F(ConnectManagerTest, ConnectsToALocalCsmsAndBootsThroughTheLink) {
 
 // A sender blocked on an unanswered request must not outlive the manager it came through.
 TEST_F(ConnectManagerTest, ReleaseWakesASenderBlockedOnTheCsmsAndLeavesNothingBehind) {
-    CTools::FreezeClock(false);
     RecordingCsms csms("ocpp2.0.1");  // never answers
-    ASSERT_TRUE(csms.Started());
-    SetLibraryVariable("SecurityCtrlr", "Identity", "CP042");
-    const std::string url = "ws://127.0.0.1:" + std::to_string(csms.Port());
-    OcppProtocol_SetNamePwd(nullptr, "s3cr3t");
-    OcppProtocol_SetConnection(OCPPPROTOCOL_201, url.c_str(), CONNTYPE_BASIC, 30);
-    ASSERT_EQ(OcppProtocol_ActiveConnection(1), 1);
-    ASSERT_TRUE(WaitFor([] { return OcppProtocol_GetStatus() == SDKSTATUS_CONNECTED; }, 8000));
+    ASSERT_NO_FATAL_FAILURE(ConnectTo(csms, 30));
 
     CConnectManager* manager = CConnectManager::GetInstance();
     std::future<int> sender = std::async(std::launch::async, [manager] {

@@ -84,7 +84,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ConnectorStatus, OnlineStatusIsSentOncePerRealChange) {
+TEST_F(ConnectorStatus, OnlineStatusIsSentOncePerRealChangeAndTheHighestEvseOnlyGrows) {
     OcppProtocol_SetStatus(SDKSTATUS_OK);
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
@@ -100,11 +100,8 @@ TEST_F(ConnectorStatus, OnlineStatusIsSentOncePerRealChange) {
     EXPECT_EQ(sent[2].connector, 1);
     EXPECT_EQ(sent[2].status, "Occupied");
     EXPECT_EQ(sent[2].timestamp, At(CTools::CurTimeSec()));
-}
 
-TEST_F(ConnectorStatus, HighestEvseNumberOnlyGrows) {
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
-    Report(1, 1, CONNECTORSTATUS_AVAILABLE);
+    // The highest EVSE number only grows.
     Report(3, 1, CONNECTORSTATUS_AVAILABLE);
     Report(2, 1, CONNECTORSTATUS_AVAILABLE);
     EXPECT_EQ(OcppProtocol_GetMaxEvse(), 3);

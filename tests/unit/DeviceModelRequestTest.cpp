@@ -164,7 +164,7 @@ TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAns
     EXPECT_TRUE(CVariableCache::GetInstance()->GetVariables(unknown, 0).empty());
 }
 
-TEST_F(DeviceModelRequests, SetVariablesOverTheLimitsIsRefusedWithoutAskingTheHost) {
+TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost) {
     std::vector<std::string> five(5, Entry("AuthCtrlr", "Enabled", "true"));
     Deliver(Call("many", "SetVariables", five));
     const std::string big(1200, 'x');
@@ -181,6 +181,16 @@ TEST_F(DeviceModelRequests, SetVariablesOverTheLimitsIsRefusedWithoutAskingTheHo
     // Exactly at the item limit is fine.
     Deliver(Call("four", "SetVariables", std::vector<std::string>(4, Entry("AuthCtrlr", "Enabled", "true"))));
     EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_SETVARIABLES));
+
+    // GetVariables answers its two limits with two different errors.
+    link.Clear();
+    Deliver(Call("many-get", "GetVariables",
+                 std::vector<std::string>(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})")));
+    Deliver(Call("heavy-get", "GetVariables",
+                 std::vector<std::string>(3, R"({"component":{"name":"AuthCtrlr","instance":")" + std::string(2000, 'i') +
+                                                 R"("},"variable":{"name":"Enabled"}})")));
+    EXPECT_EQ(link.Sent(), (std::vector<std::string>{"[4,\"many-get\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
+                                                     "[4,\"heavy-get\",\"FormatViolation\",\"\",{}]\n"}));
 }
 
 TEST_F(DeviceModelRequests, GetVariablesAnswersFromTheStoreAndHidesWriteOnlyValues) {
@@ -198,17 +208,4 @@ TEST_F(DeviceModelRequests, GetVariablesAnswersFromTheStoreAndHidesWriteOnlyValu
     EXPECT_EQ(Values(answer, "attributeValue"), (std::vector<std::string>{CTools::GetLocalTime(CTools::CurTimeSec())}))
         << "the clock is read now, and a write-only value never leaves";
     EXPECT_EQ(answer.find("1234"), std::string::npos);
-}
-
-TEST_F(DeviceModelRequests, GetVariablesLimitsAnswerWithTwoDifferentErrors) {
-    std::vector<std::string> five(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})");
-    Deliver(Call("many", "GetVariables", five));
-    const std::string longInstance(2000, 'i');
-    std::vector<std::string> heavy(3, R"({"component":{"name":"AuthCtrlr","instance":")" + longInstance +
-                                          R"("},"variable":{"name":"Enabled"}})");
-    Deliver(Call("heavy", "GetVariables", heavy));
-    const std::vector<std::string> sent = link.Sent();
-    ASSERT_EQ(sent.size(), 2u);
-    EXPECT_EQ(sent[0], "[4,\"many\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
-    EXPECT_EQ(sent[1], "[4,\"heavy\",\"FormatViolation\",\"\",{}]\n");
 }

@@ -33,7 +33,7 @@ std::string FrameOfLength(size_t total) {
 }  // namespace
 
 // Answers are checked byte for byte for every host-answered request by the dispatch test.
-TEST_F(Framing, CallAndErrorFramesAreWrittenByteForByte) {
+TEST_F(Framing, CallAndErrorFramesAreWrittenByteForByteAndErrorDetailsAreAlwaysAnObject) {
     const std::string call = COcppProtocol20::ReservationStatusUpdateReq(7, 1);
     const std::string id = COcppProtocol20::GetIdentify(call.c_str());
     ASSERT_EQ(id.size(), 36u);
@@ -42,9 +42,7 @@ TEST_F(Framing, CallAndErrorFramesAreWrittenByteForByte) {
 
     OcppProtocol_ResponseError("id-2", RESPONSEERRORCODE_GENERICERROR, "boom", "{\"k\":1}");
     EXPECT_EQ(link.Last(), "[4,\"id-2\",\"GenericError\",\"boom\",{\"k\":1}]\n");
-}
-
-TEST_F(Framing, ErrorReplyNeverCarriesAnythingButAnObjectAsDetails) {
+    // An error reply never carries anything but an object as details.
     OcppProtocol_ResponseError("a", RESPONSEERRORCODE_FORMATVIOLATION, nullptr, "[1,2]");
     EXPECT_EQ(link.Last(), "[4,\"a\",\"FormatViolation\",\"\",{}]\n");
     OcppProtocol_ResponseError("a", RESPONSEERRORCODE_FORMATVIOLATION, "", "{\"unterminated\":");
@@ -65,21 +63,20 @@ TEST_F(Framing, FrameOneByteUnderTheLimitIsSentAndAtTheLimitRefused) {
     EXPECT_TRUE(log.Contains("Send msg to csms iMessageLen too long, msglen:65525\n", 2));
 }
 
-TEST_F(Framing, FailedSendIsLoggedWithTheMessageId) {
+TEST_F(Framing, FailedSendIsLoggedWithTheMessageIdAndWithoutALinkEverySendFails) {
     link.SetSendResult(0);
     const std::string frame = COcppProtocol20::Reset("lost-1", 0);
     EXPECT_EQ(OcppProtocol_SendMessage(frame.c_str(), static_cast<int>(frame.size())), 0);
     EXPECT_TRUE(log.Contains("Send msg to csms failed => Identify:lost-1 msglen"));
-}
 
-TEST_F(Framing, WithoutALinkEverySendReportsFailure) {
+    // Without a link at all, every send reports failure.
     COcppSendSeam::Reset();
-    const std::string frame = COcppProtocol20::HeartbeatReq();
-    EXPECT_EQ(OcppProtocol_SendMessage(frame.c_str(), static_cast<int>(frame.size())), 0);
+    const std::string heartbeat = COcppProtocol20::HeartbeatReq();
+    EXPECT_EQ(OcppProtocol_SendMessage(heartbeat.c_str(), static_cast<int>(heartbeat.size())), 0);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
     char answer[kOcppResponseBufferLen] = {0};
     int answerLen = 0;
-    EXPECT_EQ(OcppProtocol_SendMessage(frame.c_str(), static_cast<int>(frame.size()), answer, &answerLen), 0);
+    EXPECT_EQ(OcppProtocol_SendMessage(heartbeat.c_str(), static_cast<int>(heartbeat.size()), answer, &answerLen), 0);
 }
 
 TEST_F(Framing, RequestWaitsOnlyUnderTheTwoZeroEngines) {

@@ -148,24 +148,18 @@ TEST(ModelWriting, DataTransferDataKeepsItsJsonKind) {
     EXPECT_STREQ(PayloadOf(models::to_string(d, "", ""))["data"].GetString(), "123");
 }
 
-TEST(RpcFrame, ErrorCodeOutsideTheListIsAGenericError) {
-    EXPECT_STREQ(Base::ErrorCodeText(12), "GenericError");
+TEST(RpcFrame, NormalizeExtractReturnsTheCompactPayloadAndACallErrorsDescription) {
+    EXPECT_STREQ(Base::ErrorCodeText(12), "GenericError") << "a code outside the list";
     EXPECT_EQ(sizeof(RESPONSEERRORCODE), 4u);
-}
-
-TEST(RpcFrame, NormalizeExtractPutsACallErrorsDescriptionInTheDetails) {
     Base b;
-    const std::string payload = b.NormalizeExtract(std::string(R"([4,"e1","NotSupported","no such thing",{"x":1}])"));
+    std::string payload = b.NormalizeExtract(std::string(R"([4,"e1","NotSupported","no such thing",{"x":1}])"));
     EXPECT_EQ(b.messageType, 4);
     EXPECT_EQ(b.messageId, "e1");
     EXPECT_EQ(b.errorCode, "NotSupported");
     EXPECT_EQ(b.errorDetails, "no such thing");
     EXPECT_EQ(payload, std::string("{}\0", 3)) << "the trailing newline is overwritten with a NUL in place";
-}
 
-TEST(RpcFrame, NormalizeExtractReturnsTheCompactPayload) {
-    Base b;
-    std::string payload = b.NormalizeExtract(std::string("[2, \"c1\", \"Reset\", {\"type\" : \"Immediate\"}]"));
+    payload = b.NormalizeExtract(std::string("[2, \"c1\", \"Reset\", {\"type\" : \"Immediate\"}]"));
     EXPECT_EQ(b.action, "Reset");
     EXPECT_EQ(std::string(payload.c_str()), R"({"type":"Immediate"})");
     EXPECT_EQ(payload.back(), '\0');

@@ -111,13 +111,17 @@ TEST_F(Reservations, ExpiredReservationsAreGoneAtLookupAndAfterRestart) {
     EXPECT_EQ(store->Count(), 0u);
 }
 
-TEST_F(Reservations, FileWithMoreThanAThousandReservationsIsNotLoadedAtAll) {
+TEST_F(Reservations, AThousandLiveReservationsRefuseTheNextButAcceptAReplacementAndAFileOfMoreIsNotLoaded) {
     WriteText(path, FileOf(1000, now + 600));
-    EXPECT_EQ(Open()->Count(), 1000u);
+    CReservationManager* store = Open();
+    EXPECT_EQ(store->Count(), 1000u);
+    EXPECT_EQ(store->AddReservationItem(Item(5000, now + 600)), 0);
+    EXPECT_EQ(store->AddReservationItem(Item(7, now + 900, "NEW")), 1) << "same id replaces";
+    EXPECT_EQ(Reopen()->Count(), 1000u);
 
     CReservationManager::Release();
     WriteText(path, FileOf(1001, now + 600));
-    CReservationManager* store = CReservationManager::GetInstance();
+    store = CReservationManager::GetInstance();
     EXPECT_EQ(store->SetStoreFile(path), 0);
     EXPECT_EQ(store->Count(), 0u);
     EXPECT_TRUE(log.Contains("预约数量异常(1001)，限制范围[0-1000]"));
@@ -140,15 +144,6 @@ TEST_F(Reservations, ReservationsThatExpireOneAfterAnotherNeverOutgrowWhatTheNex
     EXPECT_EQ(store->GetReservationItem(2000, nullptr), 1);
 }
 
-TEST_F(Reservations, AThousandLiveReservationsRefuseTheNextButAcceptAReplacement) {
-    WriteText(path, FileOf(1000, now + 600));
-    CReservationManager* store = Open();
-    EXPECT_EQ(store->AddReservationItem(Item(5000, now + 600)), 0);
-    EXPECT_EQ(store->AddReservationItem(Item(7, now + 900, "NEW")), 1) << "same id replaces";
-    store = Reopen();
-    EXPECT_EQ(store->Count(), 1000u);
-}
-
 TEST_F(Reservations, CorruptFileOrBadEntriesLeaveAWorkingStore) {
     WriteText(path, "[{\"id\":1,\"tokentype\":1,\"tok");
     CReservationManager* store = CReservationManager::GetInstance();
@@ -168,25 +163,39 @@ TEST_F(Reservations, CorruptFileOrBadEntriesLeaveAWorkingStore) {
 TEST_F(Reservations, PowerCutBeforeRenameKeepsThePreviousFile) {
     CReservationManager* store = Open();
     store->AddReservationItem(Item(1, now + 600));
-    const std::string before = ReadText(path);
     // What a cut during a write leaves behind: a half-written temporary file.
     WriteText(path + "1", "[{\"id\":2,\"tokent");
     store = Reopen();
     EXPECT_EQ(store->Count(), 1u);
     EXPECT_EQ(store->GetReservationItem(1, nullptr), 1);
+    ASSERT_EQ(store->AddReservationItem(Item(2, now + 600)), 1) << "a stray temporary file must not block later writes";
+    EXPECT_EQ(Reopen()->Count(), 2u);
+    const std::string written = ReadText(path);
 
     // A write that cannot even create its temporary file leaves the store untouched.
     unlink((path + "1").c_str());
     ASSERT_EQ(mkdir((path + "1").c_str(), 0755), 0);
     EXPECT_EQ(store->AddReservationItem(Item(9, now + 600)), 0);
     EXPECT_TRUE(log.Contains("SyncToFile: openat(" + path + "1) failed errno="));
-    EXPECT_EQ(ReadText(path), before);
+    EXPECT_EQ(ReadText(path), written);
+    EXPECT_EQ(store->GetReservationItem(9, nullptr), 1) << "memory keeps the change";
     rmdir((path + "1").c_str());
 }
 
-TEST_F(Reservations, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
-    ResetSdkState();
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+// The CSMS and the host reach the store through the 2.0.1 engine.
+class ReservationMessages : public Reservations {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    }
+    void TearDown() override {
+        Reservations::TearDown();
+        ResetSdkState();
+    }
+};
+
+TEST_F(ReservationMessages, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
     RecordingHost host;
     RecordingLink link;
     CReservationManager* store = Open();
@@ -205,12 +214,9 @@ TEST_F(Reservations, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
     EXPECT_EQ(Ocpp20Protocol_ReserveNow("rn-1", 3), 1);
     EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos);
     EXPECT_EQ(Reopen()->GetReservationItem(12, nullptr), 1);
-    ResetSdkState();
 }
 
-TEST_F(Reservations, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
-    ResetSdkState();
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+TEST_F(ReservationMessages, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
     RecordingLink link;
     CReservationManager* store = Open();
     store->AddReservationItem(Item(5, now + 600));
@@ -230,7 +236,6 @@ TEST_F(Reservations, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
     store->AddReservationItem(Item(7, now + 600));
     EXPECT_EQ(Ocpp20Protocol_ReservationStatusUpdate(7, 9), 0);
     EXPECT_EQ(store->GetReservationItem(7, nullptr), 1);
-    ResetSdkState();
 }
 
 TEST_F(Reservations, ReservedEvseStartsOnlyForItsTokenOrItsGroup) {

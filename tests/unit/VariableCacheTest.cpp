@@ -147,8 +147,6 @@ TEST_F(VariableStore, SetVariablesEntryStatusesAtTheStore) {
         {Var("AuthCtrlr", "NoSuchVariable", "true"), VARIABLESTATUS_UNKNOWNVARIABLE},
         {target, VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE},
         {Var("HostCtrlr", "Brightness", "80"), VARIABLESTATUS_HOSTDECIDE},
-        // The connection manager refuses priority lists it cannot apply.
-        {Var("OCPPCommCtrlr", "NetworkConfigurationPriority", "9"), VARIABLESTATUS_REJECTED},
     };
     for (const Case& c : cases) {
         VariableDataItem20 item = c.item;
@@ -198,20 +196,6 @@ TEST_F(VariableStore, ChangedVariableMovesToTheEndAndIsWrittenOncePerChange) {
     EXPECT_STREQ(all.back().variableName, "OfflineThreshold");
     EXPECT_EQ(all.back().mode, VARIABLEMODE_READWRITE);
     EXPECT_EQ(Reopen()->OCPPCommCtrlrOfflineThreshold(), 20);
-}
-
-TEST_F(VariableStore, PowerCutBeforeRenameLeavesThePreviousStoreLoadable) {
-    CVariableCache* cache = Open();
-    ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "25")}), 1);
-    const std::string good = ReadText(path);
-    // A rewrite cut short: half a temporary file next to the intact store.
-    WriteText(path + "1", good.substr(0, good.size() / 2));
-
-    cache = Reopen();
-    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 25);
-    EXPECT_EQ(cache->GetFullVariables().size(), 64u);
-    ASSERT_EQ(cache->SetVariables({Var("OCPPCommCtrlr", "OfflineThreshold", "26")}), 1);
-    EXPECT_EQ(Reopen()->OCPPCommCtrlrOfflineThreshold(), 26) << "a stray temporary file must not block later writes";
 }
 
 TEST_F(VariableStore, FailedRewriteKeepsTheOldFileAndTheChangeInMemory) {

@@ -7,6 +7,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "TestSupport.h"
 #include "Util/Tools.h"
@@ -25,6 +26,12 @@ bool ConnectToCsms(CWebSocketClient& client, RecordingClientEvents& link, Record
     client.SetNamePwd("CP001", "secret");
     if (!client.Init(Url(csms.Port()).c_str(), &link, timeoutSec)) return false;
     return WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000) && csms.WaitSession();
+}
+
+// The bare server needs no credentials.
+bool ConnectToRaw(CWebSocketClient& client, RecordingClientEvents& link, RawWsServer& raw, int64_t timeoutSec = 5) {
+    return client.Init(Url(raw.Port()).c_str(), &link, timeoutSec) == 1 &&
+           WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000);
 }
 
 int64_t ElapsedMs(std::chrono::steady_clock::time_point since) {
@@ -49,30 +56,39 @@ std::future<int> RequestAsync(CWebSocketClient& client, const std::string& id) {
 // Every test declares its RecordingClientEvents before the client: upcalls may come until the client
 // has closed, which its destructor does last.
 
+namespace {
+// A client linked to the library's own server playing the CSMS; the clock is restored afterwards.
+class WebSocketCsms : public ::testing::Test {
+protected:
+    bool Connect(int64_t timeoutSec = 5) { return csms.Started() && ConnectToCsms(client, link, csms, timeoutSec); }
+    ClockGuard clock;
+    RecordingCsms csms;
+    RecordingClientEvents link;
+    CWebSocketClient client;
+};
+}  // namespace
+
 TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
+    const struct {
+        const char* url;
+        const char* protocol;
+        const char* host;
+        int port;  // no port means 80, even for TLS profiles
+        const char* path;
+    } shapes[] = {
+        {"ocpp2.0.1://csms.example.com:443/ocpp/CP1", "ocpp2.0.1", "csms.example.com", 443, "ocpp/CP1"},
+        {"ocpp2.0.1://host/ocpp/CP1", "ocpp2.0.1", "host", 80, "ocpp/CP1"},
+        {"ocpp1.6://10.0.0.5:8180", "ocpp1.6", "10.0.0.5", 8180, ""},
+        {"ocpp1.6://bare-host", "ocpp1.6", "bare-host", 80, ""},
+    };
     WebSocketUrlInfo u;
-    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp2.0.1://csms.example.com:443/ocpp/CP1", u), 1);
-    EXPECT_STREQ(u.szProtocol, "ocpp2.0.1");
-    EXPECT_STREQ(u.szHost, "csms.example.com");
-    EXPECT_EQ(u.iPort, 443);
-    EXPECT_STREQ(u.szPath, "ocpp/CP1");
-
-    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp2.0.1://host/ocpp/CP1", u), 1);
-    EXPECT_STREQ(u.szHost, "host");
-    EXPECT_EQ(u.iPort, 80) << "no port means 80, even for TLS profiles";
-    EXPECT_STREQ(u.szPath, "ocpp/CP1");
-
-    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp1.6://10.0.0.5:8180", u), 1);
-    EXPECT_STREQ(u.szProtocol, "ocpp1.6");
-    EXPECT_STREQ(u.szHost, "10.0.0.5");
-    EXPECT_EQ(u.iPort, 8180);
-    EXPECT_STREQ(u.szPath, "");
-
-    ASSERT_EQ(CWebSocketClient::GetUrlInfo("ocpp1.6://bare-host", u), 1);
-    EXPECT_STREQ(u.szHost, "bare-host");
-    EXPECT_EQ(u.iPort, 80);
-    EXPECT_STREQ(u.szPath, "");
-
+    for (const auto& shape : shapes) {
+        ASSERT_EQ(CWebSocketClient::GetUrlInfo(shape.url, u), 1) << shape.url;
+        EXPECT_STREQ(u.szProtocol, shape.protocol);
+        EXPECT_STREQ(u.szHost, shape.host);
+        EXPECT_EQ(u.iPort, shape.port) << shape.url;
+        EXPECT_STREQ(u.szPath, shape.path);
+    }
     EXPECT_EQ(CWebSocketClient::GetUrlInfo("no scheme at all", u), 0);
     EXPECT_EQ(CWebSocketClient::GetUrlInfo(nullptr, u), 0);
     // An over-long host must be cut, not overrun the 256-byte field.
@@ -83,14 +99,10 @@ TEST(WebSocketUrl, SubprotocolHostPortAndPathComeFromTheFourUrlShapes) {
 
 TEST(WebSocketPing, IntervalHasAThirtySecondFloorAndZeroDisables) {
     CWebSocketClient client;
-    client.SetPingInterval(10);
-    EXPECT_EQ(client.GetPingInterval(), 30);
-    client.SetPingInterval(-5);
-    EXPECT_EQ(client.GetPingInterval(), 30);
-    client.SetPingInterval(0);
-    EXPECT_EQ(client.GetPingInterval(), 0);
-    client.SetPingInterval(45);
-    EXPECT_EQ(client.GetPingInterval(), 45);
+    for (const auto& set : std::vector<std::pair<int, int>>{{10, 30}, {-5, 30}, {0, 0}, {45, 45}}) {
+        client.SetPingInterval(set.first);
+        EXPECT_EQ(client.GetPingInterval(), set.second) << set.first;
+    }
 }
 
 TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthOnlyWithCredentials) {
@@ -122,13 +134,9 @@ TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthOnlyWithCreden
     }
 }
 
-TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
-    RecordingCsms csms;
-    ASSERT_TRUE(csms.Started());
-    RecordingClientEvents link;
-    CWebSocketClient client;
+TEST_F(WebSocketCsms, ConnectsReportsOnceAndExchangesFramesBothWays) {
     const int64_t before = CTools::GetCurRunTimeSec();
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    ASSERT_TRUE(Connect());
     EXPECT_EQ(link.connected, 1);
     EXPECT_EQ(link.errors, 0);
     EXPECT_GE(client.GetLastOperateTimeSec(), before);
@@ -153,17 +161,21 @@ TEST(WebSocketLink, ConnectsReportsOnceAndExchangesFramesBothWays) {
     EXPECT_EQ(link.errors, 0) << "closing on purpose is not a connection loss";
 }
 
-TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndClearsLastOperateTime) {
+TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndFailsWaitingRequestsAtTheNextSweep) {
     RawWsServer raw;
     RecordingClientEvents link;
     CWebSocketClient client;
-    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
-    ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
+    ASSERT_TRUE(ConnectToRaw(client, link, raw, 60));
+    auto pending = RequestAsync(client, "in-flight");
+    ASSERT_TRUE(WaitFor([&] { return !raw.Received().empty(); }, 5000));
     raw.CloseConnection();
     ASSERT_TRUE(WaitFor([&] { return link.errors >= 1; }, 5000));
     EXPECT_EQ(client.IsWebSocketConnected(), 0);
     EXPECT_EQ(client.GetLastOperateTimeSec(), 0);
     EXPECT_EQ(Send(client, "[2,\"x\",\"Heartbeat\",{}]"), 0);
+    client.SweepTimeouts();
+    ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
+    EXPECT_EQ(pending.get(), 0);
     client.Close();
     EXPECT_EQ(link.errors, 1);
 }
@@ -217,8 +229,7 @@ TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     RawWsServer raw;
     RecordingClientEvents link;
     CWebSocketClient client;
-    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
-    ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
+    ASSERT_TRUE(ConnectToRaw(client, link, raw));
 
     // Text frame without FIN, a continuation, then the final continuation.
     ASSERT_TRUE(raw.SendFrame(0x01, "[2,\"frag-1\","));
@@ -241,17 +252,15 @@ TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     EXPECT_EQ(link.Messages()[2], "[2,\"after\",\"Heartbeat\",{}]");
 }
 
-TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
-    RecordingCsms csms;
+TEST_F(WebSocketCsms, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpwardAndNeverOverrunsTheBuffer) {
     csms.onMessage = [&](const std::string& text) {
         if (text.find("\"req-7\"") != std::string::npos) {
             csms.Send("[3,\"unrelated\",{}]");
             csms.Send("[3,\"req-7\",{\"currentTime\":\"2024-01-01T00:00:00Z\"}]");
         }
+        if (text.find("\"req-big\"") != std::string::npos) csms.Send("[3,\"req-big\",{\"x\":\"0123456789\"}]");
     };
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    ASSERT_TRUE(Connect());
     const std::string request = "[2,\"req-7\",\"Heartbeat\",{}]";
     char answer[65535] = {0};
     int answerLen = 0;
@@ -262,14 +271,18 @@ TEST(WebSocketRequest, SynchronousRequestGetsItsAnswerWhichIsNotPassedUpward) {
     // The unmatched CALLRESULT goes up to the engine's own queue.
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
     EXPECT_EQ(link.Messages()[0], "[3,\"unrelated\",{}]");
+
+    // An answer larger than the caller's buffer is refused, not written past its end.
+    const std::string big = "[2,\"req-big\",\"Heartbeat\",{}]";
+    memset(answer, 0x5a, 16);
+    int capacity = 8;
+    EXPECT_EQ(client.SendMessage("req-big", big.c_str(), static_cast<int>(big.size()), answer, &capacity), 0);
+    for (size_t i = 8; i < 16; ++i) EXPECT_EQ(answer[i], 0x5a);
 }
 
-TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
-    RecordingCsms csms;
-    RecordingClientEvents link;
-    CWebSocketClient client;
+TEST_F(WebSocketCsms, HugeMessageTimeoutStillWaitsForTheAnswer) {
     // A deadline built from this wraps round unless the time-out is bounded.
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, std::numeric_limits<int64_t>::max() - 10));
+    ASSERT_TRUE(Connect(std::numeric_limits<int64_t>::max() - 10));
     std::future<int> sender = RequestAsync(client, "req-big");
     ASSERT_TRUE(csms.WaitMessageContaining("req-big"));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -278,28 +291,9 @@ TEST(WebSocketRequest, HugeMessageTimeoutStillWaitsForTheAnswer) {
     EXPECT_EQ(sender.get(), 1);
 }
 
-TEST(WebSocketRequest, AnswerLargerThanTheCallersBufferIsRefusedNotOverrun) {
-    RecordingCsms csms;
-    csms.onMessage = [&](const std::string& text) {
-        if (text.find("\"req-big\"") != std::string::npos) csms.Send("[3,\"req-big\",{\"x\":\"0123456789\"}]");
-    };
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
-    const std::string request = "[2,\"req-big\",\"Heartbeat\",{}]";
-    char answer[16];
-    memset(answer, 0x5a, sizeof(answer));
-    int capacity = 8;
-    EXPECT_EQ(client.SendMessage("req-big", request.c_str(), static_cast<int>(request.size()), answer, &capacity), 0);
-    for (size_t i = 8; i < sizeof(answer); ++i) EXPECT_EQ(answer[i], 0x5a);
-}
-
-TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
-    ClockGuard clock;
-    RecordingCsms csms;  // never answers
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, 5));
+TEST_F(WebSocketCsms, UnansweredRequestFailsAfterTheMessageTimeout) {
+    // The CSMS never answers.
+    ASSERT_TRUE(Connect(5));
     CTools::FreezeClock(true);
     auto pending = RequestAsync(client, "req-lost");
     ASSERT_TRUE(csms.WaitMessageContaining("req-lost"));
@@ -316,25 +310,12 @@ TEST(WebSocketRequest, UnansweredRequestFailsAfterTheMessageTimeout) {
     EXPECT_EQ(client.WaitingCount(), 0u);
 }
 
-TEST(WebSocketRequest, DuplicateMessageIdIsRefusedWhileTheFirstWaits) {
-    RecordingCsms csms;
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, 30));
-    auto first = RequestAsync(client, "dup");
-    ASSERT_TRUE(WaitFor([&] { return client.WaitingCount() == 1; }));
-    EXPECT_EQ(RequestAsync(client, "dup").get(), 0);
-    client.Close();
-    EXPECT_EQ(first.get(), 0);
-}
-
-TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
-    RecordingCsms csms;  // never answers
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, 60));
+TEST_F(WebSocketCsms, CloseReleasesABlockedSenderPromptlyAndADuplicateIdIsRefusedMeanwhile) {
+    // The CSMS never answers.
+    ASSERT_TRUE(Connect(60));
     auto pending = RequestAsync(client, "blocked");
     ASSERT_TRUE(csms.WaitMessageContaining("blocked"));
+    EXPECT_EQ(RequestAsync(client, "blocked").get(), 0);
     const auto start = std::chrono::steady_clock::now();
     client.Close();
     ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
@@ -343,27 +324,8 @@ TEST(WebSocketClose, CloseReleasesABlockedSenderPromptly) {
     EXPECT_EQ(client.WaitingCount(), 0u);
 }
 
-TEST(WebSocketClose, LostLinkFailsWaitingRequestsAtTheNextSweep) {
-    RawWsServer raw;
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 60), 1);
-    ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
-    auto pending = RequestAsync(client, "in-flight");
-    ASSERT_TRUE(WaitFor([&] { return raw.Payloads().size() == 1; }, 5000));
-    raw.CloseConnection();
-    ASSERT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
-    client.SweepTimeouts();
-    ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
-    EXPECT_EQ(pending.get(), 0);
-}
-
-TEST(WebSocketSweeper, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
-    ClockGuard clock;
-    RecordingCsms csms;
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms, 2));
+TEST_F(WebSocketCsms, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
+    ASSERT_TRUE(Connect(2));
     CTools::FreezeClock(true);
     ASSERT_TRUE(csms.Send("[2,\"csms-slow\",\"GetVariables\",{}]"));
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
@@ -390,16 +352,15 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     // Frozen before connecting: the link's last activity and the checks below
     // must see the same second, however slow the machine.
     CTools::FreezeClock(true);
-    ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
-    ASSERT_TRUE(WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000));
+    ASSERT_TRUE(ConnectToRaw(client, link, raw));
 
     CTools::AdvanceClockMs(30000);
     client.CheckPing();
     EXPECT_EQ(log.Count("LWS_WRITE_PING"), 0u) << "exactly the interval is not yet due";
     CTools::AdvanceClockMs(1000);
     client.CheckPing();
-    ASSERT_TRUE(WaitFor([&] { return !raw.Opcodes().empty(); }, 5000));
-    EXPECT_EQ(raw.Opcodes()[0], 0x9) << "a ping frame goes out";
+    ASSERT_TRUE(WaitFor([&] { return !raw.Received().empty(); }, 5000));
+    EXPECT_EQ(raw.Received()[0] & 0x0f, 0x9) << "a ping frame goes out first";
 
     ASSERT_TRUE(raw.SendFrame(0x81, "[2,\"still\",\"Heartbeat\",{}]"));
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
@@ -414,13 +375,10 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     EXPECT_EQ(link.errors, 1) << "a lost link is reported once";
 }
 
-TEST(WebSocketPing, AnsweredPingKeepsTheLinkUp) {
-    ClockGuard clock;
-    RecordingCsms csms;  // the library's server answers pings
-    RecordingClientEvents link;
-    CWebSocketClient client;
+TEST_F(WebSocketCsms, AnsweredPingKeepsTheLinkUp) {
+    // The library's server answers pings.
     client.SetPingInterval(30);
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+    ASSERT_TRUE(Connect());
     CTools::FreezeClock(true);
     for (int i = 0; i < 3; ++i) {
         LogCapture log;
@@ -444,12 +402,8 @@ TEST(WebSocketTls, HandshakeFailureTextsRaiseTheMatchingFlags) {
     EXPECT_EQ(CWebSocketClient::ClassifyTlsError(nullptr), 0);
 }
 
-TEST(WebSocketReceive, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
-    RecordingCsms csms;
-    ASSERT_TRUE(csms.Started());
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToCsms(client, link, csms));
+TEST_F(WebSocketCsms, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
+    ASSERT_TRUE(Connect());
 
     // Numbers that look integral but do not fit an int, and nesting past the reader's limit.
     const std::string hostile[] = {"[3000000000,\"x\",{}]", "[1e10,\"x\"]", "[-3000000000,\"x\",{\"idToken\":\"A\"}]",

@@ -1,8 +1,8 @@
 // Demonstration: a local CSMS (strict schema checks) and the station simulator
 // boot, exchange heartbeats and one GetVariables/SetVariables round; every
 // message is printed as it passes. Exits 0 when the whole round went through.
-import { startCsms } from './lib/csms.mjs';
-import { Station } from './lib/sim.mjs';
+import { startCsms } from '../../tests/e2e/lib/csms.mjs';
+import { Station } from '../../tests/e2e/lib/sim.mjs';
 
 const interval = 3;
 const show = (who, text, payload) =>
