@@ -222,7 +222,7 @@ TEST_F(Dispatch, MissingMemberIsPassedOnWithItsEmptyValue) {
 TEST_F(Dispatch, UnknownOrNotYetServedActionGetsNoAnswer) {
     Deliver(Call("u1", "MakeCoffee", "{}"));
     Deliver(Call("u2", "reset", R"({"type":"Immediate"})"));
-    Deliver(Call("u3", "ClearCache", "{}"));
+    Deliver(Call("u3", "ClearChargingProfile", "{}"));
     Drain();
     EXPECT_EQ(link.Count(), 0u);
     EXPECT_EQ(host.Count(), 0u);
