@@ -212,7 +212,8 @@ int Decide(const char* idToken, int tokenType) {
         } else {
             int answerStatus = AUTHORIZESTATUS_NONE;
             models::idTokenInfo_t info;
-            if (COcppProtocol20::AuthorizeResp(sent.answer, &answerStatus, &info) == 1) {
+            // A status outside the list is no answer.
+            if (COcppProtocol20::AuthorizeResp(sent.answer, &answerStatus, &info) == 1 && answerStatus >= 0) {
                 answered = true;
                 ReadIdTokenInfo(answerStatus, info, outcome);
             }

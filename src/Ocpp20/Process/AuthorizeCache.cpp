@@ -246,8 +246,10 @@ int CAuthorizeCache::IsTokenAccept(const char* token, int tokenType, int* status
 std::string CAuthorizeCache::GetGroupToken(const char* token) {
     const std::string text = token != nullptr ? token : "";
     OCPP_SECTION(&m_mutex);
+    // A list entry without a group leaves the cache's group to answer.
     std::list<std::string> rows = m_db.QuerySQL2Bind("select grouptoken from locallist where token=? limit 1", {text});
-    if (rows.empty()) rows = m_db.QuerySQL2Bind("select grouptoken from authorizecache where token=? limit 1", {text});
+    if (rows.empty() || rows.front().empty())
+        rows = m_db.QuerySQL2Bind("select grouptoken from authorizecache where token=? limit 1", {text});
     return rows.empty() ? std::string() : rows.front();
 }
 
