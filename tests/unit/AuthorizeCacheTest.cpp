@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "AuthorizeFixture.h"
+#include "Ocpp20/Process/VariableCustom.h"
 
 using namespace ocpptest;
 
@@ -100,4 +101,20 @@ TEST_F(AuthorizeStore, ReopeningTheSameFileKeepsTheRowsAndANewConnectionStartsEm
     EXPECT_NE(store->GetAuthorizeCacheItem("CARD", kISO14443), nullptr) << "rows survive a restart";
     ASSERT_EQ(store->SetStoreFile(dir.file("other.db")), 1);
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443), nullptr);
+}
+
+TEST_F(AuthorizeStore, ListContentReadsAndReplacesTheHostsTokenList) {
+    ASSERT_EQ(store->UpdateLocalList(4, {Item("OLD", kISO14443, 0)}, 1), 1);
+    VariableDataItem20 list = VariableDataItem20::Make("LocalAuthListCtrlr", "ListContent");
+    CTools::CopyField(list.attributeValue,
+                      R"([{"idToken":"N'EW","type":"ISO14443","status":"Blocked","groupIdToken":"G",)"
+                      R"("ExpiryDateTime":"2030-01-01T00:00:00.000Z"}])");
+    ASSERT_EQ(CVariableCustom::GetInstance()->SetCustomVariable(list), 1);
+    EXPECT_EQ(store->GetLocalListItem("OLD", kISO14443), nullptr);
+    EXPECT_EQ(store->GetLocalListVersion(), 4);
+    EXPECT_EQ(CVariableCustom::GetInstance()->GetCustomVariable(list),
+              R"([{"ExpiryDateTime":"2030-01-01T00:00:00.000Z","groupIdToken":"G","idToken":"N'EW",)"
+              R"("status":"Blocked","type":"ISO14443"}])");
+    EXPECT_TRUE(EntriesReach(2));
+    CVariableCustom::Release();
 }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <condition_variable>
 #include <future>
 #include <memory>
@@ -165,6 +166,13 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
     CsmsSays("Blocked", ",\"cacheExpiryDateTime\":\"2030-01-01T00:00:00.000Z\"");
     EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("OTHER", kISO14443), kBlocked);
     EXPECT_EQ(store->GetAuthorizeCacheItem("OTHER", kISO14443)->expiryTime, 1893456000);
+
+    // With certificate data: cached the same way; no answer is Invalid.
+    CsmsSays("Accepted");
+    EXPECT_EQ(Ocpp20Protocol_AuthorizeWithCertificate(kISO14443, "CERT", "-----BEGIN CERTIFICATE-----"), 0);
+    EXPECT_EQ(store->GetAuthorizeCacheItem("CERT", kISO14443)->expiryTime, CTools::CurTimeSec() + 600);
+    link.Answer(nullptr);
+    EXPECT_EQ(Ocpp20Protocol_AuthorizeWithCertificate(kISO14443, "CERT", "-----BEGIN CERTIFICATE-----"), kInvalid);
 }
 
 TEST_F(Authorize, AnotherThreadsLocalListLookupIsNotHeldUpByAnAuthorizeWaitingOnASilentCsms) {
@@ -221,6 +229,22 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
                                                          Entry("D", "Accepted")}));
     EXPECT_EQ(Answered(), "Failed") << "more entries than ItemsPerMessage";
     EXPECT_EQ(store->GetLocalListVersion(), 4);
+
+    // The Entries maximum counts what the list will hold, the version row left out.
+    VariableDataItem limit;
+    std::memset(&limit, 0, sizeof limit);
+    CTools::CopyField(limit.componentName, "LocalAuthListCtrlr");
+    CTools::CopyField(limit.variableName, "Entries");
+    limit.dataType = 2;
+    limit.limitFlag = 2;
+    limit.maxLimit = 2;
+    ASSERT_EQ(CVariableCharacteristics::GetInstance()->AddVariableCharacteristics(limit), 1);
+    Set("LocalAuthListCtrlr", "ItemsPerMessage", "0");
+    Deliver("s7", "SendLocalList", LocalList(5, "Differential", {Entry("D", "Accepted"), Entry("E", "Accepted")}));
+    EXPECT_EQ(Answered(), "Failed") << "1 stored + 2 new over a maximum of 2";
+    Deliver("s8", "SendLocalList", LocalList(5, "Differential", {Entry("C", ""), Entry("D", "Accepted")}));
+    EXPECT_EQ(Answered(), "Accepted") << "a removal is not counted";
+    EXPECT_TRUE(EntriesReach(2));
 
     Set("LocalAuthListCtrlr", "Enabled", "false");
     Deliver("s6", "SendLocalList", LocalList(7, "Full", {Entry("A", "Accepted")}));
