@@ -19,7 +19,8 @@ async function listed(station) {
 }
 
 test('online: Authorize answers are cached, the CSMS keeps the local list and clears the cache', async (t) => {
-  const s = await connect(t, { interval: 60 });
+  // Every library log line is shown, to check that none carries a token in clear.
+  const s = await connect(t, { interval: 60 }, { logLevel: 0 });
   await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
   const { client } = s.csms;
   const authorizes = () => s.csms.callsOf('Authorize').length;
@@ -76,6 +77,11 @@ test('online: Authorize answers are cached, the CSMS keeps the local list and cl
   });
   assert.equal(set.setVariableResult[0].attributeStatus, 'Accepted');
   assert.equal((await client.call('ClearCache', {})).status, 'Rejected');
+
+  const logged = s.station.events.filter((e) => e.event === 'log').map((e) => e.text);
+  assert.ok(logged.some((text) => text.includes('Token:<')), 'the decision is logged');
+  const clear = logged.filter((text) => /CARD-1|BLOCKED-1|SHORT-1|LIST-[ABC]|O'NEIL|D'ARCY/.test(text));
+  assert.deepEqual(clear, [], 'log lines show idTokens only as their hash');
 });
 
 test('offline: an unknown token passes only with OfflineTxForUnknownIdEnabled, a blocked one never', async (t) => {
