@@ -154,9 +154,11 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
     EXPECT_EQ(store->GetGroupToken("CARD"), "FLEET");
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
     const std::string record = host.Records().back().bytes;
-    const PersonalMsg* msg = reinterpret_cast<const PersonalMsg*>(record.data());
-    EXPECT_STREQ(msg->content, "Hello");
-    EXPECT_EQ(msg->format, 3);
+    ASSERT_EQ(record.size(), sizeof(PersonalMsg));
+    PersonalMsg msg;
+    std::memcpy(&msg, record.data(), sizeof msg);
+    EXPECT_STREQ(msg.content, "Hello");
+    EXPECT_EQ(static_cast<int>(msg.format), 3);
 
     // Pre-authorized from the cache: the CSMS is not asked again.
     EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), 0);
