@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Ocpp20/OcppProtocol20.h"
+#include "Ocpp20/PricePlugInRecords.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "OcppProtocol/MessageCallBack.h"
@@ -23,33 +24,6 @@ thread_local AUTHORIZESOURCE t_source = AUTHORIZESOURCE_NONE;
 
 const char kPricePlugIn[] = "PlugInCaliforniaPrice";
 
-// The pricing plug-in's protocol: a request of kind 3 carries the raw
-// Authorize answer; the plug-in reads it by its market's rules.
-const int32_t kPriceAuthorizeKind = 3;
-const int kPriceLines = 4;
-#pragma pack(push, 1)
-struct PriceAuthorizeRequestHead {
-    int32_t kind;
-    int32_t length;  // answer text that follows, at most 65535 bytes
-};
-struct PriceLine {
-    char language[9];
-    char text[513];
-};
-struct PriceAuthorizeAnswer {
-    int32_t status;       // AuthorizationStatusEnumType order; 255 none
-    int32_t cacheExpiry;  // Unix seconds; 0 absent
-    char groupIdToken[37];
-    int32_t hasPersonalMessage;
-    int32_t messageFormat;
-    char language[9];
-    char content[513];
-    int32_t hasPriceMessage;
-    char priceText[256];
-    int32_t lineCount;
-    PriceLine lines[kPriceLines];
-};
-#pragma pack(pop)
 
 // What one answer to an Authorize says.
 struct AuthorizeOutcome {
@@ -91,15 +65,18 @@ bool ReadWithPricePlugIn(const char* answer, int answerLen, const char* idToken,
     PriceAuthorizeRequestHead head{kPriceAuthorizeKind, length};
     std::memcpy(request.data(), &head, sizeof head);
     std::memcpy(request.data() + sizeof head, answer, static_cast<size_t>(length));
-    PriceAuthorizeAnswer reply{};
-    int replyLen = sizeof reply;
+    // The manager keeps one byte of the buffer for a terminating NUL.
+    std::vector<char> buffer(sizeof(PriceAuthorizeAnswer) + 1, 0);
+    int replyLen = static_cast<int>(buffer.size());
     CPlugInManager* plugins = CPlugInManager::GetInstance();
     if (plugins->UsePlugIn(kPricePlugIn) != 1 ||
-        plugins->SendMsgToPlugIn(kPricePlugIn, request.data(), static_cast<int>(request.size()),
-                                 reinterpret_cast<char*>(&reply), &replyLen) != 1 ||
-        replyLen < static_cast<int>(sizeof reply)) {
+        plugins->SendMsgToPlugIn(kPricePlugIn, request.data(), static_cast<int>(request.size()), buffer.data(),
+                                 &replyLen) != 1 ||
+        replyLen < static_cast<int>(sizeof(PriceAuthorizeAnswer))) {
         return false;
     }
+    PriceAuthorizeAnswer reply;
+    std::memcpy(&reply, buffer.data(), sizeof reply);
     out.status = reply.status;
     out.expiry = reply.cacheExpiry;
     out.groupToken.assign(reply.groupIdToken, strnlen(reply.groupIdToken, sizeof reply.groupIdToken));

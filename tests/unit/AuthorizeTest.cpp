@@ -14,6 +14,7 @@
 #include "AuthorizeFixture.h"
 #include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/MessageCallBack.h"
+#include "Process/PlugInManager.h"
 #include "RecordingLink.h"
 
 using namespace ocpptest;
@@ -175,6 +176,30 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
     EXPECT_EQ(store->GetAuthorizeCacheItem("CERT", kISO14443)->expiryTime, CTools::CurTimeSec() + 600);
     link.Answer(nullptr);
     EXPECT_EQ(Ocpp20Protocol_AuthorizeWithCertificate(kISO14443, "CERT", "-----BEGIN CERTIFICATE-----"), kInvalid);
+}
+
+TEST_F(Authorize, WithThePricingPlugInListedItsReadingOfTheAnswerIsCachedAndItsTextsReachTheHost) {
+    RecordingHost host;
+    const std::string list = dir.file("pluginlist.json");
+    WriteText(list, std::string(R"([{"name":"PlugInCaliforniaPrice","path":")") + OCPP_TEST_PRICE_PLUGIN_PATH +
+                        R"(","autorun":false}])");
+    ASSERT_EQ(CPlugInManager::GetInstance()->ReadAllPlugInInfo(list), 1);
+    Online(true);
+    CsmsSays("Accepted");
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), kBlocked) << "the plug-in's status, not the CSMS's";
+    EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443)->expiryTime, 1893456000);
+    EXPECT_EQ(store->GetGroupToken("CARD"), "PRICEGRP");
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CALIFORNIACUSTOMMSG));
+    for (const HostRecord& record : host.Records()) {
+        if (record.type != SERVERRECVTYPE_CALIFORNIACUSTOMMSG) continue;
+        CaliforNiaCustomMsg price;
+        ASSERT_EQ(record.bytes.size(), sizeof price);
+        std::memcpy(&price, record.bytes.data(), sizeof price);
+        EXPECT_STREQ(price.idToken, "CARD");
+        EXPECT_STREQ(price.content, R"({"lines":[{"language":"en","text":"peak"}],"text":"0.30/kWh"})");
+    }
+    CPlugInManager::Release();
 }
 
 TEST_F(Authorize, AnotherThreadsLocalListLookupIsNotHeldUpByAnAuthorizeWaitingOnASilentCsms) {
