@@ -27,6 +27,7 @@ test('online: Authorize answers are cached, the CSMS keeps the local list and cl
   const answers = new Map([
     ['BLOCKED-1', { idTokenInfo: { status: 'Blocked' } }],
     ['SHORT-1', { idTokenInfo: { status: 'Accepted', cacheExpiryDateTime: inSeconds(2) } }],
+    ['HELLO-1', { idTokenInfo: { status: 'Accepted', personalMessage: { format: 'UTF8', content: 'Welcome back' } } }],
   ]);
   s.csms.handle('Authorize', ({ params }) => answers.get(params.idToken.idToken) ?? { idTokenInfo: { status: 'Accepted' } });
 
@@ -35,6 +36,8 @@ test('online: Authorize answers are cached, the CSMS keeps the local list and cl
   assert.deepEqual(await authorize(s.station, 'CARD-1'), ['Accepted', 'cache']);
   assert.equal(authorizes(), 1);
   assert.deepEqual(await authorize(s.station, 'BLOCKED-1'), ['Blocked', 'csms']);
+  assert.deepEqual(await authorize(s.station, 'HELLO-1'), ['Accepted', 'csms']);
+  assert.equal((await s.station.waitFor({ event: 'record', name: 'PersonalMsg' })).content, 'Welcome back');
 
   // A cached entry past its expiry answers Expired once post-authorization is off.
   assert.deepEqual(await authorize(s.station, 'SHORT-1'), ['Accepted', 'csms']);
@@ -80,7 +83,7 @@ test('online: Authorize answers are cached, the CSMS keeps the local list and cl
 
   const logged = s.station.events.filter((e) => e.event === 'log').map((e) => e.text);
   assert.ok(logged.some((text) => text.includes('Token:<')), 'the decision is logged');
-  const clear = logged.filter((text) => /CARD-1|BLOCKED-1|SHORT-1|LIST-[ABC]|O'NEIL|D'ARCY/.test(text));
+  const clear = logged.filter((text) => /CARD-1|BLOCKED-1|SHORT-1|HELLO-1|LIST-[ABC]|O'NEIL|D'ARCY/.test(text));
   assert.deepEqual(clear, [], 'log lines show idTokens only as their hash');
 });
 
