@@ -1,13 +1,10 @@
 #include "Ocpp20/Process/AuthorizeCache.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 
 #include "Ocpp20/Process/VariableCache.h"
 #include "Util/CriticalSectionManager.h"
-#include "Util/FileUtil.h"
 #include "Util/Thread.h"
 #include "Util/Tools.h"
 
@@ -85,9 +82,9 @@ int CAuthorizeCache::SetStoreFile(const std::string& path) {
     m_db.CloseDB();
     m_path.clear();
     if (path.empty()) return 0;
-    const bool isNew = access(path.c_str(), W_OK) != 0;
     if (m_db.OpenDB(path) != 1) return 0;
-    if (isNew) CreateTables();
+    // Also for a file that exists: one left empty by a start that failed has no tables yet.
+    CreateTables();
     // Lookups go by (token, tokentype): without an index they read every row.
     // Files made before the indexes existed get them too; a no-op otherwise.
     m_db.ExecuteSQL("create index if not exists authorizecache_token on authorizecache(token, tokentype)");
