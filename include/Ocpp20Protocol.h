@@ -101,6 +101,27 @@ OCPP_API int Ocpp20Protocol_UpdateFirmware(const char* messageId, int status);
  * told and the library forgets the reservation. 1 when the CSMS answered. */
 OCPP_API int Ocpp20Protocol_ReservationStatusUpdate(int reservationId, int status);
 
+/* ---- authorization ---- */
+
+/* Where the calling thread's last authorization decision came from. */
+typedef enum {
+    AUTHORIZESOURCE_NONE = 0,          /* no decision: unknown token, nothing answered */
+    AUTHORIZESOURCE_EXEMPT = 1,        /* authorization disabled, or a NoAuthorization token */
+    AUTHORIZESOURCE_LOCALLIST = 2,
+    AUTHORIZESOURCE_CACHE = 3,
+    AUTHORIZESOURCE_OFFLINEUNKNOWN = 4, /* offline, unknown token let through by OfflineTxForUnknownIdEnabled */
+    AUTHORIZESOURCE_CSMS = 5            /* answered by the CSMS */
+} AUTHORIZESOURCE;
+
+/* Decides whether a token may charge, online or offline, as the device model
+ * prescribes. Blocks up to the message time-out when the CSMS is asked.
+ * Returns an AuthorizationStatusEnumType index (Accepted 0 ... Unknown 9), or
+ * 255 when nothing is known about the token. */
+OCPP_API int Ocpp20ProtocolPrivate_Authorize(const char* idToken, int idTokenType);
+OCPP_API AUTHORIZESOURCE Ocpp20ProtocolPrivate_GetAuthorizeSource(void);
+/* Authorize with ISO 15118 certificate data (PEM); the status, or 4 (Invalid) without an answer. */
+OCPP_API int Ocpp20Protocol_AuthorizeWithCertificate(int idTokenType, const char* idToken, const char* certificate);
+
 OCPP_EXTERN_C_END
 
 #endif

@@ -204,6 +204,41 @@ typedef enum {
 OCPP_API int OcppProtocol_StatusNotification(int evseId, int connectorId, CONNECTORERRORCODE errorCode,
                                              CONNECTORSTATUS status);
 
+/* ---- authorization lists ---- */
+
+#pragma pack(push, 1)
+/* One token of the local authorization list as the host reads and writes it. */
+typedef struct {
+    char token[37];
+    int32_t tokenType;  /* IdTokenEnumType: Central 0, eMAID 1, ISO14443 2, ISO15693 3, KeyCode 4, Local 5,
+                           MacAddress 6, NoAuthorization 7 */
+    int32_t status;     /* AuthorizationStatusEnumType: Accepted 0, Blocked 1, ConcurrentTx 2, Expired 3, Invalid 4,
+                           NoCredit 5, NotAllowedTypeEVSE 6, NotAtThisLocation 7, NotAtThisTime 8, Unknown 9 */
+    int32_t expiryTime; /* Unix seconds; 0 never expires */
+    char groupToken[37];
+} TokenWhiteItem;
+OCPP_STATIC_ASSERT(sizeof(TokenWhiteItem) == 86, "TokenWhiteItem must be 86 bytes");
+
+/* One additional identifier of a token (AdditionalInfoType). */
+typedef struct {
+    char additionalIdToken[37];
+    char type[51];
+} TokenAdditionalInfoItem;
+OCPP_STATIC_ASSERT(sizeof(TokenAdditionalInfoItem) == 88, "TokenAdditionalInfoItem must be 88 bytes");
+#pragma pack(pop)
+
+/* Copies up to `capacity` tokens of the local list into `items` (may be null)
+ * and returns how many the list holds; -1 when no OCPP 2.0.1 store is open. */
+OCPP_API int OcppProtocol_GetTokenWhiteItems(TokenWhiteItem* items, int capacity);
+/* Replaces every token of the local list (its version stays); 1 on success. */
+OCPP_API int OcppProtocol_SetTokenWhiteItems(const TokenWhiteItem* items, int count);
+/* Replaces the additional identifiers kept for one token; 1 on success. */
+OCPP_API int OcppProtocol_SetTokenAdditionalInfoItems(const char* token, const TokenAdditionalInfoItem* items,
+                                                      int count);
+/* Hands the V2G white list to the "PlugInV2gCustom" plug-in (OCPP 2.1 only);
+ * the plug-in's result, or 0. */
+OCPP_API int OcppProtocol_SetV2GCustomWhiteList(const char* list, int length);
+
 OCPP_EXTERN_C_END
 
 #endif

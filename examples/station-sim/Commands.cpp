@@ -3,6 +3,8 @@
 #include <fstream>
 #include <sstream>
 
+#include <Ocpp20Protocol.h>
+
 #include "Sim.h"
 
 namespace sim {
@@ -85,6 +87,84 @@ int RequestProfileCommand(const Json::Value& cmd, std::string* error) {
                                                cmd.get("controlMode", 0).asInt(), cmd.get("departureTime", 0).asInt());
 }
 
+const std::vector<const char*> kTokenTypes = {"Central", "eMAID",      "ISO14443",  "ISO15693",
+                                              "KeyCode", "Local",      "MacAddress", "NoAuthorization"};
+const std::vector<const char*> kTokenStatuses = {"Accepted",          "Blocked",       "ConcurrentTx", "Expired",
+                                                 "Invalid",           "NoCredit",      "NotAllowedTypeEVSE",
+                                                 "NotAtThisLocation", "NotAtThisTime", "Unknown"};
+const std::vector<const char*> kAuthorizeSources = {"none", "exempt", "localList", "cache", "offlineUnknown", "csms"};
+
+const char* NameAt(const std::vector<const char*>& names, int index, const char* fallback) {
+    return index >= 0 && index < static_cast<int>(names.size()) ? names[static_cast<size_t>(index)] : fallback;
+}
+
+// The library's decision for a token, and where it came from.
+int AuthorizeCommand(const Json::Value& cmd, Json::Value& result, std::string* error) {
+    const int type = IndexOf(kTokenTypes, cmd.get("type", "ISO14443").asString(), -1);
+    if (type < 0 || !cmd.isMember("token")) {
+        *error = "needs token and a type of IdTokenEnumType";
+        return 0;
+    }
+    const int status = Ocpp20ProtocolPrivate_Authorize(cmd["token"].asString().c_str(), type);
+    result["status"] = NameAt(kTokenStatuses, status, "None");
+    result["source"] = NameAt(kAuthorizeSources, static_cast<int>(Ocpp20ProtocolPrivate_GetAuthorizeSource()), "none");
+    return 1;
+}
+
+// The host's view of the local list.
+Json::Value TokenList() {
+    Json::Value list(Json::arrayValue);
+    const int count = OcppProtocol_GetTokenWhiteItems(nullptr, 0);
+    if (count <= 0) return list;
+    std::vector<TokenWhiteItem> items(static_cast<size_t>(count));
+    const int read = OcppProtocol_GetTokenWhiteItems(items.data(), count);
+    for (int i = 0; i < read && i < count; ++i) {
+        const TokenWhiteItem& item = items[static_cast<size_t>(i)];
+        Json::Value v;
+        v["token"] = Text(item.token);
+        v["type"] = NameAt(kTokenTypes, item.tokenType, "");
+        v["status"] = NameAt(kTokenStatuses, item.status, "");
+        v["expiryTime"] = item.expiryTime;
+        v["groupToken"] = Text(item.groupToken);
+        list.append(v);
+    }
+    return list;
+}
+
+int SetTokenListCommand(const Json::Value& cmd, std::string* error) {
+    const Json::Value& items = cmd["items"];
+    if (!items.isArray()) {
+        *error = "needs items, an array";
+        return 0;
+    }
+    std::vector<TokenWhiteItem> list;
+    for (const Json::Value& v : items) {
+        TokenWhiteItem item;
+        std::memset(&item, 0, sizeof item);
+        Fill(item.token, v, "token");
+        Fill(item.groupToken, v, "groupToken");
+        item.tokenType = IndexOf(kTokenTypes, v.get("type", "ISO14443").asString(), -1);
+        item.status = IndexOf(kTokenStatuses, v.get("status", "Accepted").asString(), -1);
+        item.expiryTime = v.get("expiryTime", 0).asInt();
+        if (item.tokenType < 0 || item.status < 0) {
+            *error = "unknown type or status";
+            return 0;
+        }
+        list.push_back(item);
+    }
+    return OcppProtocol_SetTokenWhiteItems(list.data(), static_cast<int>(list.size()));
+}
+
+// Any variable of the library, whatever its mode (AuthCtrlr, AuthCacheCtrlr, LocalAuthListCtrlr ...).
+int SetVariableCommand(const Json::Value& cmd, std::string* error) {
+    if (!cmd.isMember("component") || !cmd.isMember("variable") || !cmd.isMember("value")) {
+        *error = "needs component, variable and value";
+        return 0;
+    }
+    const VariableDataItem item = ItemFromJson(cmd);
+    return OcppProtocol_UpdateVariableValue(&item, cmd["value"].asString().c_str()) == VARIABLESTATUS_ACCEPTED ? 1 : 0;
+}
+
 int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& result, std::string* error) {
     int rc = 1;
     if (name == "boot") {
@@ -110,6 +190,14 @@ int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& res
     } else if (name == "selectSchedule") {
         rc = OcppProtocol_SelectChargingProfileSchedule(cmd.get("profileId", 0).asUInt(),
                                                         cmd.get("scheduleIds", "").asString().c_str());
+    } else if (name == "authorize") {
+        rc = AuthorizeCommand(cmd, result, error);
+    } else if (name == "tokenList") {
+        result["items"] = TokenList();
+    } else if (name == "setTokenList") {
+        rc = SetTokenListCommand(cmd, error);
+    } else if (name == "setVariable") {
+        rc = SetVariableCommand(cmd, error);
     } else if (name == "reconnect") {
         rc = OcppProtocol_ImmediatelyReconnect();
     } else if (name == "securityEvent") {

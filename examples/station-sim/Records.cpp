@@ -173,6 +173,17 @@ void OnRecord(const char* record, uint32_t length) {
             }
             break;
         }
+        case SERVERRECVTYPE_PERSONALMSG: {
+            PersonalMsg r;
+            v["name"] = "PersonalMsg";
+            if (Read(record, length, &r)) {
+                v["evseId"] = r.evseId;
+                v["format"] = r.format;
+                v["language"] = Text(r.language);
+                v["content"] = Text(r.content);
+            }
+            break;
+        }
         default:
             break;
     }

@@ -63,6 +63,12 @@ void Ocpp20Protocol_OnGetInstalledCertificateIdsRequest(const char* messageId,
 void Ocpp20Protocol_OnGetLogRequest(const char* messageId, const models::getLogRequest_t& request);
 void Ocpp20Protocol_OnUpdateFirmwareRequest(const char* messageId, const models::updateFirmwareRequest_t& request);
 
+// Requests the library answers from the authorization store (Ocpp20ProtocolRecvAuthorize.cpp).
+void Ocpp20Protocol_OnSendLocalListRequest(const char* messageId, const models::sendLocalListRequest_t& request);
+void Ocpp20Protocol_OnGetLocalListVersionRequest(const char* messageId,
+                                                 const models::getLocalListVersionRequest_t& request);
+void Ocpp20Protocol_OnClearCacheRequest(const char* messageId, const models::clearCacheRequest_t& request);
+
 // Requests the library answers from the device model (Ocpp20ProtocolRecvDeviceModel.cpp);
 // the per-message byte limits need the frame's length. SetVariables also tells the host.
 void Ocpp20Protocol_OnSetVariablesRequest(const char* messageId, const models::setVariablesRequest_t& request,

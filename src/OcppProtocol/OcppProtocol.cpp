@@ -9,6 +9,8 @@
 
 #include "BuildInfo.h"
 #include "Log/LogManager.h"
+#include "Ocpp20/Process/AdditionalInfoStore.h"
+#include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/OcppProtocol20.h"
@@ -241,6 +243,9 @@ struct ConnectionStore {
 int OpenVariableCache(const std::string& folder) {
     return CVariableCache::GetInstance()->SetStoreFile(folder + "variablecache.json");
 }
+int OpenAuthorizeCache(const std::string& folder) {
+    return CAuthorizeCache::GetInstance()->SetStoreFile(folder + "authorizecache.db");
+}
 int OpenCharacteristics(const std::string& folder) {
     return CVariableCharacteristics::GetInstance()->SetStoreFile(folder + "VariableCharacteristicscache.json");
 }
@@ -268,10 +273,12 @@ const ConnectionStore kConnectionStores[] = {
     {STOREPHASE_SYSTEM, &CMessageCallBack::Release, 0, 0, nullptr, false},
     {STOREPHASE_SYSTEM, &CProfileCache20::Release, 0, 0, nullptr, false},
     {STOREPHASE_SYSTEM, &CProfileCache21::Release, 0, 0, nullptr, false},
+    {STOREPHASE_CACHE, &CAuthorizeCache::Release, 32, kVersion201, &OpenAuthorizeCache, true},
     {STOREPHASE_CACHE, &CVariableCache::Release, 30, kVersion20x, &OpenVariableCache, false},
     {STOREPHASE_CACHE, &CVariableCharacteristics::Release, 31, kVersion20x, &OpenCharacteristics, false},
     {STOREPHASE_CACHE, &CReservationManager::Release, 50, kEveryVersion, &OpenReservations, false},
     {STOREPHASE_CACHE, &CLogManager::Release, 70, kEveryVersion, &OpenLog, false},
+    {STOREPHASE_AFTERCACHE, &CAdditionalInfoStore::Release, 0, 0, nullptr, false},
     // Read again for every connection; the plug-ins stay loaded until OcppProtocol_Release.
     {STOREPHASE_AFTERCACHE, nullptr, 60, kEveryVersion, &OpenPlugInList, false},
 };

@@ -206,7 +206,7 @@ TEST_F(Dispatch, WronglyTypedMemberIsAnsweredWithTypeConstraintViolation) {
 TEST_F(Dispatch, UnknownActionsAndUnawaitedAnswersGetNoAnswer) {
     Deliver(Call("u1", "MakeCoffee", "{}"));
     Deliver(Call("u2", "reset", R"({"type":"Immediate"})"));
-    Deliver(Call("u3", "ClearCache", "{}"));
+    Deliver(Call("u3", "ClearChargingProfile", "{}"));
     Deliver("[4,\"e1\",\"GenericError\",\"late\",{}]");
     Deliver("[3,\"r1\",{\"status\":\"Accepted\"}]");
     Drain();

@@ -4,7 +4,10 @@
 #include <memory>
 #include <mutex>
 
+#include <OcppProtocol.h>
 #include <json/json.h>
+
+#include <cstdint>
 
 #include "Util/CriticalSectionManager.h"
 #include "Util/Tools.h"
@@ -17,10 +20,45 @@ const char* const kTokenStatuses[] = {"Accepted", "Blocked",    "ConcurrentTx", 
                                       "Invalid",  "NoCredit",   "NotAllowedTypeEVSE", "NotAtThisLocation",
                                       "NotAtThisTime", "Unknown"};
 
-// The authorization store is not in this build yet: the list reads as empty
-// and a written list is parsed but goes nowhere.
-std::string ReadTokenWhiteList() { return "[]"; }
-void ReplaceTokenWhiteList(const std::vector<CustomTokenItem>& /*items*/) {}
+// The value is the host's token list as a JSON array.
+std::string ReadTokenWhiteList() {
+    const int count = OcppProtocol_GetTokenWhiteItems(nullptr, 0);
+    std::vector<TokenWhiteItem> items(count > 0 ? static_cast<size_t>(count) : 0);
+    const int read = count > 0 ? OcppProtocol_GetTokenWhiteItems(items.data(), count) : 0;
+    Json::Value list(Json::arrayValue);
+    for (int i = 0; i < read && i < count; ++i) {
+        const TokenWhiteItem& item = items[static_cast<size_t>(i)];
+        Json::Value element(Json::objectValue);
+        element["idToken"] = std::string(item.token, strnlen(item.token, sizeof item.token));
+        element["type"] = CVariableCustom::GetTokenTypeInString(item.tokenType);
+        element["status"] = CVariableCustom::GetTokenStatusInString(item.status);
+        const std::string group(item.groupToken, strnlen(item.groupToken, sizeof item.groupToken));
+        if (!group.empty()) element["groupIdToken"] = group;
+        if (item.expiryTime != 0) element["ExpiryDateTime"] = CTools::GetLocalTime(item.expiryTime);
+        list.append(element);
+    }
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "";
+    return Json::writeString(writer, list);
+}
+
+// Elements whose type or status is not in its list cannot be stored and are left out.
+void ReplaceTokenWhiteList(const std::vector<CustomTokenItem>& items) {
+    std::vector<TokenWhiteItem> list;
+    list.reserve(items.size());
+    for (const CustomTokenItem& in : items) {
+        if (in.type < 0 || in.status < 0) continue;
+        TokenWhiteItem out;
+        std::memset(&out, 0, sizeof out);
+        CTools::CopyField(out.token, in.idToken);
+        out.tokenType = in.type;
+        out.status = in.status;
+        out.expiryTime = in.expiryDateTime > 0 && in.expiryDateTime <= INT32_MAX ? static_cast<int32_t>(in.expiryDateTime) : 0;
+        CTools::CopyField(out.groupToken, in.groupIdToken);
+        list.push_back(out);
+    }
+    OcppProtocol_SetTokenWhiteItems(list.data(), static_cast<int>(list.size()));
+}
 
 bool IsListContent(const VariableDataItem20& v) {
     return strcmp(v.componentName, "LocalAuthListCtrlr") == 0 && strcmp(v.variableName, "ListContent") == 0;

@@ -1,0 +1,316 @@
+#include <gtest/gtest.h>
+
+#include <Ocpp20Protocol.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <condition_variable>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "AuthorizeFixture.h"
+#include "Ocpp20/OcppProtocol20.h"
+#include "OcppProtocol/MessageCallBack.h"
+#include "Process/PlugInManager.h"
+#include "RecordingLink.h"
+
+using namespace ocpptest;
+
+namespace {
+
+struct Var {
+    const char* component;
+    const char* variable;
+    const char* value;
+};
+
+class Authorize : public AuthorizeStore {
+protected:
+    void Online(bool online) { g_eSdkStatus = online ? SDKSTATUS_OK : SDKSTATUS_DISCONNECTED; }
+    // The CSMS answers every Authorize with `status`; an empty status leaves it unanswered.
+    void CsmsSays(const std::string& status, const std::string& extra = "") {
+        link.Answer([status, extra](const std::string& id) -> std::string {
+            if (status.empty()) return std::string();
+            return "[3,\"" + id + "\",{\"idTokenInfo\":{\"status\":\"" + status + "\"" + extra + "}}]";
+        });
+    }
+    size_t Authorizes() {
+        size_t n = 0;
+        for (const std::string& frame : link.Sent())
+            if (frame.find("\"Authorize\"") != std::string::npos) ++n;
+        return n;
+    }
+    static void Deliver(const std::string& id, const std::string& action, const std::string& payload) {
+        const std::string frame = "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
+        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+    }
+    // The status text of the answer to the last request delivered.
+    std::string Answered() {
+        const std::string last = link.Last();
+        const size_t at = last.find("\"status\": \"");
+        if (at == std::string::npos) return last;
+        const size_t from = at + 11;
+        return last.substr(from, last.find('"', from) - from);
+    }
+
+    RecordingLink link;
+};
+
+std::string Entry(const std::string& token, const std::string& status) {
+    const std::string info = status.empty() ? "" : ",\"idTokenInfo\":{\"status\":\"" + status + "\"}";
+    return "{\"idToken\":{\"idToken\":\"" + token + "\",\"type\":\"ISO14443\"}" + info + "}";
+}
+
+std::string LocalList(int version, const char* type, const std::vector<std::string>& entries) {
+    std::string list;
+    for (const std::string& e : entries) list += (list.empty() ? "" : ",") + e;
+    return "{\"versionNumber\":" + std::to_string(version) + ",\"updateType\":\"" + type +
+           "\",\"localAuthorizationList\":[" + list + "]}";
+}
+
+}  // namespace
+
+TEST_F(Authorize, DecisionFollowsTheDeviceModelStepByStep) {
+    const struct {
+        const char* name;
+        std::vector<Var> vars;
+        bool online;
+        int tokenType;
+        int listStatus;   // kNone: not in the list
+        int cacheStatus;  // kNone: not cached
+        const char* csms; // "" silent
+        int expected;
+        size_t requests;
+        AUTHORIZESOURCE source;
+    } rows[] = {
+        {"authorization disabled accepts every token", {{"AuthCtrlr", "Enabled", "false"}}, true, kISO14443, kBlocked,
+         kNone, "Blocked", 0, 0, AUTHORIZESOURCE_EXEMPT},
+        {"a NoAuthorization token is accepted", {}, true, 7, kNone, kNone, "Blocked", 0, 0, AUTHORIZESOURCE_EXEMPT},
+        {"accepted in the local list", {}, true, kISO14443, 0, kNone, "Blocked", 0, 0, AUTHORIZESOURCE_LOCALLIST},
+        {"accepted in the cache", {}, true, kISO14443, kNone, 0, "Blocked", 0, 0, AUTHORIZESOURCE_CACHE},
+        {"a cache entry overrides a refusing list entry", {}, true, kISO14443, kBlocked, 0, "Blocked", 0, 0,
+         AUTHORIZESOURCE_CACHE},
+        {"blocked in the list, no post-authorize",
+         {{"LocalAuthListCtrlr", "DisablePostAuthorize", "true"}}, true, kISO14443, kBlocked, kNone, "Accepted",
+         kBlocked, 0, AUTHORIZESOURCE_LOCALLIST},
+        {"blocked in the list is asked again online", {}, true, kISO14443, kBlocked, kNone, "Accepted", 0, 1,
+         AUTHORIZESOURCE_CSMS},
+        {"blocked in the cache, no post-authorize",
+         {{"AuthCacheCtrlr", "DisablePostAuthorize", "true"}}, true, kISO14443, kNone, kBlocked, "Accepted",
+         kBlocked, 0, AUTHORIZESOURCE_CACHE},
+        {"offline unknown token with OfflineTxForUnknownId",
+         {{"AuthCtrlr", "OfflineTxForUnknownIdEnabled", "true"}}, false, kISO14443, kNone, kNone, "", 0, 0,
+         AUTHORIZESOURCE_OFFLINEUNKNOWN},
+        {"offline unknown token without it", {}, false, kISO14443, kNone, kNone, "", kNone, 0, AUTHORIZESOURCE_NONE},
+        {"offline blocked token never let through",
+         {{"AuthCtrlr", "OfflineTxForUnknownIdEnabled", "true"}}, false, kISO14443, kBlocked, kNone, "", kBlocked, 0,
+         AUTHORIZESOURCE_LOCALLIST},
+        {"offline with local authorization off", {{"AuthCtrlr", "LocalAuthorizeOffline", "false"}}, false, kISO14443,
+         0, kNone, "", kNone, 0, AUTHORIZESOURCE_NONE},
+        {"remote authorization disabled", {{"AuthCtrlr", "DisableRemoteAuthorization", "true"}}, true, kISO14443,
+         kNone, kNone, "Accepted", kNone, 0, AUTHORIZESOURCE_NONE},
+        {"no pre-authorize asks the CSMS", {{"AuthCtrlr", "LocalPreAuthorize", "false"}}, true, kISO14443, 0, kNone,
+         "Blocked", kBlocked, 1, AUTHORIZESOURCE_CSMS},
+        {"silent CSMS keeps the local status", {}, true, kISO14443, kNone, kNone, "", kNone, 1,
+         AUTHORIZESOURCE_NONE},
+    };
+    std::vector<std::unique_ptr<TempDir>> folders;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        folders.emplace_back(new TempDir());  // every row starts from the defaults
+        TearDown();
+        Open(*folders.back());
+        link.Clear();
+        for (const Var& v : row.vars) Set(v.component, v.variable, v.value);
+        if (row.listStatus != kNone) {
+            ASSERT_EQ(store->UpdateLocalList(1, {Item("CARD", row.tokenType, row.listStatus)}, 1), 1);
+        }
+        if (row.cacheStatus != kNone) {
+            ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", row.tokenType, row.cacheStatus)), 1);
+        }
+        Online(row.online);
+        CsmsSays(row.csms);
+        EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", row.tokenType), row.expected);
+        EXPECT_EQ(Authorizes(), row.requests);
+        EXPECT_EQ(Ocpp20ProtocolPrivate_GetAuthorizeSource(), row.source);
+        if (row.listStatus != kNone) EntriesReach(2);
+    }
+}
+
+TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessageReachesTheHost) {
+    ClockGuard clock;
+    CTools::FreezeClock(true);
+    RecordingHost host;
+    Online(true);
+    CsmsSays("Accepted",
+             ",\"groupIdToken\":{\"idToken\":\"FLEET\",\"type\":\"Central\"},"
+             "\"personalMessage\":{\"format\":\"UTF8\",\"language\":\"en\",\"content\":\"Hello\"}");
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), 0);
+    const std::unique_ptr<AuthorizeItem> cached = store->GetAuthorizeCacheItem("CARD", kISO14443);
+    ASSERT_NE(cached, nullptr);
+    EXPECT_EQ(cached->expiryTime, CTools::CurTimeSec() + 600) << "AuthCacheCtrlr.LifeTime when the CSMS gives none";
+    EXPECT_EQ(store->GetGroupToken("CARD"), "FLEET");
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
+    const std::string record = host.Records().back().bytes;
+    ASSERT_EQ(record.size(), sizeof(PersonalMsg));
+    PersonalMsg msg;
+    std::memcpy(&msg, record.data(), sizeof msg);
+    EXPECT_STREQ(msg.content, "Hello");
+    EXPECT_EQ(static_cast<int>(msg.format), 3);
+
+    // Pre-authorized from the cache: the CSMS is not asked again.
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), 0);
+    EXPECT_EQ(Authorizes(), 1u);
+
+    // The CSMS's own expiry is kept; a Blocked answer is cached too.
+    CsmsSays("Blocked", ",\"cacheExpiryDateTime\":\"2030-01-01T00:00:00.000Z\"");
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("OTHER", kISO14443), kBlocked);
+    EXPECT_EQ(store->GetAuthorizeCacheItem("OTHER", kISO14443)->expiryTime, 1893456000);
+
+    // With certificate data: cached the same way; no answer is Invalid.
+    CsmsSays("Accepted");
+    EXPECT_EQ(Ocpp20Protocol_AuthorizeWithCertificate(kISO14443, "CERT", "-----BEGIN CERTIFICATE-----"), 0);
+    EXPECT_EQ(store->GetAuthorizeCacheItem("CERT", kISO14443)->expiryTime, CTools::CurTimeSec() + 600);
+    link.Answer(nullptr);
+    EXPECT_EQ(Ocpp20Protocol_AuthorizeWithCertificate(kISO14443, "CERT", "-----BEGIN CERTIFICATE-----"), kInvalid);
+}
+
+TEST_F(Authorize, WithThePricingPlugInListedItsReadingOfTheAnswerIsCachedAndItsTextsReachTheHost) {
+    RecordingHost host;
+    const std::string list = dir.file("pluginlist.json");
+    WriteText(list, std::string(R"([{"name":"PlugInCaliforniaPrice","path":")") + OCPP_TEST_PRICE_PLUGIN_PATH +
+                        R"(","autorun":false}])");
+    ASSERT_EQ(CPlugInManager::GetInstance()->ReadAllPlugInInfo(list), 1);
+    Online(true);
+    CsmsSays("Accepted");
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), kBlocked) << "the plug-in's status, not the CSMS's";
+    EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443)->expiryTime, 1893456000);
+    EXPECT_EQ(store->GetGroupToken("CARD"), "PRICEGRP");
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CALIFORNIACUSTOMMSG));
+    for (const HostRecord& record : host.Records()) {
+        if (record.type != SERVERRECVTYPE_CALIFORNIACUSTOMMSG) continue;
+        CaliforNiaCustomMsg price;
+        ASSERT_EQ(record.bytes.size(), sizeof price);
+        std::memcpy(&price, record.bytes.data(), sizeof price);
+        EXPECT_STREQ(price.idToken, "CARD");
+        EXPECT_STREQ(price.content, R"({"lines":[{"language":"en","text":"peak"}],"text":"0.30/kWh"})");
+    }
+    CPlugInManager::Release();
+}
+
+TEST_F(Authorize, AnotherThreadsLocalListLookupIsNotHeldUpByAnAuthorizeWaitingOnASilentCsms) {
+    ASSERT_EQ(store->UpdateLocalList(1, {Item("LISTED", kISO14443, 0)}, 1), 1);
+    EntriesReach(2);
+    std::mutex m;
+    std::condition_variable cv;
+    bool release = false;
+    link.Answer([&](const std::string&) {
+        std::unique_lock<std::mutex> lock(m);
+        cv.wait_for(lock, std::chrono::seconds(5), [&] { return release; });
+        return std::string();
+    });
+    Online(true);
+    std::future<int> waiting = std::async(std::launch::async, [] {
+        return Ocpp20ProtocolPrivate_Authorize("UNKNOWN", kISO14443);
+    });
+    ASSERT_TRUE(WaitFor([&] { return Authorizes() == 1; }));
+    std::future<int> lookup = std::async(std::launch::async, [this] {
+        int status = 0;
+        return store->IsTokenAcceptFromLocalList("LISTED", kISO14443, &status);
+    });
+    EXPECT_EQ(lookup.wait_for(std::chrono::seconds(2)), std::future_status::ready)
+        << "the store's lock is held across the network call";
+    {
+        std::lock_guard<std::mutex> lock(m);
+        release = true;
+    }
+    cv.notify_all();
+    EXPECT_EQ(lookup.get(), 1);
+    EXPECT_EQ(waiting.get(), kNone);
+}
+
+TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDifferential) {
+    Deliver("s1", "SendLocalList", LocalList(5, "Full", {Entry("A", "Accepted"), Entry("B", "Blocked")}));
+    EXPECT_EQ(Answered(), "Accepted");
+    EXPECT_EQ(store->GetLocalListVersion(), 5);
+    Deliver("s2", "SendLocalList", LocalList(5, "Differential", {Entry("C", "Accepted")}));
+    EXPECT_EQ(Answered(), "VersionMismatch");
+    Deliver("s3", "SendLocalList", LocalList(3, "Full", {Entry("A", "Accepted")}));
+    EXPECT_EQ(Answered(), "Accepted") << "a Full update is taken whatever its version";
+    EXPECT_EQ(store->GetLocalListItem("B", kISO14443), nullptr) << "a Full update replaces the whole list";
+    Deliver("s4", "SendLocalList", LocalList(4, "Differential", {Entry("A", ""), Entry("C", "Accepted")}));
+    EXPECT_EQ(Answered(), "Accepted");
+    EXPECT_EQ(store->GetLocalListItem("A", kISO14443), nullptr) << "an entry without idTokenInfo is removed";
+    EXPECT_NE(store->GetLocalListItem("C", kISO14443), nullptr);
+    EXPECT_TRUE(EntriesReach(2));
+
+    Deliver("v1", "GetLocalListVersion", "{}");
+    EXPECT_NE(link.Last().find("\"versionNumber\": 4"), std::string::npos) << link.Last();
+
+    Set("LocalAuthListCtrlr", "ItemsPerMessage", "2");
+    Deliver("s5", "SendLocalList", LocalList(6, "Full", {Entry("A", "Accepted"), Entry("B", "Accepted"),
+                                                         Entry("D", "Accepted")}));
+    EXPECT_EQ(Answered(), "Failed") << "more entries than ItemsPerMessage";
+    EXPECT_EQ(store->GetLocalListVersion(), 4);
+
+    // The Entries maximum counts what the list will hold, the version row left out.
+    VariableDataItem limit;
+    std::memset(&limit, 0, sizeof limit);
+    CTools::CopyField(limit.componentName, "LocalAuthListCtrlr");
+    CTools::CopyField(limit.variableName, "Entries");
+    limit.dataType = 2;
+    limit.limitFlag = 2;
+    limit.maxLimit = 2;
+    ASSERT_EQ(CVariableCharacteristics::GetInstance()->AddVariableCharacteristics(limit), 1);
+    Set("LocalAuthListCtrlr", "ItemsPerMessage", "0");
+    Deliver("s7", "SendLocalList", LocalList(5, "Differential", {Entry("D", "Accepted"), Entry("E", "Accepted")}));
+    EXPECT_EQ(Answered(), "Failed") << "1 stored + 2 new over a maximum of 2";
+    Deliver("s8", "SendLocalList", LocalList(5, "Differential", {Entry("C", ""), Entry("D", "Accepted")}));
+    EXPECT_EQ(Answered(), "Accepted") << "a removal is not counted";
+    EXPECT_TRUE(EntriesReach(2));
+
+    Set("LocalAuthListCtrlr", "Enabled", "false");
+    Deliver("s6", "SendLocalList", LocalList(7, "Full", {Entry("A", "Accepted")}));
+    EXPECT_EQ(Answered(), "Failed");
+    Deliver("v2", "GetLocalListVersion", "{}");
+    EXPECT_NE(link.Last().find("\"versionNumber\": 0"), std::string::npos) << "a disabled list reads as version 0";
+}
+
+TEST_F(Authorize, ClearCacheEmptiesTheCacheEvenWhenTheAnswerIsRejected) {
+    ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", kISO14443, 0)), 1);
+    Deliver("c1", "ClearCache", "{}");
+    EXPECT_EQ(Answered(), "Accepted");
+    EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443), nullptr);
+
+    ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", kISO14443, 0)), 1);
+    Set("AuthCacheCtrlr", "Enabled", "false");
+    Deliver("c2", "ClearCache", "{}");
+    EXPECT_EQ(Answered(), "Rejected") << "the cache is disabled";
+    EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443), nullptr);
+}
+
+TEST_F(Authorize, NoLogLineOfAWholeAuthorizationRunShowsATokenInClear) {
+    const std::string token = "CLEAR'TOKEN-0042";
+    LogCapture log;
+    RecordingHost host;
+    Deliver("s1", "SendLocalList", LocalList(1, "Full", {Entry(token, "Blocked")}));
+    Online(true);
+    CsmsSays("Accepted");
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize(token.c_str(), kISO14443), 0);
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize(token.c_str(), kISO14443), 0);
+    Online(false);
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize(token.c_str(), kISO14443), 0);
+    EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize(token.c_str(), kCentral), kNone);
+    store->UpdateAuthorizeCache(Item(token.c_str(), kCentral, 0));
+    store->GetGroupToken(token.c_str());
+    Deliver("c1", "ClearCache", "{}");
+    EntriesReach(2);
+    ASSERT_TRUE(log.Contains("Token:<" + CTools::Hash12(token) + ">"));
+    for (const LogLine& line : log.Lines()) {
+        EXPECT_EQ(line.text.find("CLEAR"), std::string::npos) << line.text;
+    }
+}
