@@ -179,8 +179,11 @@ TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAns
 TEST_F(DeviceModelRequests, SetVariablesOverTheLimitsIsRefusedWithoutAskingTheHost) {
     std::vector<std::string> five(5, Entry("AuthCtrlr", "Enabled", "true"));
     Deliver(Call("many", "SetVariables", five));
-    const std::string big(1200, 'x');
-    std::vector<std::string> heavy(4, Entry("HostCtrlr", "Brightness", big));
+    // Heavy but valid: vendor data is free in size.
+    const std::string heavyEntry = R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Brightness"},)"
+                                   R"("attributeValue":"1","customData":{"vendorId":"v","pad":")" +
+                                   std::string(1200, 'x') + "\"}}";
+    std::vector<std::string> heavy(4, heavyEntry);
     Deliver(Call("heavy", "SetVariables", heavy));
     const std::vector<std::string> sent = link.Sent();
     ASSERT_EQ(sent.size(), 2u);
@@ -215,9 +218,9 @@ TEST_F(DeviceModelRequests, GetVariablesAnswersFromTheStoreAndHidesWriteOnlyValu
 TEST_F(DeviceModelRequests, GetVariablesLimitsAnswerWithTwoDifferentErrors) {
     std::vector<std::string> five(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})");
     Deliver(Call("many", "GetVariables", five));
-    const std::string longInstance(2000, 'i');
-    std::vector<std::string> heavy(3, R"({"component":{"name":"AuthCtrlr","instance":")" + longInstance +
-                                          R"("},"variable":{"name":"Enabled"}})");
+    const std::string pad(2000, 'i');
+    std::vector<std::string> heavy(3, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"},)"
+                                      R"("customData":{"vendorId":"v","pad":")" + pad + "\"}}");
     Deliver(Call("heavy", "GetVariables", heavy));
     const std::vector<std::string> sent = link.Sent();
     ASSERT_EQ(sent.size(), 2u);
