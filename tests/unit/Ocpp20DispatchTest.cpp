@@ -10,6 +10,7 @@
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -32,7 +33,7 @@ protected:
     }
 
     static void Deliver(const std::string& frame) {
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        DeliverTo20(frame);
     }
     // Lets everything already queued for the host reach it.
     void Drain() { ASSERT_TRUE(WaitFor([] { return CMessageCallBack::GetInstance()->Pending() == 0; })); }
