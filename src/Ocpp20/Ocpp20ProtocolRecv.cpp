@@ -64,7 +64,7 @@ constexpr Ocpp20InboundAction Row(const char* action) {
 }
 
 // Rows without a handler belong to stores that are not attached yet; their
-// payload is checked, then they are left unanswered, like an unknown action.
+// payload is checked, then they are left to the message time-out.
 const Ocpp20InboundAction kInboundActions[] = {
     Row<models::changeAvailabilityRequest_t, &models::ValidateChangeAvailabilityRequest, &Ocpp20Protocol_OnChangeAvailabilityRequest>("ChangeAvailability"),
     Row<models::cancelReservationRequest_t, &models::ValidateCancelReservationRequest, &Ocpp20Protocol_OnCancelReservationRequest>("CancelReservation"),
