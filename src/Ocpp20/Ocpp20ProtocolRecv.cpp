@@ -6,7 +6,9 @@
 #include <cstring>
 #include <vector>
 
+#include "Ocpp20/Protocol/CustomException.h"
 #include "Ocpp20/Protocol/JsonText.h"
+#include "Ocpp20/Protocol/SchemaCheck.h"
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "Process/ConnectorManager.h"
@@ -25,9 +27,13 @@ void Destroy(void* record) {
     delete static_cast<T*>(record);
 }
 
-// The check of every row for now: reading the record is the type check.
-template <class T>
+// The check of every row: the whole request schema first, so that a handler
+// or the host only ever sees a request a certifying CSMS would call valid;
+// the record is read only from a payload that passed.
+template <class T, models::PayloadValidator Validate>
 Ocpp20Record Read(const rapidjson::Value& payload, const Base& header) {
+    std::string why;
+    if (!Validate(payload, &why)) throw CustomException(why);
     return Ocpp20Record(new T(payload, header), Ocpp20RecordDeleter{&Destroy<T>});
 }
 
@@ -42,64 +48,64 @@ void HandleSized(const char* messageId, const void* record, int frameLen) {
 }
 
 // One template per row shape, so a row's check and handler always agree on the record.
-template <class T>
+template <class T, models::PayloadValidator Validate>
 constexpr Ocpp20InboundAction Row(const char* action) {
-    return Ocpp20InboundAction{action, &Read<T>, nullptr};
+    return Ocpp20InboundAction{action, &Read<T, Validate>, nullptr};
 }
 
-template <class T, void (*Handler)(const char*, const T&)>
+template <class T, models::PayloadValidator Validate, void (*Handler)(const char*, const T&)>
 constexpr Ocpp20InboundAction Row(const char* action) {
-    return Ocpp20InboundAction{action, &Read<T>, &Handle<T, Handler>};
+    return Ocpp20InboundAction{action, &Read<T, Validate>, &Handle<T, Handler>};
 }
 
-template <class T, void (*Handler)(const char*, const T&, int)>
+template <class T, models::PayloadValidator Validate, void (*Handler)(const char*, const T&, int)>
 constexpr Ocpp20InboundAction Row(const char* action) {
-    return Ocpp20InboundAction{action, &Read<T>, &HandleSized<T, Handler>};
+    return Ocpp20InboundAction{action, &Read<T, Validate>, &HandleSized<T, Handler>};
 }
 
 // Rows without a handler belong to stores that are not attached yet; their
-// payload is checked, then they are left unanswered, like an unknown action.
+// payload is checked, then they are left to the message time-out.
 const Ocpp20InboundAction kInboundActions[] = {
-    Row<models::changeAvailabilityRequest_t, &Ocpp20Protocol_OnChangeAvailabilityRequest>("ChangeAvailability"),
-    Row<models::cancelReservationRequest_t, &Ocpp20Protocol_OnCancelReservationRequest>("CancelReservation"),
-    Row<models::certificateSignedRequest_t, &Ocpp20Protocol_OnCertificateSignedRequest>("CertificateSigned"),
-    Row<models::clearCacheRequest_t, &Ocpp20Protocol_OnClearCacheRequest>("ClearCache"),
-    Row<models::clearChargingProfileRequest_t>("ClearChargingProfile"),
-    Row<models::clearDisplayMessageRequest_t, &Ocpp20Protocol_OnClearDisplayMessageRequest>("ClearDisplayMessage"),
-    Row<models::clearVariableMonitoringRequest_t>("ClearVariableMonitoring"),
-    Row<models::costUpdatedRequest_t, &Ocpp20Protocol_OnCostUpdatedRequest>("CostUpdated"),
-    Row<models::customerInformationRequest_t>("CustomerInformation"),
-    Row<models::deleteCertificateRequest_t, &Ocpp20Protocol_OnDeleteCertificateRequest>("DeleteCertificate"),
-    Row<models::installCertificateRequest_t, &Ocpp20Protocol_OnInstallCertificate>("InstallCertificate"),
-    Row<models::triggerMessageRequest_t, &Ocpp20Protocol_OnTriggerMessageRequest>("TriggerMessage"),
-    Row<models::reserveNowRequest_t, &Ocpp20Protocol_OnReserveNowRequest>("ReserveNow"),
-    Row<models::resetRequest_t, &Ocpp20Protocol_OnResetRequest>("Reset"),
-    Row<models::sendLocalListRequest_t, &Ocpp20Protocol_OnSendLocalListRequest>("SendLocalList"),
-    Row<models::requestStartTransactionRequest_t, &Ocpp20Protocol_RequestStartTransactionRequest>("RequestStartTransaction"),
-    Row<models::requestStopTransactionRequest_t, &Ocpp20Protocol_RequestStopTransactionRequest>("RequestStopTransaction"),
-    Row<models::publishFirmwareRequest_t, &Ocpp20Protocol_PublishFirmwareRequest>("PublishFirmware"),
-    Row<models::dataTransferRequest_t, &Ocpp20Protocol_OnDataTransferRequest>("DataTransfer"),
-    Row<models::setVariablesRequest_t, &Ocpp20Protocol_OnSetVariablesRequest>("SetVariables"),
-    Row<models::getBaseReportRequest_t>("GetBaseReport"),
-    Row<models::getChargingProfilesRequest_t>("GetChargingProfiles"),
-    Row<models::unlockConnectorRequest_t, &Ocpp20Protocol_OnUnlockConnectorRequest>("UnlockConnector"),
-    Row<models::getCompositeScheduleRequest_t>("GetCompositeSchedule"),
-    Row<models::unpublishFirmwareRequest_t, &Ocpp20Protocol_OnUnpublishFirmwareRequest>("UnpublishFirmware"),
-    Row<models::getDisplayMessagesRequest_t>("GetDisplayMessages"),
-    Row<models::getInstalledCertificateIdsRequest_t, &Ocpp20Protocol_OnGetInstalledCertificateIdsRequest>("GetInstalledCertificateIds"),
-    Row<models::setVariableMonitoringRequest_t>("SetVariableMonitoring"),
-    Row<models::getLocalListVersionRequest_t, &Ocpp20Protocol_OnGetLocalListVersionRequest>("GetLocalListVersion"),
-    Row<models::setNetworkProfileRequest_t, &Ocpp20Protocol_OnSetNetworkProfileRequest>("SetNetworkProfile"),
-    Row<models::setMonitoringLevelRequest_t>("SetMonitoringLevel"),
-    Row<models::setMonitoringBaseRequest_t>("SetMonitoringBase"),
-    Row<models::setDisplayMessageRequest_t>("SetDisplayMessage"),
-    Row<models::getLogRequest_t, &Ocpp20Protocol_OnGetLogRequest>("GetLog"),
-    Row<models::getMonitoringReportRequest_t>("GetMonitoringReport"),
-    Row<models::getReportRequest_t>("GetReport"),
-    Row<models::getTransactionStatusRequest_t>("GetTransactionStatus"),
-    Row<models::setChargingProfileRequest_t>("SetChargingProfile"),
-    Row<models::updateFirmwareRequest_t, &Ocpp20Protocol_OnUpdateFirmwareRequest>("UpdateFirmware"),
-    Row<models::getVariablesRequest_t, &Ocpp20Protocol_OnGetVariablesRequest>("GetVariables"),
+    Row<models::changeAvailabilityRequest_t, &models::ValidateChangeAvailabilityRequest, &Ocpp20Protocol_OnChangeAvailabilityRequest>("ChangeAvailability"),
+    Row<models::cancelReservationRequest_t, &models::ValidateCancelReservationRequest, &Ocpp20Protocol_OnCancelReservationRequest>("CancelReservation"),
+    Row<models::certificateSignedRequest_t, &models::ValidateCertificateSignedRequest, &Ocpp20Protocol_OnCertificateSignedRequest>("CertificateSigned"),
+    Row<models::clearCacheRequest_t, &models::ValidateClearCacheRequest, &Ocpp20Protocol_OnClearCacheRequest>("ClearCache"),
+    Row<models::clearChargingProfileRequest_t, &models::ValidateClearChargingProfileRequest>("ClearChargingProfile"),
+    Row<models::clearDisplayMessageRequest_t, &models::ValidateClearDisplayMessageRequest, &Ocpp20Protocol_OnClearDisplayMessageRequest>("ClearDisplayMessage"),
+    Row<models::clearVariableMonitoringRequest_t, &models::ValidateClearVariableMonitoringRequest>("ClearVariableMonitoring"),
+    Row<models::costUpdatedRequest_t, &models::ValidateCostUpdatedRequest, &Ocpp20Protocol_OnCostUpdatedRequest>("CostUpdated"),
+    Row<models::customerInformationRequest_t, &models::ValidateCustomerInformationRequest>("CustomerInformation"),
+    Row<models::deleteCertificateRequest_t, &models::ValidateDeleteCertificateRequest, &Ocpp20Protocol_OnDeleteCertificateRequest>("DeleteCertificate"),
+    Row<models::installCertificateRequest_t, &models::ValidateInstallCertificateRequest, &Ocpp20Protocol_OnInstallCertificate>("InstallCertificate"),
+    Row<models::triggerMessageRequest_t, &models::ValidateTriggerMessageRequest, &Ocpp20Protocol_OnTriggerMessageRequest>("TriggerMessage"),
+    Row<models::reserveNowRequest_t, &models::ValidateReserveNowRequest, &Ocpp20Protocol_OnReserveNowRequest>("ReserveNow"),
+    Row<models::resetRequest_t, &models::ValidateResetRequest, &Ocpp20Protocol_OnResetRequest>("Reset"),
+    Row<models::sendLocalListRequest_t, &models::ValidateSendLocalListRequest, &Ocpp20Protocol_OnSendLocalListRequest>("SendLocalList"),
+    Row<models::requestStartTransactionRequest_t, &models::ValidateRequestStartTransactionRequest, &Ocpp20Protocol_RequestStartTransactionRequest>("RequestStartTransaction"),
+    Row<models::requestStopTransactionRequest_t, &models::ValidateRequestStopTransactionRequest, &Ocpp20Protocol_RequestStopTransactionRequest>("RequestStopTransaction"),
+    Row<models::publishFirmwareRequest_t, &models::ValidatePublishFirmwareRequest, &Ocpp20Protocol_PublishFirmwareRequest>("PublishFirmware"),
+    Row<models::dataTransferRequest_t, &models::ValidateDataTransferRequest, &Ocpp20Protocol_OnDataTransferRequest>("DataTransfer"),
+    Row<models::setVariablesRequest_t, &models::ValidateSetVariablesRequest, &Ocpp20Protocol_OnSetVariablesRequest>("SetVariables"),
+    Row<models::getBaseReportRequest_t, &models::ValidateGetBaseReportRequest>("GetBaseReport"),
+    Row<models::getChargingProfilesRequest_t, &models::ValidateGetChargingProfilesRequest>("GetChargingProfiles"),
+    Row<models::unlockConnectorRequest_t, &models::ValidateUnlockConnectorRequest, &Ocpp20Protocol_OnUnlockConnectorRequest>("UnlockConnector"),
+    Row<models::getCompositeScheduleRequest_t, &models::ValidateGetCompositeScheduleRequest>("GetCompositeSchedule"),
+    Row<models::unpublishFirmwareRequest_t, &models::ValidateUnpublishFirmwareRequest, &Ocpp20Protocol_OnUnpublishFirmwareRequest>("UnpublishFirmware"),
+    Row<models::getDisplayMessagesRequest_t, &models::ValidateGetDisplayMessagesRequest>("GetDisplayMessages"),
+    Row<models::getInstalledCertificateIdsRequest_t, &models::ValidateGetInstalledCertificateIdsRequest, &Ocpp20Protocol_OnGetInstalledCertificateIdsRequest>("GetInstalledCertificateIds"),
+    Row<models::setVariableMonitoringRequest_t, &models::ValidateSetVariableMonitoringRequest>("SetVariableMonitoring"),
+    Row<models::getLocalListVersionRequest_t, &models::ValidateGetLocalListVersionRequest, &Ocpp20Protocol_OnGetLocalListVersionRequest>("GetLocalListVersion"),
+    Row<models::setNetworkProfileRequest_t, &models::ValidateSetNetworkProfileRequest, &Ocpp20Protocol_OnSetNetworkProfileRequest>("SetNetworkProfile"),
+    Row<models::setMonitoringLevelRequest_t, &models::ValidateSetMonitoringLevelRequest>("SetMonitoringLevel"),
+    Row<models::setMonitoringBaseRequest_t, &models::ValidateSetMonitoringBaseRequest>("SetMonitoringBase"),
+    Row<models::setDisplayMessageRequest_t, &models::ValidateSetDisplayMessageRequest>("SetDisplayMessage"),
+    Row<models::getLogRequest_t, &models::ValidateGetLogRequest, &Ocpp20Protocol_OnGetLogRequest>("GetLog"),
+    Row<models::getMonitoringReportRequest_t, &models::ValidateGetMonitoringReportRequest>("GetMonitoringReport"),
+    Row<models::getReportRequest_t, &models::ValidateGetReportRequest>("GetReport"),
+    Row<models::getTransactionStatusRequest_t, &models::ValidateGetTransactionStatusRequest>("GetTransactionStatus"),
+    Row<models::setChargingProfileRequest_t, &models::ValidateSetChargingProfileRequest>("SetChargingProfile"),
+    Row<models::updateFirmwareRequest_t, &models::ValidateUpdateFirmwareRequest, &Ocpp20Protocol_OnUpdateFirmwareRequest>("UpdateFirmware"),
+    Row<models::getVariablesRequest_t, &models::ValidateGetVariablesRequest, &Ocpp20Protocol_OnGetVariablesRequest>("GetVariables"),
 };
 
 static_assert(sizeof(kInboundActions) / sizeof(kInboundActions[0]) == 40, "the action table has 40 rows");
@@ -134,6 +140,8 @@ Ocpp20Record Ocpp20Protocol_CheckRequest(const Ocpp20InboundAction& row, const r
     // The header a record read from the whole frame would carry.
     Base header(Base::CALL, std::string(), std::string());
     const rapidjson::Value* payload = header.TakeHeader(frame);
+    // A payload that is there but not an object goes to the check as it stands, to be refused.
+    if (payload == nullptr && frame.IsArray() && frame.Size() >= 4) payload = &frame[3];
     static const rapidjson::Value kEmpty(rapidjson::kObjectType);
     return row.check(payload != nullptr ? *payload : kEmpty, header);
 }

@@ -19,8 +19,8 @@ struct Ocpp20RecordDeleter {
 };
 typedef std::unique_ptr<void, Ocpp20RecordDeleter> Ocpp20Record;
 
-// Reads the payload into the action's record, throwing CustomException when it
-// does not fit; a schema validator for the action goes in the same place.
+// Checks the payload against the action's request schema, then reads it into
+// the action's record; throws CustomException with the reason when it does not fit.
 typedef Ocpp20Record (*Ocpp20PayloadCheck)(const rapidjson::Value& payload, const Base& header);
 typedef void (*Ocpp20InboundHandler)(const char* messageId, const void* record, int frameLen);
 

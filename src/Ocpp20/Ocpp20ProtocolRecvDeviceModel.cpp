@@ -196,6 +196,8 @@ void Ocpp20Protocol_OnGetVariablesRequest(const char* messageId, const models::g
                  Field(item.componentInstance), Field(item.variableName), Field(item.variableInstance));
         answer.getVariableResult.push_back(result);
     }
+    // The schema wants at least one result; the request had at least one entry.
+    if (answer.getVariableResult.empty()) return;
     const std::string out = COcppProtocol20::GetVariables(messageId, answer);
     if (!out.empty()) COutboundSender::Send(OUTBOUNDKIND_ANSWER, out);
 }

@@ -8,6 +8,7 @@
 
 #include "Ocpp20/Ocpp20ProtocolRecv.h"
 #include "Ocpp20/Protocol/JsonText.h"
+#include "Ocpp20/Protocol/SchemaCheck.h"
 #include "OcppProtocol/InboundFrame.h"
 #include "OcppProtocol/OcppSendSeam.h"
 #include "Process/BootHeartbeat.h"
@@ -101,11 +102,12 @@ void COcppProtocol20::OnMessage(const CInboundFrame& frame) {
     const rapidjson::Document& doc = frame.Document();
     const bool parsed = frame.Parsed() && doc.IsArray();
     const int len = static_cast<int>(frame.Length());
-    if (parsed && doc.Size() >= 3 && doc[2].IsString()) {
+    const int type = parsed && doc.Size() >= 1 && doc[0].IsInt() ? doc[0].GetInt() : 0;
+    // Only a frame typed CALL is a request: a CALLERROR names its error code
+    // where a CALL names its action, and must never be taken for one.
+    if (type == Base::CALL && doc.Size() >= 3 && doc[2].IsString()) {
         const std::string id = doc[1].IsString() ? std::string(doc[1].GetString(), doc[1].GetStringLength()) : "";
         const std::string action(doc[2].GetString(), doc[2].GetStringLength());
-        // A CALLERROR nobody waited for lands here too; its error code
-        // matches no action, so it ends without an answer.
         const Ocpp20InboundAction* row = Ocpp20Protocol_FindInboundAction(action.c_str());
         Ocpp20Record request;
         std::string failure;
@@ -126,6 +128,12 @@ void COcppProtocol20::OnMessage(const CInboundFrame& frame) {
             OcppProtocol_ResponseError(id.c_str(), RESPONSEERRORCODE_SECURITYERROR, "", "{}");
             return;
         }
+        // A name OCPP 2.0.1 does not know is refused at once rather than left to time out.
+        if (!models::IsOcppAction(action.c_str())) {
+            OcppProtocol_ResponseError(id.c_str(), RESPONSEERRORCODE_NOTIMPLEMENTED, "", "{}");
+            return;
+        }
+        // Every schema violation is TypeConstraintViolation, whatever rule it breaks.
         if (!fits) {
             LOG_INFO("CustomException: %s", failure.c_str());
             OcppProtocol_ResponseError(id.c_str(), RESPONSEERRORCODE_TYPECONSTRAINTVIOLATION, "", "{}");
@@ -134,7 +142,8 @@ void COcppProtocol20::OnMessage(const CInboundFrame& frame) {
         if (row != nullptr && row->handler != nullptr) row->handler(id.c_str(), request.get(), len);
         return;
     }
-    if (parsed && doc.Size() >= 1 && doc[0].IsInt() && doc[0].GetInt() == Base::CALLRESULT) return;
+    // Answers nobody waits for any more are dropped without a word.
+    if (type == Base::CALLRESULT || type == Base::CALLERROR) return;
     LOG_ERROR("recv cms data error:%s\n", frame.Text());
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "FrameSchema.h"
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
@@ -140,7 +141,8 @@ void ResetSdkState() {
     g_bInvalidTLSVersion = 0;
     g_bInvalidTLSCiphersuite = 0;
     OcppProtocol_SetSecurityEventObserver(nullptr);
-    CMessageCallBack::SetFrameObserver(nullptr);
+    // CALLs that reach the dispatcher are noted, so answers to them are checked against their schema.
+    CMessageCallBack::SetFrameObserver([](const char* frame, uint32_t len) { NoteInboundCall(frame, len); });
     COutboundSender::SetOfflineStore(nullptr);
     COutboundSender::SetTransactionQueue(nullptr);
 }

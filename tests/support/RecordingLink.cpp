@@ -1,17 +1,28 @@
 #include "RecordingLink.h"
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 
+#include "FrameSchema.h"
 #include "OcppProtocol/OcppSendSeam.h"
 
 namespace ocpptest {
 
 namespace {
 RecordingLink* g_link = nullptr;
+
+// A frame a strict CSMS would refuse fails the test that made the library send it.
+void CheckSchema(const char* frame, int len) {
+    const std::string text(frame, static_cast<size_t>(len));
+    const std::string problem = FrameSchemaProblem(text);
+    if (!problem.empty()) ADD_FAILURE() << "the station sent a frame a strict CSMS refuses (" << problem << "):\n" << text;
 }
+}  // namespace
 
 RecordingLink::RecordingLink() {
     g_link = this;
+    ForgetInboundCalls();
     COcppSendSeam::Set(&RecordingLink::Send, &RecordingLink::Request);
 }
 
@@ -53,6 +64,7 @@ void RecordingLink::Answer(std::function<std::string(const std::string&)> answer
 int RecordingLink::Send(const char* frame, int len) {
     RecordingLink* self = g_link;
     if (self == nullptr) return 0;
+    CheckSchema(frame, len);
     std::lock_guard<std::mutex> lock(self->m_mutex);
     self->m_sent.emplace_back(frame, static_cast<size_t>(len));
     return self->m_sendResult;
@@ -62,6 +74,7 @@ int RecordingLink::Request(const char* id, const char* frame, int len, char* res
                            int* responseLen) {
     RecordingLink* self = g_link;
     if (self == nullptr) return 0;
+    CheckSchema(frame, len);
     std::function<std::string(const std::string&)> answer;
     {
         std::lock_guard<std::mutex> lock(self->m_mutex);

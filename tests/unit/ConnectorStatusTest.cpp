@@ -9,6 +9,7 @@
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectorManager.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -186,7 +187,7 @@ TEST_F(ConnectorStatus, TriggerMessageReportsTheConnectorEvseOrStationItNames) {
     for (const Case& c : cases) {
         link.Clear();
         const std::string frame = std::string("[2,\"t1\",\"TriggerMessage\",") + c.payload + "]";
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        DeliverTo20(frame);
         const std::vector<std::string> all = link.Sent();
         ASSERT_FALSE(all.empty()) << c.payload;
         EXPECT_EQ(all[0].rfind("[3,\"t1\"", 0), 0u) << "the answer leaves before the statuses: " << c.payload;

@@ -12,6 +12,7 @@
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -72,7 +73,7 @@ protected:
     }
 
     static void Deliver(const std::string& frame) {
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        DeliverTo20(frame);
     }
     void Drain() { ASSERT_TRUE(WaitFor([] { return CMessageCallBack::GetInstance()->Pending() == 0; })); }
 
@@ -167,8 +168,11 @@ TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAns
 TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost) {
     std::vector<std::string> five(5, Entry("AuthCtrlr", "Enabled", "true"));
     Deliver(Call("many", "SetVariables", five));
-    const std::string big(1200, 'x');
-    std::vector<std::string> heavy(4, Entry("HostCtrlr", "Brightness", big));
+    // Heavy but valid: vendor data is free in size.
+    const std::string heavyEntry = R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Brightness"},)"
+                                   R"("attributeValue":"1","customData":{"vendorId":"v","pad":")" +
+                                   std::string(1200, 'x') + "\"}}";
+    std::vector<std::string> heavy(4, heavyEntry);
     Deliver(Call("heavy", "SetVariables", heavy));
     const std::vector<std::string> sent = link.Sent();
     ASSERT_EQ(sent.size(), 2u);
@@ -187,8 +191,9 @@ TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost)
     Deliver(Call("many-get", "GetVariables",
                  std::vector<std::string>(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})")));
     Deliver(Call("heavy-get", "GetVariables",
-                 std::vector<std::string>(3, R"({"component":{"name":"AuthCtrlr","instance":")" + std::string(2000, 'i') +
-                                                 R"("},"variable":{"name":"Enabled"}})")));
+                 std::vector<std::string>(3, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"},)"
+                                                 R"("customData":{"vendorId":"v","pad":")" + std::string(2000, 'i') +
+                                                 "\"}}")));
     EXPECT_EQ(link.Sent(), (std::vector<std::string>{"[4,\"many-get\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
                                                      "[4,\"heavy-get\",\"FormatViolation\",\"\",{}]\n"}));
 }

@@ -25,7 +25,7 @@ protected:
 
 // A CALL frame whose payload is `size` bytes of padding in one string member.
 std::string FrameOfLength(size_t total) {
-    const std::string head = "[2,\"len\",\"DataTransfer\",\n{\"data\": \"";
+    const std::string head = "[2,\"len\",\"DataTransfer\",\n{\"vendorId\": \"v\", \"data\": \"";
     const std::string tail = "\"}]";
     return head + std::string(total - head.size() - tail.size(), 'x') + tail;
 }

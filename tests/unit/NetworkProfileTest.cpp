@@ -7,6 +7,7 @@
 #include "Ocpp20/Process/VariableCache.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/ConnectManager.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -48,7 +49,7 @@ std::string NetworkProfileCall(const std::string& id, int slot, int securityProf
            ",\"ocppInterface\":\"Wired0\"}}]";
 }
 
-void Deliver(const std::string& frame) { COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size())); }
+void Deliver(const std::string& frame) { DeliverTo20(frame); }
 
 TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
     RecordingLink link;

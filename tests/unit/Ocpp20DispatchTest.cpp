@@ -10,6 +10,7 @@
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -32,7 +33,7 @@ protected:
     }
 
     static void Deliver(const std::string& frame) {
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        DeliverTo20(frame);
     }
     // Lets everything already queued for the host reach it.
     void Drain() { ASSERT_TRUE(WaitFor([] { return CMessageCallBack::GetInstance()->Pending() == 0; })); }
@@ -104,9 +105,6 @@ std::vector<HostRow> HostRows() {
          [](const char* id) { return Ocpp20Protocol_ReserveNow(id, 2); }, "Occupied"},
         {"Reset", R"({"type":"OnIdle","evseId":300})", 21, 46, {{41, 'i', 1}, {45, 'b', 300 & 0xFF}},
          [](const char* id) { return Ocpp20Protocol_Reset(id, 0); }, "Accepted"},
-        // A missing member is passed on with its empty value.
-        {"Reset", R"({"evseId":1})", 21, 46, {{41, 'i', -1}, {45, 'b', 1}},
-         [](const char* id) { return Ocpp20Protocol_Reset(id, 1); }, "Rejected"},
         {"RequestStartTransaction", R"({"idToken":{"idToken":"ABC","type":"Central"},"remoteStartId":12,"evseId":1})",
          23, 90, {{41, 'i', 1}, {45, 'i', 12}, {49, 's', 0, "ABC"}, {86, 'i', 0}},
          [](const char* id) { return Ocpp20Protocol_RequestStartTransaction(id, 0, "tx-1"); },
@@ -202,10 +200,8 @@ TEST_F(Dispatch, WronglyTypedMemberIsAnsweredWithTypeConstraintViolation) {
     EXPECT_EQ(host.Count(), 0u);
 }
 
-// Unknown actions are left to the transport's time-out; unawaited answers are dropped quietly.
-TEST_F(Dispatch, UnknownActionsAndUnawaitedAnswersGetNoAnswer) {
-    Deliver(Call("u1", "MakeCoffee", "{}"));
-    Deliver(Call("u2", "reset", R"({"type":"Immediate"})"));
+// An action no store serves yet is left to the transport's time-out; unawaited answers are dropped quietly.
+TEST_F(Dispatch, NotYetServedActionsAndUnawaitedAnswersGetNoAnswer) {
     Deliver(Call("u3", "ClearChargingProfile", "{}"));
     Deliver("[4,\"e1\",\"GenericError\",\"late\",{}]");
     Deliver("[3,\"r1\",{\"status\":\"Accepted\"}]");
@@ -266,7 +262,7 @@ TEST_F(Dispatch, RejectedStationRefusesRequestsExceptBootTrigger) {
 }
 
 TEST_F(Dispatch, LongTextsAreCutToTheRecordFields) {
-    const std::string chain(12000, 'C');
+    const std::string chain(10000, 'C');
     Deliver(Call("c1", "CertificateSigned", "{\"certificateChain\":\"" + chain + "\"}"));
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CERTIFICATESIGNED));
     const std::string record = host.Records()[0].bytes;

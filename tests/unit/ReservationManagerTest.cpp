@@ -11,6 +11,7 @@
 #include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/ReservationManager.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -202,7 +203,7 @@ TEST_F(ReservationMessages, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) 
     const std::string call =
         R"([2,"rn-1","ReserveNow",{"id":12,"expiryDateTime":")" + CTools::GetLocalTime(now + 3600) +
         R"(","idToken":{"idToken":"TOKEN","type":"ISO14443"},"groupIdToken":{"idToken":"FAMILY","type":"Central"},"evseId":2}])";
-    COcppProtocol20::OnMessage(call.data(), static_cast<int>(call.size()));
+    DeliverTo20(call);
 
     ReservationItem got;
     ASSERT_EQ(store->GetReservationItem(12, &got), 1) << "stored before the host has answered";

@@ -438,6 +438,13 @@ int CVariableCache::CheckSetVariable(VariableDataItem20& item) {
     return status;
 }
 
+bool CVariableCache::HasComponentAt(const VariableDataItem20& query) {
+    OCPP_SECTION(&m_mutex);
+    for (const VariableDataItem20& record : m_items)
+        if (record.IsSameComponent(query) && record.connectorId == query.connectorId) return true;
+    return false;
+}
+
 std::vector<VariableDataItem20> CVariableCache::AnswerGetVariables(const std::vector<VariableDataItem20>& queries) {
     std::vector<VariableDataItem20> answers;
     CVariableCustom* custom = CVariableCustom::GetInstance();
@@ -452,7 +459,13 @@ std::vector<VariableDataItem20> CVariableCache::AnswerGetVariables(const std::ve
         }
         VariableDataItem20 read = query;
         if (GetVariable(&read) == 0) {
+            // Every requested entry gets a result: one that cannot be read
+            // is unknown, at the component level when nothing of that
+            // component lives at the requested EVSE and connector.
             LOG_ERROR("GetVariable error\n%s", query.ToString().c_str());
+            query.status = HasComponentAt(query) ? VARIABLESTATUS_UNKNOWNVARIABLE : VARIABLESTATUS_UNKNOWNCOMPONENT;
+            query.attributeValue[0] = '\0';
+            answers.push_back(query);
             continue;
         }
         if (mode == VARIABLEMODE_WRITEONLY) {

@@ -54,8 +54,10 @@ public:
     // Status of one SetVariables entry before the host sees it: 0 to 5 decided
     // here, VARIABLESTATUS_HOSTDECIDE when the host owns the variable.
     int CheckSetVariable(VariableDataItem20& item);
-    // Answers of a GetVariables request; entries whose record vanished meanwhile are dropped.
+    // Answers of a GetVariables request, one per query, in order.
     std::vector<VariableDataItem20> AnswerGetVariables(const std::vector<VariableDataItem20>& queries);
+    // Whether any variable of the query's component lives at its EVSE and connector.
+    bool HasComponentAt(const VariableDataItem20& query);
 
     std::vector<VariableDataItem20> FilterFromVariableMode(int mode);
     std::vector<VariableDataItem20> GetFullVariables();
