@@ -19,6 +19,7 @@ export class Csms extends EventEmitter {
     this.failures = [];     // strict validation failures; a test fails on any
     this.handshakes = [];   // { identity, password, protocols, peerCn, accepted }
     this.clients = [];
+    this.handlers = new Map();
     this.server = new RPCServer({
       protocols: ['ocpp2.0.1', 'ocpp2.1'],
       strictMode: true,
@@ -50,6 +51,9 @@ export class Csms extends EventEmitter {
     return `${this.options.tls ? 'wss' : 'ws'}://127.0.0.1:${this.port}${path}`;
   }
 
+  // Replaces the default answer for one action: fn({ params, client }) returns the result.
+  handle(method, fn) { this.handlers.set(method, fn); }
+
   #authenticate(accept, reject, hs) {
     const peer = hs.request.socket.getPeerCertificate?.();
     const record = {
@@ -76,6 +80,8 @@ export class Csms extends EventEmitter {
       const call = { method, params, at: Date.now(), client };
       this.calls.push(call);
       this.emit('call', call);
+      const custom = this.handlers.get(method);
+      if (custom) return custom({ params, client });
       return this.#defaultAnswer(method);
     });
   }

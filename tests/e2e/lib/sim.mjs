@@ -17,15 +17,16 @@ export function tempDir(prefix = 'ocpp-e2e-') {
 }
 
 export class Station {
-  // args: { url, id, profile, password, ca, cert, key, cache, evses, connectors }
+  // args: { url, id, profile, user, password, ca, cert, key, messageTimeout, backoff, logLevel, cache, evses, connectors }
   constructor(args) {
     this.cache = args.cache ?? tempDir();
     this.ownsCache = !args.cache;
     this.events = [];
     this.stderr = [];
     const argv = ['--url', args.url, '--cache', this.cache, '--id', args.id ?? 'SIM001',
-      '--profile', String(args.profile ?? 0), '--log-level', '2'];
-    for (const [flag, key] of [['--password', 'password'], ['--ca', 'ca'], ['--cert', 'cert'], ['--key', 'key'],
+      '--profile', String(args.profile ?? 0), '--log-level', String(args.logLevel ?? 2)];
+    for (const [flag, key] of [['--user', 'user'], ['--password', 'password'], ['--ca', 'ca'], ['--cert', 'cert'],
+      ['--key', 'key'], ['--message-timeout', 'messageTimeout'], ['--backoff', 'backoff'], ['--protocol', 'protocol'],
       ['--evses', 'evses'], ['--connectors', 'connectors']]) {
       if (args[key] !== undefined) argv.push(flag, String(args[key]));
     }
