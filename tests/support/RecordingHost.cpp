@@ -27,21 +27,20 @@ RecordingHost::RecordingHost() {
 }
 
 RecordingHost::~RecordingHost() {
-    Unblock();
-    // Stop deliveries before the table goes away.
+    Unblock();  // from here on no delivery blocks
+    {
+        // A delivery in progress finishes first; none reaches this host afterwards, even
+        // from a worker that a late link event of a still running manager starts again.
+        std::lock_guard<std::mutex> lock(g_hostMutex);
+        if (g_host == this) g_host = nullptr;
+    }
     CMessageCallBack::Release();
     OcppProtocol_Init(0, nullptr);
-    std::lock_guard<std::mutex> lock(g_hostMutex);
-    if (g_host == this) g_host = nullptr;
 }
 
 void RecordingHost::Message(const char* record, uint32_t length) {
-    RecordingHost* host;
-    {
-        std::lock_guard<std::mutex> lock(g_hostMutex);
-        host = g_host;
-    }
-    if (host != nullptr) host->Store(record, length);
+    std::lock_guard<std::mutex> lock(g_hostMutex);
+    if (g_host != nullptr) g_host->Store(record, length);
 }
 
 void RecordingHost::Store(const char* record, uint32_t length) {
