@@ -1,5 +1,7 @@
-// What a certifying CSMS checks beyond the message schemas: triggered boot,
-// the heartbeat interval variable, cancelled reservations and durable SetVariables.
+// What a certifying CSMS checks on the station: requests that break their
+// schema are refused before anything acts on them, every answer is one a strict
+// CSMS accepts, and beyond the schemas: triggered boot, the heartbeat interval
+// variable, cancelled reservations and durable SetVariables.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -9,11 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "FrameSchema.h"
 #include "Ocpp20/Ocpp20ProtocolRecv.h"
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/Process/VariableCustom.h"
+#include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OcppSendSeam.h"
 #include "Process/BootHeartbeat.h"
@@ -29,49 +33,83 @@ using namespace ocpptest;
 
 namespace {
 
-int IgnoreClockSet(int64_t) { return 1; }
-int64_t NoTraffic() { return 0; }
-
-std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
-    return "[2,\"" + id + R"(","SetVariables",{"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},)" +
-           R"("variable":{"name":")" + variable + R"("},"attributeValue":")" + value + "\"}]}]";
-}
-
-class ConformanceRules : public ::testing::Test {
+class Conformance : public ::testing::Test {
 protected:
     void SetUp() override {
         ResetSdkState();
         CBootHeartbeat::Release();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        CVariableCache* cache = CVariableCache::GetInstance();
+        cache->InitDefault();
+        ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
+        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")),
+                  1);
+    }
+    void TearDown() override {
+        CVariableCache::Release();
+        CVariableCharacteristics::Release();
+        CVariableCustom::Release();
+        CBootHeartbeat::Release();
+        ResetSdkState();
+    }
+    void Drain() { ASSERT_TRUE(WaitFor([] { return CMessageCallBack::GetInstance()->Pending() == 0; })); }
+
+    TempDir dir;
+    RecordingHost host;
+    RecordingLink link;
+    LogCapture log;
+};
+
+std::string Call(const std::string& id, const std::string& action, const std::string& payload) {
+    return "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
+}
+
+std::string Error(const std::string& id, const char* code) { return "[4,\"" + id + "\",\"" + code + "\",\"\",{}]\n"; }
+
+VariableDataItem ConnectorVariable(const char* variable, uint8_t connectorId) {
+    VariableDataItem v;
+    memset(&v, 0, sizeof v);
+    v.evseId = 1;
+    v.connectorId = connectorId;
+    CTools::CopyField(v.componentName, "Connector");
+    CTools::CopyField(v.variableName, variable);
+    CTools::CopyField(v.attributeValue, "x");
+    v.mode = VARIABLEMODE_READONLY;
+    return v;
+}
+
+int IgnoreClockSet(int64_t) { return 1; }
+int64_t NoTraffic() { return 0; }
+
+std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
+    return Call(id, "SetVariables", R"({"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":")" +
+                                        variable + R"("},"attributeValue":")" + value + "\"}]}");
+}
+
+class ConformanceRules : public Conformance {
+protected:
+    void SetUp() override {
         CConnectManager::Release();
         Ocpp20Protocol_ClearPendingSetVariables();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        g_eSdkStatus = SDKSTATUS_CONNECTED;
         CTools::FreezeClock(true);
         CTools::SetSetTimeHook(&IgnoreClockSet);
         CBootHeartbeat::SetLastOperateSource(&NoTraffic);
+        Conformance::SetUp();
+        g_eSdkStatus = SDKSTATUS_CONNECTED;
         cache = CVariableCache::GetInstance();
-        cache->InitDefault();
-        ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
         boot = CBootHeartbeat::GetInstance();
         boot->StopTimer();  // ticks come from the test
     }
     void TearDown() override {
-        CBootHeartbeat::Release();
         CConnectManager::Release();
         CTimerManager::Release();
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
-        CVariableCustom::Release();
         CReservationManager::Release();
         Ocpp20Protocol_ClearPendingSetVariables();
         CBootHeartbeat::SetLastOperateSource(nullptr);
         CTools::SetSetTimeHook(nullptr);
-        ResetSdkState();
+        Conformance::TearDown();
     }
 
-    static void Deliver(const std::string& frame) {
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
-    }
     // The CSMS answers every boot with `status` and `interval`, everything else with its bare minimum.
     void Csms(const char* status, int interval) {
         link.Answer([status, interval, this](const std::string& id) {
@@ -106,29 +144,103 @@ protected:
     }
     void Advance(int seconds) { CTools::AdvanceClockMs(int64_t(seconds) * 1000); }
 
-    TempDir dir;
     ClockGuard clock;
-    RecordingHost host;
-    RecordingLink link;
-    LogCapture log;
     CVariableCache* cache = nullptr;
     CBootHeartbeat* boot = nullptr;
 };
 
 }  // namespace
 
+TEST_F(Conformance, RequestBreakingItsSchemaIsRefusedAndNeverReachesTheHost) {
+    const struct {
+        const char* action;
+        std::string payload;
+    } cases[] = {
+        {"Reset", R"({"evseId":1})"},                                           // required member missing
+        {"Reset", R"({"type":"Sometime"})"},                                    // text outside the enumeration
+        {"TriggerMessage", R"({"requestedMessage":"Coffee"})"},                 // the same, on a library-decided row
+        {"GetVariables", R"({"getVariableData":[]})"},                          // required array empty
+        {"CertificateSigned", "{\"certificateChain\":\"" + std::string(10001, 'C') + "\"}"},  // string too long
+        {"Reset", R"({"type":"Immediate","colour":"red"})"},                   // member the schema does not know
+        {"Reset", R"(["Immediate"])"},                                          // payload not an object
+    };
+    int n = 0;
+    for (const auto& c : cases) {
+        const std::string id = "v" + std::to_string(n++);
+        DeliverTo20(Call(id, c.action, c.payload));
+        EXPECT_EQ(link.Last(), Error(id, "TypeConstraintViolation")) << c.action << " " << c.payload.substr(0, 60);
+    }
+    EXPECT_EQ(link.Count(), static_cast<size_t>(n)) << "nothing but the errors leaves";
+    EXPECT_TRUE(log.Contains("CustomException: type: not in enumeration", 1)) << "the log says which rule broke";
+    Drain();
+    EXPECT_EQ(host.Count(), 0u);
+}
+
+TEST_F(Conformance, OnlyAFrameTypedCallIsARequest) {
+    DeliverTo20(R"([4,"e1","Reset","",{}])");
+    DeliverTo20(R"([3,"r1","Reset",{"type":"Immediate"}])");
+    DeliverTo20(R"([5,"x1","Reset",{"type":"Immediate"}])");
+    Drain();
+    EXPECT_EQ(host.Count(), 0u);
+    EXPECT_EQ(link.Count(), 0u);
+    EXPECT_EQ(log.Count("recv cms data error"), 1u) << "only the frame of no known type is logged";
+}
+
+TEST_F(Conformance, ActionOutsideOcppIsNotImplementedAtOnce) {
+    DeliverTo20(Call("u1", "MakeCoffee", "{}"));
+    EXPECT_EQ(link.Last(), Error("u1", "NotImplemented"));
+    DeliverTo20(Call("u2", "reset", R"({"type":"Immediate"})"));
+    EXPECT_EQ(link.Last(), Error("u2", "NotImplemented"));
+    // A rejected station still says SecurityError first.
+    CBootHeartbeat::GetInstance()->SetBootStatus(2);
+    DeliverTo20(Call("u3", "MakeCoffee", "{}"));
+    EXPECT_EQ(link.Last(), Error("u3", "SecurityError"));
+    Drain();
+    EXPECT_EQ(host.Count(), 0u);
+}
+
+TEST_F(Conformance, GetVariablesAnswersEveryEntryItCannotRead) {
+    VariableDataItem declared[3] = {ConnectorVariable("AvailabilityState", 1), ConnectorVariable("ConnectorType", 1),
+                                    ConnectorVariable("AvailabilityState", 2)};
+    ASSERT_EQ(OcppProtocol_SetVariableData(3, declared, 0), 1);
+    DeliverTo20(Call("g1", "GetVariables",
+                     R"({"getVariableData":[)"
+                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":9}},"variable":{"name":"AvailabilityState"}},)"
+                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":2}},"variable":{"name":"ConnectorType"}},)"
+                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":2}},"variable":{"name":"AvailabilityState"}}]})"));
+    ASSERT_EQ(link.Count(), 1u);
+    const std::string answer = link.Last();
+    const size_t unknownComponent = answer.find("\"attributeStatus\": \"UnknownComponent\"");
+    const size_t unknownVariable = answer.find("\"attributeStatus\": \"UnknownVariable\"");
+    const size_t accepted = answer.find("\"attributeStatus\": \"Accepted\"");
+    ASSERT_NE(unknownComponent, std::string::npos) << "no connector 9 on EVSE 1:\n" << answer;
+    ASSERT_NE(unknownVariable, std::string::npos) << "connector 2 has no ConnectorType:\n" << answer;
+    ASSERT_NE(accepted, std::string::npos) << answer;
+    EXPECT_LT(unknownComponent, unknownVariable) << "results keep the order of the request";
+    EXPECT_LT(unknownVariable, accepted);
+    EXPECT_NE(answer.find("\"connectorId\": 9"), std::string::npos) << "the result names what was asked for";
+}
+
+TEST_F(Conformance, FrameCheckRefusesWhatAStrictCsmsRefuses) {
+    DeliverTo20(Call("g2", "GetVariables", R"({"getVariableData":[{"component":{"name":"X"},"variable":{"name":"Y"}}]})"));
+    EXPECT_NE(FrameSchemaProblem("[3,\"g2\",\n{\"getVariableResult\": []}]"), "") << "empty result list";
+    EXPECT_NE(FrameSchemaProblem("[2,\"c1\",\"Heartbeat\",\n{\"x\": 1}]"), "") << "unknown member";
+    EXPECT_NE(FrameSchemaProblem("[4,\"c1\",\"Oops\",\"\",{}]\n"), "") << "unknown error code";
+    EXPECT_EQ(FrameSchemaProblem("[4,\"c1\",\"GenericError\",\"\",{}]\n"), "");
+}
+
 TEST_F(ConformanceRules, TriggeredBootIsSentWhileBootingButRefusedOnceTheStationIsAccepted) {
     Csms("Pending", 300);
     OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
     boot->TimerProc();
     Csms("Accepted", 60);
-    Deliver(R"([2,"t1","TriggerMessage",{"requestedMessage":"BootNotification"}])");
+    DeliverTo20(R"([2,"t1","TriggerMessage",{"requestedMessage":"BootNotification"}])");
     ASSERT_EQ(Sent("BootNotification"), 2u);
     EXPECT_NE(link.Sent()[1].find("\"Accepted\""), std::string::npos) << "the answer goes before the boot";
     EXPECT_EQ(boot->GetBootPhase(), 2);
 
     link.Clear();
-    Deliver(R"([2,"t2","TriggerMessage",{"requestedMessage":"BootNotification"}])");
+    DeliverTo20(R"([2,"t2","TriggerMessage",{"requestedMessage":"BootNotification"}])");
     ASSERT_EQ(link.Count(), 1u) << "an accepted station sends no second BootNotification";
     EXPECT_EQ(link.Last().rfind("[3,\"t2\",", 0), 0u);
     EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos);
@@ -143,15 +255,15 @@ TEST_F(ConformanceRules, HeartbeatIntervalComesFromTheBootAnswerAndSetVariablesC
               std::string::npos)
         << "the interval is kept across restarts";
     link.Clear();
-    Deliver(R"([2,"g1","GetVariables",{"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":"HeartbeatInterval"}}]}])");
+    DeliverTo20(R"([2,"g1","GetVariables",{"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":"HeartbeatInterval"}}]}])");
     EXPECT_NE(link.Last().find("\"attributeValue\": \"60\""), std::string::npos) << link.Last();
 
     Advance(58);
     boot->TimerProc();
     ASSERT_EQ(Sent("Heartbeat"), 1u);
     link.Clear();
-    Deliver(SetCall("s1", "HeartbeatInterval", "20"));
-    Deliver(SetCall("s2", "HeartbeatInterval", "-5"));
+    DeliverTo20(SetCall("s1", "HeartbeatInterval", "20"));
+    DeliverTo20(SetCall("s2", "HeartbeatInterval", "-5"));
     HostAnswersSetVariables("s1");
     HostAnswersSetVariables("s2");
     ASSERT_EQ(link.Count(), 2u);
@@ -172,17 +284,17 @@ TEST_F(ConformanceRules, AcceptedCancelReservationForgetsTheReservationAndReject
     const uint32_t expiry = static_cast<uint32_t>(CTools::CurTimeSec() + 3600);
     store->StoreReservation(5, "A", 0, "", 0, expiry);
     store->StoreReservation(6, "B", 0, "", 0, expiry);
-    Deliver(R"([2,"c1","CancelReservation",{"reservationId":5}])");
-    Deliver(R"([2,"c2","CancelReservation",{"reservationId":6}])");
+    DeliverTo20(R"([2,"c1","CancelReservation",{"reservationId":5}])");
+    DeliverTo20(R"([2,"c2","CancelReservation",{"reservationId":6}])");
     EXPECT_EQ(Ocpp20Protocol_CancelReservation("c2", 1), 1);
     EXPECT_EQ(store->GetReservationItem(6, nullptr), 1);
     EXPECT_EQ(Ocpp20Protocol_CancelReservation("c1", 0), 1);
     EXPECT_EQ(store->GetReservationItem(5, nullptr), 0);
 
     // Requests the host never answers are forgotten first; they cannot pile up.
-    Deliver(R"([2,"old","CancelReservation",{"reservationId":6}])");
+    DeliverTo20(R"([2,"old","CancelReservation",{"reservationId":6}])");
     for (size_t i = 0; i < CReservationManager::kMaxPendingCancels; ++i)
-        Deliver(R"([2,"n)" + std::to_string(i) + R"(","CancelReservation",{"reservationId":99}])");
+        DeliverTo20(R"([2,"n)" + std::to_string(i) + R"(","CancelReservation",{"reservationId":99}])");
     Ocpp20Protocol_CancelReservation("old", 0);
     EXPECT_EQ(store->GetReservationItem(6, nullptr), 1);
 }
@@ -207,7 +319,7 @@ TEST_F(ConformanceRules, LibraryOwnedSetVariablesValueIsOnTheFlashBeforeAccepted
     g_storeAtAnswer.clear();
     COcppSendSeam::Set(&SendSeeingTheStore, &NoRequests);
     const std::string stored = R"("value":"%s","componentname":"OCPPCommCtrlr","variablename":"OfflineThreshold")";
-    Deliver(SetCall("d1", "OfflineThreshold", "42"));
+    DeliverTo20(SetCall("d1", "OfflineThreshold", "42"));
     HostAnswersSetVariables("d1");
     ASSERT_EQ(g_storeAtAnswer.size(), 1u);
     EXPECT_NE(g_answers[0].find("\"Accepted\""), std::string::npos);
@@ -215,7 +327,7 @@ TEST_F(ConformanceRules, LibraryOwnedSetVariablesValueIsOnTheFlashBeforeAccepted
 
     // A store that cannot be written: the value is neither confirmed nor in force.
     ASSERT_EQ(mkdir((g_storePath + "1").c_str(), 0755), 0);
-    Deliver(SetCall("d2", "OfflineThreshold", "43"));
+    DeliverTo20(SetCall("d2", "OfflineThreshold", "43"));
     HostAnswersSetVariables("d2");
     ASSERT_EQ(g_answers.size(), 2u);
     EXPECT_NE(g_answers[1].find("\"Rejected\""), std::string::npos);
@@ -227,7 +339,7 @@ TEST_F(ConformanceRules, LibraryOwnedSetVariablesValueIsOnTheFlashBeforeAccepted
     CTools::CopyField(local.attributeValue, "50");
     cache->UpdateVariableValue(local);
     rmdir((g_storePath + "1").c_str());
-    Deliver(SetCall("d3", "OfflineThreshold", "50"));
+    DeliverTo20(SetCall("d3", "OfflineThreshold", "50"));
     HostAnswersSetVariables("d3");
     ASSERT_EQ(g_answers.size(), 3u);
     EXPECT_NE(g_answers[2].find("\"Accepted\""), std::string::npos);
