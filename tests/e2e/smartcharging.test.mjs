@@ -11,8 +11,9 @@ const externalLimit = (id, source) => ({
   },
 });
 
-test('limits the station sets itself are reported to the CSMS, and so is their removal', async (t) => {
+test('limits the station sets itself and an EV\'s charging needs are reported to the CSMS', async (t) => {
   const s = await connect(t, { interval: 60 });
+  s.csms.handle('NotifyEVChargingNeeds', () => ({ status: 'Accepted' }));
   await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
 
   assert.equal((await s.station.command({ cmd: 'addProfile', request: externalLimit(5, 'EMS') })).rc, 1);
@@ -26,13 +27,8 @@ test('limits the station sets itself are reported to the CSMS, and so is their r
   assert.equal((await s.station.command({ cmd: 'removeProfiles', evse: 1, source: 'EMS' })).rc, 1);
   const cleared = await s.csms.waitForCall('ClearedChargingLimit');
   assert.deepEqual(cleared.params, { chargingLimitSource: 'EMS', evseId: 1 });
-});
 
-test('an EV starting ISO 15118 charging has its needs sent, and an unknown profile choice stores nothing', async (t) => {
-  const s = await connect(t, { interval: 60 });
-  s.csms.handle('NotifyEVChargingNeeds', () => ({ status: 'Accepted' }));
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
-
+  // An EV starting ISO 15118 charging has its needs sent; an unknown profile choice stores nothing.
   const rc = await s.station.command({ cmd: 'requestProfile', evse: 1, mode: 'AC_three_phase' });
   assert.equal(rc.rc, 1, JSON.stringify(rc));
   const needs = await s.csms.waitForCall('NotifyEVChargingNeeds');
