@@ -55,14 +55,12 @@ protected:
         CTools::CopyField(item.attributeValue, value);
         ASSERT_EQ(CVariableCache::GetInstance()->UpdateVariableValue(item), VARIABLESTATUS_ACCEPTED);
     }
-    static std::string Get(const char* component, const char* variable) {
-        return CVariableCache::GetInstance()->GetVariableAttributeValue(VariableDataItem20::Make(component, variable));
-    }
     // The Entries count is written on its own thread; a test that changes the
     // list waits for it so that the write cannot land in the next test.
     static bool EntriesReach(int n) {
         const std::string want = std::to_string(n);
-        return WaitFor([&] { return Get("LocalAuthListCtrlr", "Entries") == want; });
+        const VariableDataItem20 entries = VariableDataItem20::Make("LocalAuthListCtrlr", "Entries");
+        return WaitFor([&] { return CVariableCache::GetInstance()->GetVariableAttributeValue(entries) == want; });
     }
 
     static AuthorizeItem Item(const char* token, int type, int status, int32_t expiry = 0, const char* group = "") {

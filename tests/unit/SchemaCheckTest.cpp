@@ -23,14 +23,9 @@ std::string Why(const char* action, const char* payload, bool request = true) {
     return why;
 }
 
-const char* const kGetVariables =
-    R"({"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":"HeartbeatInterval"}},)"
-    R"({"component":{"name":"%s","evse":{"id":1}},"variable":{"name":"Available"}}]})";
-
 std::string GetVariables(const std::string& secondComponent) {
-    std::string s = kGetVariables;
-    s.replace(s.find("%s"), 2, secondComponent);
-    return s;
+    return R"({"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":"HeartbeatInterval"}},)"
+           R"({"component":{"name":")" + secondComponent + R"(","evse":{"id":1}},"variable":{"name":"Available"}}]})";
 }
 
 }  // namespace
@@ -38,11 +33,8 @@ std::string GetVariables(const std::string& secondComponent) {
 TEST(SchemaCheck, OnlyOcppActionsAreKnownAndTheirNamesMatchExactly) {
     EXPECT_TRUE(models::IsOcppAction("Reset"));
     EXPECT_TRUE(models::IsOcppAction("Get15118EVCertificate"));
-    EXPECT_FALSE(models::IsOcppAction("reset"));
-    EXPECT_FALSE(models::IsOcppAction("Resett"));
-    EXPECT_FALSE(models::IsOcppAction(""));
-    EXPECT_FALSE(models::IsOcppAction(nullptr));
-    EXPECT_FALSE(models::IsOcppAction("AFRRSignal"));  // 2.1 only
+    for (const char* name : {"reset", "Resett", "", static_cast<const char*>(nullptr), "AFRRSignal" /* 2.1 only */})
+        EXPECT_FALSE(models::IsOcppAction(name)) << (name ? name : "null");
     EXPECT_EQ(models::FindPayloadValidator("Reset", true), &models::ValidateResetRequest);
     EXPECT_EQ(models::FindPayloadValidator("Reset", false), &models::ValidateResetResponse);
     EXPECT_EQ(Why("NotAnAction", "{}"), "not an OCPP 2.0.1 action");
