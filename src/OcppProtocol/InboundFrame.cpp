@@ -7,6 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include "Ocpp20/Protocol/JsonText.h"
 #include "Util/Tools.h"
@@ -80,7 +83,18 @@ private:
 
 CInboundFrame::CInboundFrame(char* text, size_t len) : m_text(text), m_len(len) {}
 
-CInboundFrame::~CInboundFrame() { free(m_text); }
+CInboundFrame::~CInboundFrame() {
+    free(m_text);
+    // The document's pool goes first, so that the heap handed back includes it.
+    rapidjson::Document().Swap(m_doc);
+    if (m_len >= kGiveBackBytes) GiveBackHeap();
+}
+
+void CInboundFrame::GiveBackHeap() {
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+}
 
 std::unique_ptr<CInboundFrame> CInboundFrame::Adopt(char* text, size_t len) {
     if (text == nullptr) return nullptr;

@@ -47,6 +47,9 @@ public:
     static size_t MaxReceiveBytes();
     static void SetMaxReceiveBytes(size_t bytes);
     static const size_t kDefaultReceiveBytes = 1024u * 1024u;
+    // After a frame this large dies (or is refused) the heap is handed back to the system.
+    static const size_t kGiveBackBytes = 256u * 1024u;
+    static void GiveBackHeap();
 
 private:
     CInboundFrame(char* text, size_t len);

@@ -5,9 +5,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
 
 #include "OcppProtocol/InboundFrame.h"
 #include "Util/CriticalSectionManager.h"
@@ -17,15 +14,6 @@
 #include "WebSocket/TlsFailureFlags.h"
 
 namespace {
-// After a frame this large the heap is handed back to the system.
-const size_t kTrimAfterBytes = 256u * 1024u;
-
-void GiveBackHeap() {
-#ifdef __GLIBC__
-    malloc_trim(0);
-#endif
-}
-
 thread_local const CWebSocketClient* t_pServicing = nullptr;
 // Set on all three of a client's threads: none of them may join the others.
 thread_local const CWebSocketClient* t_pOwnThread = nullptr;
@@ -407,7 +395,7 @@ void CWebSocketClient::OnReceive(lws* wsi, const void* in, size_t len) {
         }
     }
     if (!lws_is_final_fragment(wsi)) return;
-    size_t frameBytes = m_iRecvLen;
+    const bool refused = m_bRecvOverflow;
     if (!m_bRecvOverflow && m_pRecvBuffer != nullptr) {
         m_pRecvBuffer[m_iRecvLen] = '\0';
         char* text = m_pRecvBuffer;
@@ -423,14 +411,14 @@ void CWebSocketClient::OnReceive(lws* wsi, const void* in, size_t len) {
             LOG_ERROR("CSMS frame handling failed");
         }
     } else if (m_bRecvOverflow) {
-        frameBytes = cap;
         if (m_bOversizeCall) SendOwnError(m_strOversizeId, "FormatViolation", "");
     }
     m_bRecvOverflow = false;
     m_bOversizeCall = false;
     m_strOversizeId.clear();
     DropRecvBuffer();
-    if (frameBytes >= kTrimAfterBytes) GiveBackHeap();
+    // A handled frame hands the heap back when it dies, wherever that is.
+    if (refused) CInboundFrame::GiveBackHeap();
 }
 
 void CWebSocketClient::OnServiceWoken() {
