@@ -76,7 +76,6 @@ protected:
 TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehind) {
     ASSERT_TRUE(Connect(events));
     OcppProtocol_SetMaxFrameBytes(64 * 1024);
-    const std::string id = "big\"1";
     ASSERT_TRUE(csms.Send("[2,\"big\\\"1\",\"DataTransfer\",{\"data\":\"" + std::string(100000, 'x') + "\"}]"));
     ASSERT_TRUE(csms.WaitMessageContaining("FormatViolation"));
     EXPECT_EQ(csms.Messages().back(), "[4,\"big\\\"1\",\"FormatViolation\",\"\",{}]");
