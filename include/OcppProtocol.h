@@ -133,6 +133,9 @@ OCPP_API int OcppProtocol_LeaveCriticalSection(pthread_mutex_t* mutex, const cha
 OCPP_API void OcppProtocol_SetSdkVersion(int version);
 OCPP_API void OcppProtocol_SetSqlLogLevel(int level);
 OCPP_API int OcppProtocol_GetSqlLogLevel(void);
+/* Largest frame taken from the CSMS, in bytes (default 1 MiB, at most 4 MiB; 0 means the most).
+   A larger frame is dropped; a CALL among them is answered with CALLERROR FormatViolation. */
+OCPP_API void OcppProtocol_SetMaxFrameBytes(uint32_t bytes);
 OCPP_API void OcppProtocol_SetOfflineTransactionStorePoint(TRANSACTIONSTOREPOINT point);
 OCPP_API TRANSACTIONSTOREPOINT OcppProtocol_GetOfflineTransactionStorePoint(void);
 /* Also write the hardware clock whenever the CSMS sets the time (2.0.1 and 2.1 only). */

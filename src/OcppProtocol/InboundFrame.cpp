@@ -3,14 +3,20 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include "Ocpp20/Protocol/JsonText.h"
 #include "Util/Tools.h"
 
 namespace {
+
+std::atomic<size_t> g_maxReceiveBytes{CInboundFrame::kDefaultReceiveBytes};
 
 const unsigned kParseFlags = rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag;
 
@@ -77,7 +83,18 @@ private:
 
 CInboundFrame::CInboundFrame(char* text, size_t len) : m_text(text), m_len(len) {}
 
-CInboundFrame::~CInboundFrame() { free(m_text); }
+CInboundFrame::~CInboundFrame() {
+    free(m_text);
+    // The document's pool goes first, so that the heap handed back includes it.
+    rapidjson::Document().Swap(m_doc);
+    if (m_len >= kGiveBackBytes) GiveBackHeap();
+}
+
+void CInboundFrame::GiveBackHeap() {
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+}
 
 std::unique_ptr<CInboundFrame> CInboundFrame::Adopt(char* text, size_t len) {
     if (text == nullptr) return nullptr;
@@ -132,4 +149,43 @@ std::string CInboundFrame::MaskedText() const {
 bool CInboundFrame::ReadHead(const char* text, size_t len, int& type, std::string& id) {
     rapidjson::Document doc;
     return ReadDocument(doc, text, len) && HeadOf(doc, type, id);
+}
+
+size_t CInboundFrame::MaxReceiveBytes() { return g_maxReceiveBytes.load(); }
+
+void CInboundFrame::SetMaxReceiveBytes(size_t bytes) {
+    // The reader's own ceiling still bounds what one frame may cost.
+    if (bytes == 0 || bytes > kMaxBytes) bytes = kMaxBytes;
+    g_maxReceiveBytes.store(bytes);
+}
+
+bool CInboundFrame::PeekCallId(const char* text, size_t len, std::string& id) {
+    if (text == nullptr) return false;
+    size_t i = 0;
+    auto skipSpace = [&] {
+        while (i < len && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r')) ++i;
+    };
+    auto expect = [&](char c) {
+        skipSpace();
+        if (i >= len || text[i] != c) return false;
+        ++i;
+        return true;
+    };
+    if (!expect('[') || !expect('2') || !expect(',')) return false;
+    skipSpace();
+    const size_t start = i;
+    if (i >= len || text[i] != '"') return false;
+    // Only a short string literal is worth reading; the rest of the frame is not looked at.
+    for (++i; i < len && i - start < 1024; ++i) {
+        if (text[i] == '\\') {
+            ++i;
+        } else if (text[i] == '"') {
+            rapidjson::Document doc;
+            doc.Parse<kParseFlags>(text + start, i + 1 - start);
+            if (doc.HasParseError() || !doc.IsString()) return false;
+            id.assign(doc.GetString(), doc.GetStringLength());
+            return true;
+        }
+    }
+    return false;
 }

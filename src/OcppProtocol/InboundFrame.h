@@ -38,7 +38,18 @@ public:
     // Head of a frame text without keeping a document; false when there is none.
     static bool ReadHead(const char* text, size_t len, int& type, std::string& id);
 
+    // Message id of a CALL from the first bytes of a frame that is not read
+    // whole (too large); false when the head is not there or not a CALL.
+    static bool PeekCallId(const char* text, size_t len, std::string& id);
+
     static const size_t kMaxBytes = 4u * 1024u * 1024u;
+    // Largest CSMS frame the transport takes in; the host may change it.
+    static size_t MaxReceiveBytes();
+    static void SetMaxReceiveBytes(size_t bytes);
+    static const size_t kDefaultReceiveBytes = 1024u * 1024u;
+    // After a frame this large dies (or is refused) the heap is handed back to the system.
+    static const size_t kGiveBackBytes = 256u * 1024u;
+    static void GiveBackHeap();
 
 private:
     CInboundFrame(char* text, size_t len);

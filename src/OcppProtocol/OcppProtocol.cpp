@@ -14,6 +14,7 @@
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/OcppProtocol20.h"
+#include "OcppProtocol/InboundFrame.h"
 #include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "Process/BootHeartbeat.h"
@@ -514,6 +515,8 @@ int OcppProtocol_LeaveCriticalSection(pthread_mutex_t* mutex, const char* file, 
 void OcppProtocol_SetSdkVersion(int version) { g_eSdkVersion = version; }
 
 void OcppProtocol_SetSqlLogLevel(int level) { g_eSqlLogLevel = level; }
+
+void OcppProtocol_SetMaxFrameBytes(uint32_t bytes) { CInboundFrame::SetMaxReceiveBytes(bytes); }
 
 int OcppProtocol_GetSqlLogLevel(void) { return g_eSqlLogLevel.load(); }
 

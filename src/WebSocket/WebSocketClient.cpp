@@ -14,9 +14,6 @@
 #include "WebSocket/TlsFailureFlags.h"
 
 namespace {
-// A CSMS frame larger than this is dropped rather than grown without bound.
-const size_t kMaxFrameBytes = CInboundFrame::kMaxBytes;
-
 thread_local const CWebSocketClient* t_pServicing = nullptr;
 // Set on all three of a client's threads: none of them may join the others.
 thread_local const CWebSocketClient* t_pOwnThread = nullptr;
@@ -369,8 +366,19 @@ void CWebSocketClient::DropRecvBuffer() {
 }
 
 void CWebSocketClient::OnReceive(lws* wsi, const void* in, size_t len) {
-    if (m_bRecvOverflow || m_iRecvLen + len > kMaxFrameBytes) {
-        if (!m_bRecvOverflow) LOG_ERROR("CSMS frame over %u bytes dropped", static_cast<unsigned>(kMaxFrameBytes));
+    // A CSMS frame larger than the cap is dropped rather than grown without bound.
+    const size_t cap = CInboundFrame::MaxReceiveBytes();
+    if (m_bRecvOverflow || m_iRecvLen + len > cap) {
+        if (!m_bRecvOverflow) {
+            LOG_ERROR("CSMS frame over %u bytes dropped", static_cast<unsigned>(cap));
+            // Only the head is read, to answer a CALL by its id.
+            std::string head(m_pRecvBuffer != nullptr ? m_pRecvBuffer : "", m_iRecvLen < 1100 ? m_iRecvLen : 1100);
+            if (head.size() < 1100 && in != nullptr) {
+                head.append(static_cast<const char*>(in), len < 1100 - head.size() ? len : 1100 - head.size());
+            }
+            m_strOversizeId.clear();
+            m_bOversizeCall = CInboundFrame::PeekCallId(head.data(), head.size(), m_strOversizeId);
+        }
         m_bRecvOverflow = true;
         DropRecvBuffer();
     } else {
@@ -378,6 +386,7 @@ void CWebSocketClient::OnReceive(lws* wsi, const void* in, size_t len) {
         if (grown == nullptr) {
             LOG_ERROR("no memory for a CSMS frame of %u bytes", static_cast<unsigned>(m_iRecvLen + len));
             m_bRecvOverflow = true;
+            m_bOversizeCall = false;
             DropRecvBuffer();
         } else {
             m_pRecvBuffer = grown;
@@ -386,6 +395,7 @@ void CWebSocketClient::OnReceive(lws* wsi, const void* in, size_t len) {
         }
     }
     if (!lws_is_final_fragment(wsi)) return;
+    const bool refused = m_bRecvOverflow;
     if (!m_bRecvOverflow && m_pRecvBuffer != nullptr) {
         m_pRecvBuffer[m_iRecvLen] = '\0';
         char* text = m_pRecvBuffer;
@@ -400,9 +410,15 @@ void CWebSocketClient::OnReceive(lws* wsi, const void* in, size_t len) {
         } catch (...) {
             LOG_ERROR("CSMS frame handling failed");
         }
+    } else if (m_bRecvOverflow) {
+        if (m_bOversizeCall) SendOwnError(m_strOversizeId, "FormatViolation", "");
     }
     m_bRecvOverflow = false;
+    m_bOversizeCall = false;
+    m_strOversizeId.clear();
     DropRecvBuffer();
+    // A handled frame hands the heap back when it dies, wherever that is.
+    if (refused) CInboundFrame::GiveBackHeap();
 }
 
 void CWebSocketClient::OnServiceWoken() {
@@ -475,6 +491,11 @@ void CWebSocketClient::OnWebSocketMessage(std::unique_ptr<CInboundFrame> frame) 
     if (!frame->HasHead()) return;
     const int type = frame->Type();
     const std::string id = frame->Id();
+    if (type == 2 && id.size() > kMaxMessageIdLen) {
+        // The station could not answer with this id intact: one refusal now, nothing kept.
+        SendOwnError(id, "FormatViolation", "");
+        return;
+    }
     if (type == 2) {
         // Registered before delivery so that a quick host answer finds its CALL.
         {
@@ -586,7 +607,6 @@ int CWebSocketClient::SendMessage(const char* message, int length) {
     int type = 0;
     std::string id;
     if (CInboundFrame::ReadHead(message, static_cast<size_t>(length), type, id)) {
-        if (id.size() > 36) id.resize(36);
         if (type == 3 || type == 4) {
             OCPP_SECTION(&m_waitLock);
             auto it = m_waitTable.find(id);

@@ -128,6 +128,9 @@ private:
     void OnEstablished(lws* wsi);
     void OnReceive(lws* wsi, const void* in, size_t len);
     void DropRecvBuffer();
+    // A CALLERROR the transport itself owes: written at once, no wait-table item behind it.
+    static std::string ErrorFrame(const std::string& id, const char* code, const char* description);
+    void SendOwnError(const std::string& id, const char* code, const char* description);
     void OnServiceWoken();
     void OnPeerClose(const void* in, size_t len);
     int OnVerifyServerCertificate(void* x509StoreCtx, size_t preverifyOk);
@@ -157,6 +160,10 @@ private:
     char* m_pRecvBuffer = nullptr;
     size_t m_iRecvLen = 0;
     bool m_bRecvOverflow = false;
+    bool m_bOversizeCall = false;
+    std::string m_strOversizeId;
+    // The longest message id the station keeps and can answer with.
+    static const size_t kMaxMessageIdLen = 36;
     pthread_mutex_t m_socketLock;
     pthread_mutex_t m_requestLock;
     int m_iState = 0;  // 0 new, 1 connecting, 2 connected, 3 disconnected

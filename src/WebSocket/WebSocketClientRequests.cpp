@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "Ocpp20/Protocol/JsonText.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/Tools.h"
 #include "WebSocket/WebSocketClient.h"
@@ -13,7 +14,6 @@
 namespace {
 // Extra real time a synchronous request waits beyond its time-out if no sweep releases it.
 const int kSweepGraceSec = 2;
-const char* const kTimeoutErrorFormat = "[4,\"%s\",\"InternalError\",\"Request Timeout\",{}]";
 
 int64_t BoundWaitSec(int64_t seconds) {
     const int64_t most = CWebSocketClient::kMaxWaitSec;
@@ -146,6 +146,27 @@ int CWebSocketClient::SendMessage(const char* messageId, const char* message, in
     return result;
 }
 
+std::string CWebSocketClient::ErrorFrame(const std::string& id, const char* code, const char* description) {
+    // The id is the CSMS's text: written as a JSON string so quotes and control bytes stay inside it.
+    std::string frame = "[4,";
+    CJsonText::AppendString(frame, id);
+    frame.push_back(',');
+    CJsonText::AppendString(frame, code);
+    frame.push_back(',');
+    CJsonText::AppendString(frame, description);
+    frame += ",{}]";
+    return frame;
+}
+
+void CWebSocketClient::SendOwnError(const std::string& id, const char* code, const char* description) {
+    const std::string frame = ErrorFrame(id, code, description);
+    LOG_INFO("[OCPP=>CSMS] %s", OneLine(frame.c_str(), static_cast<int>(frame.size())).c_str());
+    bool closeNeeded = false;
+    WriteFrame(frame.c_str(), static_cast<int>(frame.size()),
+               "webSocket client sendMessage false SendLen<%d> MessageLen<%d>", closeNeeded);
+    if (closeNeeded) Close();
+}
+
 void CWebSocketClient::SweepTimeouts() {
     int state;
     {
@@ -169,7 +190,7 @@ void CWebSocketClient::SweepTimeouts() {
         }
     }
     for (const std::string& id : unanswered) {
-        std::string frame = CTools::StringFormat(kTimeoutErrorFormat, id.c_str());
+        std::string frame = ErrorFrame(id, "InternalError", "Request Timeout");
         SendMessage(frame.c_str(), static_cast<int>(frame.size()));
     }
 }

@@ -1,0 +1,156 @@
+// A CSMS that sends what no well-behaved one would: the station answers what it
+// can, once, and its memory and log stay where they were.
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <atomic>
+#include <fstream>
+#include <string>
+
+#include "OcppProtocol/InboundFrame.h"
+#include "TestSupport.h"
+#include "Util/Tools.h"
+#include "WebSocket/WebSocketClient.h"
+#include "WsTestPeers.h"
+
+using namespace ocpptest;
+
+namespace {
+
+// Counts frames and lets them go at once, so the test holds no copy of its own.
+class CountingEvents : public CWebSocketClientCallBack {
+public:
+    void OnConnectSuccess() override {}
+    void OnConnectError() override {}
+    void OnMessage(std::unique_ptr<CInboundFrame> frame) override {
+        if (frame && frame->Parsed()) ++parsed;
+        ++frames;
+    }
+    std::atomic<int> frames{0};
+    std::atomic<int> parsed{0};
+};
+
+long StatusKb(const char* field) {
+    std::ifstream in("/proc/self/status");
+    std::string line;
+    const std::string key = std::string(field) + ":";
+    while (std::getline(in, line)) {
+        if (line.compare(0, key.size(), key) == 0) return std::stol(line.substr(key.size()));
+    }
+    return -1;
+}
+
+// Element 1 of a frame the station sent, decoded; "" when it is not JSON.
+std::string IdOf(const std::string& frame) {
+    Json::Value v;
+    Json::CharReaderBuilder b;
+    std::string errs;
+    std::unique_ptr<Json::CharReader> r(b.newCharReader());
+    if (!r->parse(frame.data(), frame.data() + frame.size(), &v, &errs) || !v.isArray() || v.size() < 2) return "";
+    return v[1].asString();
+}
+
+class HostileCsms : public ::testing::Test {
+protected:
+    void TearDown() override { OcppProtocol_SetMaxFrameBytes(CInboundFrame::kDefaultReceiveBytes); }
+    template <typename Events>
+    bool Connect(Events& events, int64_t timeoutSec = 2) {
+        client.SetNamePwd("CP001", "secret");
+        const std::string url = "ocpp2.0.1://127.0.0.1:" + std::to_string(csms.Port()) + "/ocpp/CP001";
+        return csms.Started() && client.Init(url.c_str(), &events, timeoutSec) &&
+               WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000) && csms.WaitSession();
+    }
+    size_t CountFrames(const std::string& needle) {
+        size_t n = 0;
+        for (const std::string& m : csms.Messages()) n += m.find(needle) != std::string::npos ? 1 : 0;
+        return n;
+    }
+    ClockGuard clock;
+    RecordingCsms csms;
+    CountingEvents events;
+    CWebSocketClient client;
+};
+
+}  // namespace
+
+TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehind) {
+    ASSERT_TRUE(Connect(events));
+    OcppProtocol_SetMaxFrameBytes(64 * 1024);
+    ASSERT_TRUE(csms.Send("[2,\"big\\\"1\",\"DataTransfer\",{\"data\":\"" + std::string(100000, 'x') + "\"}]"));
+    ASSERT_TRUE(csms.WaitMessageContaining("FormatViolation"));
+    EXPECT_EQ(csms.Messages().back(), "[4,\"big\\\"1\",\"FormatViolation\",\"\",{}]");
+    EXPECT_EQ(events.frames, 0) << "an oversize frame must never reach the protocol engine";
+
+    // A 1 MiB array payload: memory proportional to the text, and given back afterwards.
+    OcppProtocol_SetMaxFrameBytes(2 * 1024 * 1024);
+    std::string payload = "[2,\"mem\",\"DataTransfer\",[0";
+    while (payload.size() < 1024 * 1024) payload += ",0";
+    payload += "]]";
+    {
+        std::ofstream reset("/proc/self/clear_refs");
+        reset << "5";
+    }
+    const long before = StatusKb("VmRSS");
+    // Heap pages only: code paged in on first use is not memory the frame kept.
+    const long anonBefore = StatusKb("RssAnon");
+    ASSERT_TRUE(csms.Send(payload));
+    ASSERT_TRUE(WaitFor([&] { return events.frames == 1; }, 10000));
+    EXPECT_EQ(events.parsed, 1);
+    const long peakGrowth = StatusKb("VmHWM") - before;
+    ASSERT_TRUE(WaitFor([&] { return StatusKb("RssAnon") - anonBefore <= 2048; }, 3000))
+        << "resident memory stays " << StatusKb("RssAnon") - anonBefore << " KiB above where it started";
+    EXPECT_LE(peakGrowth, 20 * 1024) << "peak growth " << peakGrowth << " KiB for a 1 MiB frame";
+    RecordProperty("PeakGrowthKiB", static_cast<int>(peakGrowth));
+    RecordProperty("ResidentGrowthKiB", static_cast<int>(StatusKb("RssAnon") - anonBefore));
+}
+
+TEST_F(HostileCsms, MessageIdNeedingEscapesComesBackAsJsonInTheTimeoutErrorOnce) {
+    ASSERT_TRUE(Connect(events));
+    CTools::FreezeClock(true);
+    const std::string id = std::string("q\"b\\s") + '\x01' + "\t";
+    ASSERT_TRUE(csms.Send("[2,\"q\\\"b\\\\s\\u0001\\t\",\"Heartbeat\",{}]"));
+    ASSERT_TRUE(WaitFor([&] { return events.frames == 1; }));
+    for (int sweep = 0; sweep < 3; ++sweep) {
+        CTools::AdvanceClockMs(3000);
+        client.SweepTimeouts();
+    }
+    ASSERT_TRUE(csms.WaitMessageContaining("Request Timeout"));
+    const std::string marker = "[2,\"marker\",\"Heartbeat\",{}]";
+    ASSERT_EQ(client.SendMessage(marker.c_str(), static_cast<int>(marker.size())), 1);
+    ASSERT_TRUE(csms.WaitMessageContaining("marker"));
+    ASSERT_EQ(CountFrames("Request Timeout"), 1u) << "the time-out answer is sent once";
+    for (const std::string& m : csms.Messages()) {
+        if (m.find("Request Timeout") != std::string::npos) {
+            EXPECT_EQ(IdOf(m), id) << m;
+        }
+    }
+    EXPECT_EQ(client.WaitingCount(), 0u);
+}
+
+TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper) {
+    ASSERT_TRUE(Connect(events));
+    CTools::FreezeClock(true);
+    LogCapture log;
+    const std::string longPrefix(37, 'L');
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_TRUE(csms.Send("[2,\"" + longPrefix + std::to_string(i) + "\",\"Heartbeat\",{}]"));
+    }
+    const std::string kept(36, 'K');
+    ASSERT_TRUE(csms.Send("[2,\"" + kept + "\",\"Heartbeat\",{}]"));
+    ASSERT_TRUE(WaitFor([&] { return events.frames == 1; }, 5000));
+    ASSERT_TRUE(WaitFor([&] { return CountFrames("FormatViolation") == 200; }, 5000));
+    EXPECT_EQ(events.frames, 1) << "only the 36-character id reaches the protocol engine";
+    EXPECT_EQ(client.WaitingCount(), 1u);
+    EXPECT_EQ(IdOf(csms.Messages().back()).compare(0, 37, longPrefix), 0) << "the id goes back as sent";
+
+    for (int sweep = 0; sweep < 5; ++sweep) {
+        CTools::AdvanceClockMs(3000);
+        client.SweepTimeouts();
+    }
+    ASSERT_TRUE(csms.WaitMessageContaining("Request Timeout"));
+    EXPECT_EQ(CountFrames("FormatViolation"), 200u);
+    EXPECT_EQ(CountFrames("Request Timeout"), 1u);
+    EXPECT_EQ(IdOf(csms.Messages().back()), kept);
+    EXPECT_EQ(log.Count("answer for unknown or expired CSMS request"), 0u);
+    EXPECT_EQ(client.WaitingCount(), 0u);
+}
