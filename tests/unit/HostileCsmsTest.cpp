@@ -15,6 +15,12 @@
 
 using namespace ocpptest;
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__arm__)
+constexpr bool kMemoryFiguresMeaningful = false;
+#else
+constexpr bool kMemoryFiguresMeaningful = true;
+#endif
+
 namespace {
 
 // Counts frames and lets them go at once, so the test holds no copy of its own.
@@ -82,6 +88,9 @@ TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehi
     EXPECT_EQ(events.frames, 0) << "an oversize frame must never reach the protocol engine";
 
     // A 1 MiB array payload: memory proportional to the text, and given back afterwards.
+    // The sanitizer's allocator keeps freed blocks, and an emulator's own memory counts as
+    // ours: the figures mean something only in a plain native build.
+    if (!kMemoryFiguresMeaningful) return;
     OcppProtocol_SetMaxFrameBytes(2 * 1024 * 1024);
     std::string payload = "[2,\"mem\",\"DataTransfer\",[0";
     while (payload.size() < 1024 * 1024) payload += ",0";
