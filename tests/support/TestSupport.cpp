@@ -9,6 +9,9 @@
 #include <thread>
 
 #include "OcppProtocol.h"
+#include "Ocpp20/Process/VariableCache.h"
+#include "Ocpp20/Process/VariableCharacteristics.h"
+#include "Ocpp20/Process/VariableCustom.h"
 #include "Util/Tools.h"
 
 namespace ocpptest {
@@ -148,6 +151,19 @@ std::vector<int> Ids(const std::vector<ConnectionItem>& items) {
     std::vector<int> ids;
     for (const ConnectionItem& item : items) ids.push_back(item.id);
     return ids;
+}
+
+void OpenDeviceModel(const TempDir& dir) {
+    CVariableCache* cache = CVariableCache::GetInstance();
+    cache->InitDefault();
+    ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
+    ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")), 1);
+}
+
+void CloseDeviceModel() {
+    CVariableCache::Release();
+    CVariableCharacteristics::Release();
+    CVariableCustom::Release();
 }
 
 }  // namespace ocpptest

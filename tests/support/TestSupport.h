@@ -25,6 +25,11 @@ private:
     std::string m_path;
 };
 
+// The device-model stores (variables and their characteristics) opened fresh in `dir`,
+// as a connection opens them; CloseDeviceModel releases them again.
+void OpenDeviceModel(const TempDir& dir);
+void CloseDeviceModel();
+
 struct LogLine {
     int level;
     std::string function;

@@ -39,16 +39,10 @@ protected:
         ResetSdkState();
         CBootHeartbeat::Release();
         OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        CVariableCache* cache = CVariableCache::GetInstance();
-        cache->InitDefault();
-        ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
-        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")),
-                  1);
+        ASSERT_NO_FATAL_FAILURE(OpenDeviceModel(dir));
     }
     void TearDown() override {
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
-        CVariableCustom::Release();
+        CloseDeviceModel();
         CBootHeartbeat::Release();
         ResetSdkState();
     }

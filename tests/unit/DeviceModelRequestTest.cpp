@@ -53,20 +53,14 @@ protected:
         CBootHeartbeat::Release();
         Ocpp20Protocol_ClearPendingSetVariables();
         OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        CVariableCache* cache = CVariableCache::GetInstance();
-        cache->InitDefault();
-        ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
-        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")),
-                  1);
+        ASSERT_NO_FATAL_FAILURE(OpenDeviceModel(dir));
         VariableDataItem declared[3] = {HostVariable("HostCtrlr", "Brightness", "50", VARIABLEMODE_READWRITE),
                                         HostVariable("HostCtrlr", "Volume", "3", VARIABLEMODE_READWRITE),
                                         HostVariable("HostCtrlr", "Pin", "1234", VARIABLEMODE_WRITEONLY)};
         ASSERT_EQ(OcppProtocol_SetVariableData(3, declared, 0), 1);
     }
     void TearDown() override {
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
-        CVariableCustom::Release();
+        CloseDeviceModel();
         CBootHeartbeat::Release();
         Ocpp20Protocol_ClearPendingSetVariables();
         ResetSdkState();

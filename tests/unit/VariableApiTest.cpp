@@ -17,16 +17,10 @@ namespace {
 class HostVariables : public ::testing::Test {
 protected:
     void SetUp() override {
-        CVariableCache* cache = CVariableCache::GetInstance();
-        cache->InitDefault();
-        ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
-        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")),
-                  1);
+        ASSERT_NO_FATAL_FAILURE(OpenDeviceModel(dir));
     }
     void TearDown() override {
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
-        CVariableCustom::Release();
+        CloseDeviceModel();
     }
     TempDir dir;
     RecordingLink link;  // the answer to the CSMS must leave for the call to succeed
