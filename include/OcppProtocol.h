@@ -23,6 +23,7 @@
 #include "OcppWebSocket.h"
 #include "Ocpp20Protocol.h"
 #include "OcppSmartCharging.h"
+#include "OcppTransaction.h"
 
 OCPP_EXTERN_C_BEGIN
 
