@@ -20,6 +20,9 @@
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
 #include "Process/ConnectorManager.h"
+#include "Process/OfflineCache.h"
+#include "Ocpp20/TransactionMsgQueue.h"
+#include "Util/TransactionMessageManager.h"
 #include "Process/PlugInManager.h"
 #include "Process/ReservationManager.h"
 #include "SmartCharging/ChargingProfile20/ProfileCache.h"
@@ -259,6 +262,11 @@ int OpenProfiles21(const std::string& folder) {
 int OpenReservations(const std::string& folder) {
     return CReservationManager::GetInstance()->SetStoreFile(folder + "reservation.json");
 }
+int OpenOffline(const std::string& folder) {
+    const int opened = COfflineCache::GetInstance()->SetStoreFile(folder + "offline.db");
+    CTransactionMsgQueue::Start();
+    return opened;
+}
 int OpenPlugInList(const std::string&) {
     return CPlugInManager::GetInstance()->ReadAllPlugInInfo(CPlugInManager::GetPlugInListFile());
 }
@@ -274,9 +282,12 @@ const ConnectionStore kConnectionStores[] = {
     {STOREPHASE_SYSTEM, &CMessageCallBack::Release, 0, 0, nullptr, false},
     {STOREPHASE_SYSTEM, &CProfileCache20::Release, 0, 0, nullptr, false},
     {STOREPHASE_SYSTEM, &CProfileCache21::Release, 0, 0, nullptr, false},
+    // Its sender stops before the journal it sends from closes.
+    {STOREPHASE_SYSTEM, &CTransactionMessageManager::Release, 0, 0, nullptr, false},
     {STOREPHASE_CACHE, &CAuthorizeCache::Release, 32, kVersion201, &OpenAuthorizeCache, true},
     {STOREPHASE_CACHE, &CVariableCache::Release, 30, kVersion20x, &OpenVariableCache, false},
     {STOREPHASE_CACHE, &CVariableCharacteristics::Release, 31, kVersion20x, &OpenCharacteristics, false},
+    {STOREPHASE_CACHE, &COfflineCache::Release, 45, kEveryVersion, &OpenOffline, false},
     {STOREPHASE_CACHE, &CReservationManager::Release, 50, kEveryVersion, &OpenReservations, false},
     {STOREPHASE_CACHE, &CLogManager::Release, 70, kEveryVersion, &OpenLog, false},
     {STOREPHASE_AFTERCACHE, &CAdditionalInfoStore::Release, 0, 0, nullptr, false},

@@ -19,7 +19,10 @@ int LinkRequest(const char* id, const char* frame, int len, char* response, int 
     return rc == 1 ? 1 : 0;
 }
 
+bool LinkIsUp() { return CConnectManager::GetInstance()->IsConnected() == 1; }
+
 std::atomic<COcppSendSeam::SendFn> g_send{&LinkSend};
+std::atomic<COcppSendSeam::LinkUpFn> g_linkUp{&LinkIsUp};
 std::atomic<COcppSendSeam::RequestFn> g_request{&LinkRequest};
 
 }  // namespace
@@ -29,7 +32,14 @@ void COcppSendSeam::Set(SendFn send, RequestFn request) {
     g_request.store(request != nullptr ? request : &LinkRequest);
 }
 
-void COcppSendSeam::Reset() { Set(nullptr, nullptr); }
+void COcppSendSeam::SetLinkUp(LinkUpFn linkUp) { g_linkUp.store(linkUp != nullptr ? linkUp : &LinkIsUp); }
+
+void COcppSendSeam::Reset() {
+    Set(nullptr, nullptr);
+    SetLinkUp(nullptr);
+}
+
+bool COcppSendSeam::LinkUp() { return g_linkUp.load()(); }
 
 int COcppSendSeam::Send(const char* frame, int len) { return g_send.load()(frame, len); }
 

@@ -16,8 +16,15 @@ public:
     typedef int (*RequestFn)(const char* id, const char* frame, int len, char* response, int capacity,
                              int* responseLen);
 
+    // Whether the link to the CSMS is up: a request that failed while it is
+    // up went unanswered, one that failed while it is down never left.
+    typedef bool (*LinkUpFn)();
+
     static void Set(SendFn send, RequestFn request);
+    static void SetLinkUp(LinkUpFn linkUp);  // null: the connection manager's word
     static void Reset();  // back to the connection manager
+
+    static bool LinkUp();
 
     static int Send(const char* frame, int len);
     static int Request(const char* id, const char* frame, int len, char* response, int capacity, int* responseLen);

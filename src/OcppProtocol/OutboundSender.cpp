@@ -17,8 +17,11 @@ enum Route {
     ROUTE_HOLD      // not sent; the producer keeps it if it wants to
 };
 
+std::atomic<bool> g_awaitingAcceptance{false};
+
 Route Decide(OUTBOUNDKIND kind, SDKSTATUS status) {
-    const bool disconnected = status == SDKSTATUS_DISCONNECTED;
+    const bool disconnected = status == SDKSTATUS_DISCONNECTED ||
+                              (status == SDKSTATUS_CONNECTED && g_awaitingAcceptance.load());
     switch (kind) {
         case OUTBOUNDKIND_ANSWER:
             return ROUTE_ONEWAY;
@@ -97,6 +100,14 @@ OutboundResult COutboundSender::Send(const OutboundMessage& message) {
     return out;
 }
 
+OutboundResult COutboundSender::SendStored(const char* frame, int len) {
+    OutboundMessage message;
+    message.frame = frame;
+    message.len = len;
+    if (frame == nullptr) return OutboundResult();
+    return Request(message);
+}
+
 OutboundResult COutboundSender::Send(OUTBOUNDKIND kind, const std::string& frame) {
     OutboundMessage message;
     message.kind = kind;
@@ -110,6 +121,8 @@ void COutboundSender::SetOfflineStore(OfflineFn store) {
 }
 
 void COutboundSender::SetTransactionQueue(QueueFn queue) { g_transactionQueue.store(queue); }
+
+void COutboundSender::SetAwaitingAcceptance(bool awaiting) { g_awaitingAcceptance.store(awaiting); }
 
 const char* COutboundSender::KindName(OUTBOUNDKIND kind) {
     static const char* const kNames[OUTBOUNDKIND_COUNT] = {

@@ -51,11 +51,19 @@ public:
 
     static OutboundResult Send(const OutboundMessage& message);
     static OutboundResult Send(OUTBOUNDKIND kind, const std::string& frame);
+    // A request that already passed the routing (the transaction queue's and
+    // the offline replay's own sends): straight to the link, answer awaited.
+    static OutboundResult SendStored(const char* frame, int len);
 
     // Null puts the built-in behaviour back: no store (logged; a security
     // event still counts as kept), no queue (transaction events sent at once).
     static void SetOfflineStore(OfflineFn store);
     static void SetTransactionQueue(QueueFn queue);
+
+    // Between the host's BootNotification and the CSMS's acceptance the
+    // station sends nothing unasked: what is kept offline otherwise is kept
+    // now too and goes in the replay after acceptance.
+    static void SetAwaitingAcceptance(bool awaiting);
 
     static const char* KindName(OUTBOUNDKIND kind);
 

@@ -8,6 +8,7 @@
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "Process/ConnectManager.h"
+#include "Process/OfflineCache.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/TimerManager.h"
 #include "Util/Tools.h"
@@ -64,6 +65,7 @@ void CBootHeartbeat::ResetInPlace() {
         m_strVendor.clear();
         memset(&m_option, 0, sizeof m_option);
         m_iBootPhase = 0;
+        COutboundSender::SetAwaitingAcceptance(false);
         m_iBootStatus = 0;
         m_iInterval = 0;
         m_iLastExchangeSec = 0;
@@ -120,6 +122,7 @@ int CBootHeartbeat::BootNotification(BOOTREASON reason, const char* model, const
         memset(&m_option, 0, sizeof m_option);
     }
     m_iBootPhase = 1;
+    COutboundSender::SetAwaitingAcceptance(true);
     return 1;
 }
 
@@ -138,11 +141,7 @@ void CBootHeartbeat::TimerProc() {
     if (OcppProtocol_GetStatus() == SDKSTATUS_CONNECTED && phase == 2) SubmitOfflineMessage();
 }
 
-void CBootHeartbeat::SubmitOfflineMessage() {
-    // The offline cache takes this over: it replays what it kept, then reports OK.
-    OcppProtocol_SetStatus(SDKSTATUS_SUBMITTING);
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
-}
+void CBootHeartbeat::SubmitOfflineMessage() { COfflineCache::GetInstance()->SubmitOfflineMessage(); }
 
 int CBootHeartbeat::SendBoot(BOOTREASON reason, BootNotificationResult* result) {
     if (!Is20()) {
@@ -189,6 +188,7 @@ void CBootHeartbeat::DealBootResponse(const BootNotificationResult& result) {
         CVariableCache::GetInstance()->SetHeartbeatInterval(result.interval);
         if (result.currentTime > 0) SetClock(result.currentTime);
         m_iBootPhase = 2;
+        COutboundSender::SetAwaitingAcceptance(false);
         OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE_RESETORREBOOT);
         CConnectManager::GetInstance()->SetAcceptedByCsms(1);
     } else {

@@ -295,6 +295,8 @@ std::list<std::string> CDbDriver::QuerySQL2Bind(const std::string& sql, const Db
 
 int CDbDriver::Changes() const { return m_pDb != nullptr ? sqlite3_changes(m_pDb) : 0; }
 
+int64_t CDbDriver::LastInsertId() const { return m_pDb != nullptr ? sqlite3_last_insert_rowid(m_pDb) : 0; }
+
 int CDbDriver::ExecuteSQL(const char* format, ...) {
     std::string sql;
     va_list args;

@@ -72,6 +72,8 @@ public:
     std::list<std::string> QuerySQL2Bind(const std::string& sql, const DbParams& params);
     // Rows changed by the last statement that ran.
     int Changes() const;
+    // Row id of the last row inserted through this connection; 0 before any.
+    int64_t LastInsertId() const;
 
     // Checked formatting for statement fragments (a where clause built in
     // steps). 1 on success; 0 and an error log when a value is unsafe.

@@ -144,6 +144,7 @@ void ResetSdkState() {
     CMessageCallBack::SetFrameObserver([](const char* frame, uint32_t len) { NoteInboundCall(frame, len); });
     COutboundSender::SetOfflineStore(nullptr);
     COutboundSender::SetTransactionQueue(nullptr);
+    COutboundSender::SetAwaitingAcceptance(false);
 }
 
 }  // namespace ocpptest

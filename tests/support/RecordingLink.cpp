@@ -24,6 +24,7 @@ RecordingLink::RecordingLink() {
     g_link = this;
     ForgetInboundCalls();
     COcppSendSeam::Set(&RecordingLink::Send, &RecordingLink::Request);
+    COcppSendSeam::SetLinkUp(&RecordingLink::LinkUp);
 }
 
 RecordingLink::~RecordingLink() {
@@ -59,6 +60,13 @@ void RecordingLink::SetSendResult(int result) {
 void RecordingLink::Answer(std::function<std::string(const std::string&)> answer) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_answer = std::move(answer);
+}
+
+bool RecordingLink::LinkUp() {
+    RecordingLink* self = g_link;
+    if (self == nullptr) return false;
+    std::lock_guard<std::mutex> lock(self->m_mutex);
+    return self->m_sendResult == 1;
 }
 
 int RecordingLink::Send(const char* frame, int len) {

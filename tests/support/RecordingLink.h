@@ -18,12 +18,14 @@ public:
     size_t Count();
     void Clear();
 
-    // 0 makes every send fail, as a dropped link does.
+    // 0 makes every send fail, as a dropped link does (the link reads as down);
+    // a request without an answer is a silent CSMS on a live link.
     void SetSendResult(int result);
     // The answer a request gets: built from the request's id.
     void Answer(std::function<std::string(const std::string& id)> answer);
 
 private:
+    static bool LinkUp();
     static int Send(const char* frame, int len);
     static int Request(const char* id, const char* frame, int len, char* response, int capacity, int* responseLen);
 
