@@ -6,10 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "RecordingHost.h"
+#include "RecordingLink.h"
 #include "TestSupport.h"
 #include "Util/Tools.h"
 
@@ -317,4 +319,27 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
     WriteText(path, image.substr(0, CTransactionManager::kRecordBytes + 50));
     Open();
     EXPECT_EQ(tx->GetTransactionCount(), 1);
+}
+
+TEST_F(TransactionManagerTest, CsmsLearnsWhetherATransactionIsOngoingAndCannotStartOrStopOneBeforeTheLinkIsUp) {
+    RecordingLink link;
+    LogCapture log;
+    auto deliver = [](const std::string& action, const std::string& payload) {
+        const std::string frame = "[2,\"m-" + action + "\",\"" + action + "\"," + payload + "]";
+        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+    };
+    deliver("RequestStopTransaction", R"({"transactionId":"tx-1"})");
+    EXPECT_NE(link.Last().find("Rejected"), std::string::npos);
+    EXPECT_TRUE(log.Contains("Charing status:0 Error, reject RequestStopTransactionRequest\n"));
+    deliver("RequestStartTransaction", R"({"idToken":{"idToken":"ALICE","type":"ISO14443"},"remoteStartId":7})");
+    EXPECT_NE(link.Last().find("Rejected"), std::string::npos);
+
+    SetLibraryVariable("TxCtrlr", "TxStartPoint", "Authorized");
+    const std::string id = Start(1, TRANSACTIONREASON_AUTHORIZED, "ALICE");
+    deliver("GetTransactionStatus", "{}");
+    EXPECT_NE(link.Last().find("\"messagesInQueue\": true"), std::string::npos) << link.Last();
+    EXPECT_EQ(link.Last().find("ongoingIndicator"), std::string::npos);
+    deliver("GetTransactionStatus", R"({"transactionId":")" + id + "\"}");
+    EXPECT_NE(link.Last().find("\"ongoingIndicator\": true"), std::string::npos) << link.Last();
+    EXPECT_NE(link.Last().find("\"messagesInQueue\": false"), std::string::npos);
 }
