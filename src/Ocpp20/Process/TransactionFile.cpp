@@ -49,6 +49,10 @@ bool CTransactionFile::Write(const std::string& path, const std::string& image) 
 bool CTransactionFile::Read(const std::string& path, Records* records) {
     std::string bytes;
     if (!CFileUtil::ReadFile(path, bytes)) return false;
+    if (bytes.size() > kMaxRecords * CTransactionManager::kRecordBytes) {
+        LOG_ERROR("Transaction Cache File too large: %u bytes, not loaded", static_cast<unsigned>(bytes.size()));
+        return false;
+    }
     if (bytes.size() % CTransactionManager::kRecordBytes != 0)
         LOG_ERROR("Transaction Cache File truncated: %u bytes", static_cast<unsigned>(bytes.size()));
     *records = Decode(bytes);

@@ -10,6 +10,8 @@
 class CTransactionFile {
 public:
     typedef std::vector<std::pair<std::string, TransactionItem>> Records;
+    // A station has a handful of EVSEs; a file holding more is not ours.
+    static const size_t kMaxRecords = 1024;
 
     static std::string Encode(const Records& records);
     // Whole records only: a torn tail from a crash mid-write is left out.

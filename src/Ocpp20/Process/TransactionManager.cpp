@@ -93,6 +93,7 @@ void CTransactionManager::ResetInPlace() {
     m_items.clear();
     m_errorCodes.clear();
     m_totalCosts.clear();
+    m_starting.clear();
     m_path.clear();
 }
 
@@ -257,8 +258,13 @@ int CTransactionManager::StartIfDue(const std::string& txId, int reason, int cha
 int CTransactionManager::StartTransactionCheck(const std::string& txId, int reason, int chargingState,
                                                const Meter& meter) {
     TransactionItem item;
-    if (!GetTransactionItem(txId, &item)) return AUTHORIZESTATUS_INVALID;
-    if (item.startedTime > 0) return 0;
+    {
+        OCPP_SECTION(&m_mutex);
+        auto it = m_items.find(txId);
+        if (it == m_items.end()) return AUTHORIZESTATUS_INVALID;
+        if (it->second->startedTime > 0 || m_starting.count(txId) != 0) return 0;
+        item = *it->second;
+    }
     int trigger = reason;
     bool holds = false;
     for (int point : CVariableCache::GetInstance()->TxCtrlrTxStartPoint()) {
@@ -291,11 +297,17 @@ int CTransactionManager::StartTransactionCheck(const std::string& txId, int reas
     }
     if (!holds) return 0;
     if (item.remoteStartId != 0) trigger = TRANSACTIONREASON_REMOTESTART;
-    int32_t param = item.eventParam;
-    const int result = SendEvent(SUBTYPE_STARTED, Args(txId, item, trigger, chargingState, meter), &param);
-    if (result != 0) return result;
     {
         OCPP_SECTION(&m_mutex);
+        auto it = m_items.find(txId);
+        if (it == m_items.end() || it->second->startedTime > 0 || !m_starting.insert(txId).second) return 0;
+    }
+    int32_t param = item.eventParam;
+    const int result = SendEvent(SUBTYPE_STARTED, Args(txId, item, trigger, chargingState, meter), &param);
+    {
+        OCPP_SECTION(&m_mutex);
+        m_starting.erase(txId);
+        if (result != 0) return result;
         auto it = m_items.find(txId);
         if (it != m_items.end()) {
             it->second->startedTime = NowSec();

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -144,6 +145,7 @@ private:
     std::map<std::string, std::unique_ptr<TransactionItem>> m_items;
     std::map<std::string, int> m_errorCodes;
     std::map<std::string, float> m_totalCosts;
+    std::set<std::string> m_starting;  // Started on its way out: no second one meanwhile
     std::string m_path;
     unsigned long long m_occupyTimer = 0;
     unsigned long long m_clearTimer = 0;
