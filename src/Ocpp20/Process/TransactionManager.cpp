@@ -432,8 +432,8 @@ int CTransactionManager::StopTransactionCheck(const std::string& txId, int charg
         case TRANSACTIONREASON_EVCOMMUNICATIONLOST:
             if (powerPath || connected || energy || CVariableCache::GetInstance()->TxCtrlrStopTxOnEVSideDisconnect())
                 return 1;
-            LOG_INFO("Not contain PowerPathClosed&EVConnected and StopTxOnEVSideDisconnect false, unplug cable suspend "
-                     "energy offer");
+            LOG_INFO(
+                "Not contain PowerPathClosed&EVConnected and StopTxOnEVSideDisconnect false, unplug cable suspend energy offer");
             NotifyPauseTransaction(txId);
             return 0;
         case TRANSACTIONREASON_STOPAUTHORIZED:
