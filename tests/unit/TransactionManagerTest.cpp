@@ -12,6 +12,7 @@
 #include "OcppProtocol/OcppProtocol.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
+#include "SmartCharging/ChargingProfile20/ProfileManager.h"
 #include "TestSupport.h"
 #include "Util/Tools.h"
 
@@ -342,4 +343,23 @@ TEST_F(TransactionManagerTest, CsmsLearnsWhetherATransactionIsOngoingAndCannotSt
     deliver("GetTransactionStatus", R"({"transactionId":")" + id + "\"}");
     EXPECT_NE(link.Last().find("\"ongoingIndicator\": true"), std::string::npos) << link.Last();
     EXPECT_NE(link.Last().find("\"messagesInQueue\": false"), std::string::npos);
+}
+
+TEST_F(TransactionManagerTest, RemoteStartKeepsItsChargingProfileBeforeTheHostIsAsked) {
+    RecordingHost host;
+    ASSERT_EQ(CProfileManager20::GetInstance()->SetStoreFile(dir.file("chargingprofile20.db")), 1);
+    g_eSdkStatus = SDKSTATUS_OK;
+    host.OnRecord([](const char* record, uint32_t) {
+        if (reinterpret_cast<const ServerRecvBase*>(record)->type == SERVERRECVTYPE_REQUESTSTARTTRANSACTION) {
+            EXPECT_FALSE(CProfileManager20::GetInstance()->GetChargingProfile(31).empty());
+        }
+    });
+    const std::string frame =
+        R"([2,"m-1","RequestStartTransaction",{"idToken":{"idToken":"ALICE","type":"ISO14443"},"remoteStartId":7,)"
+        R"("evseId":1,"chargingProfile":{"id":31,"stackLevel":0,"chargingProfilePurpose":"TxProfile",)"
+        R"("chargingProfileKind":"Relative","chargingSchedule":[{"id":1,"chargingRateUnit":"A",)"
+        R"("chargingSchedulePeriod":[{"startPeriod":0,"limit":16}]}]}}])";
+    COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+    EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_REQUESTSTARTTRANSACTION));
+    CProfileManager20::Release();
 }
