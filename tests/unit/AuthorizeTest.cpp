@@ -95,12 +95,6 @@ protected:
             return "[3,\"" + id + "\",{\"idTokenInfo\":{\"status\":\"" + status + "\"" + extra + "}}]";
         });
     }
-    size_t Authorizes() {
-        size_t n = 0;
-        for (const std::string& frame : link.Sent())
-            if (frame.find("\"Authorize\"") != std::string::npos) ++n;
-        return n;
-    }
     static void Deliver(const std::string& id, const std::string& action, const std::string& payload) {
         const std::string frame = "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
         COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
@@ -196,7 +190,7 @@ TEST_F(Authorize, DecisionFollowsTheDeviceModelStepByStep) {
         Online(row.online);
         CsmsSays(row.csms);
         EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", row.tokenType), row.expected);
-        EXPECT_EQ(Authorizes(), row.requests);
+        EXPECT_EQ(link.Count("Authorize"), row.requests);
         EXPECT_EQ(Ocpp20ProtocolPrivate_GetAuthorizeSource(), row.source);
         if (row.listStatus != kNone) EntriesReach(2);
     }
@@ -225,7 +219,7 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
 
     // Pre-authorized from the cache: the CSMS is not asked again.
     EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), 0);
-    EXPECT_EQ(Authorizes(), 1u);
+    EXPECT_EQ(link.Count("Authorize"), 1u);
 
     // The CSMS's own expiry is kept; a Blocked answer is cached too.
     CsmsSays("Blocked", ",\"cacheExpiryDateTime\":\"2030-01-01T00:00:00.000Z\"");
@@ -279,7 +273,7 @@ TEST_F(Authorize, AnotherThreadsLocalListLookupIsNotHeldUpByAnAuthorizeWaitingOn
     std::future<int> waiting = std::async(std::launch::async, [] {
         return Ocpp20ProtocolPrivate_Authorize("UNKNOWN", kISO14443);
     });
-    ASSERT_TRUE(WaitFor([&] { return Authorizes() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return link.Count("Authorize") == 1; }));
     std::future<int> lookup = std::async(std::launch::async, [this] {
         int status = 0;
         return store->IsTokenAcceptFromLocalList("LISTED", kISO14443, &status);
