@@ -314,10 +314,7 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
     EXPECT_EQ(store->GetLocalListVersion(), 4);
 
     // The Entries maximum counts what the list will hold, the version row left out.
-    VariableDataItem limit;
-    std::memset(&limit, 0, sizeof limit);
-    CTools::CopyField(limit.componentName, "LocalAuthListCtrlr");
-    CTools::CopyField(limit.variableName, "Entries");
+    VariableDataItem limit = HostVariable("LocalAuthListCtrlr", "Entries", "");
     limit.dataType = 2;
     limit.limitFlag = 2;
     limit.maxLimit = 2;

@@ -43,14 +43,9 @@ std::string Call(const std::string& id, const std::string& action, const std::st
 std::string Error(const std::string& id, const char* code) { return "[4,\"" + id + "\",\"" + code + "\",\"\",{}]\n"; }
 
 VariableDataItem ConnectorVariable(const char* variable, uint8_t connectorId) {
-    VariableDataItem v;
-    memset(&v, 0, sizeof v);
+    VariableDataItem v = HostVariable("Connector", variable, "x", VARIABLEMODE_READONLY);
     v.evseId = 1;
     v.connectorId = connectorId;
-    CTools::CopyField(v.componentName, "Connector");
-    CTools::CopyField(v.variableName, variable);
-    CTools::CopyField(v.attributeValue, "x");
-    v.mode = VARIABLEMODE_READONLY;
     return v;
 }
 

@@ -110,8 +110,7 @@ TEST_F(Framing, HeaderHelpersSurviveAnyInput) {
 }
 
 TEST_F(Framing, BootNotificationCarriesModemOnlyWhenKnownAndCutsLongTexts) {
-    BootNotificationOption option;
-    std::memset(&option, 0, sizeof(option));
+    BootNotificationOption option{};
     CTools::CopyField(option.serialNumber, "SN-1");
     const std::string plain =
         COcppProtocol20::BootNotificationReq(BOOTREASON_POWERUP, "a-model-name-longer-than-twenty", "Vendor", option);

@@ -22,8 +22,7 @@ using namespace ocpptest;
 namespace {
 
 ReservationItem Item(uint32_t id, int64_t expiry, const char* token = "TOKEN", const char* group = "") {
-    ReservationItem item;
-    memset(&item, 0, sizeof item);
+    ReservationItem item{};
     item.id = id;
     item.tokenType = 2;
     CTools::CopyField(item.token, token);

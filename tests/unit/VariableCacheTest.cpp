@@ -237,13 +237,9 @@ TEST_F(VariableStore, UpgradeKeepsTheStoredValueAndDeleteRemovesTheVariable) {
     CVariableCache* cache = Open();
     cache->SetVariables({Var("HostCtrlr", "Volume", "7")});
 
-    VariableUpgradeItem upgrade;
-    memset(&upgrade, 0, sizeof upgrade);
+    VariableUpgradeItem upgrade{};
     upgrade.operation = VARIABLEUPGRADE_UPDATE;
-    CTools::CopyField(upgrade.variable.componentName, "HostCtrlr");
-    CTools::CopyField(upgrade.variable.variableName, "Volume");
-    CTools::CopyField(upgrade.variable.attributeValue, "0");
-    upgrade.variable.mode = VARIABLEMODE_READONLY;
+    upgrade.variable = HostVariable("HostCtrlr", "Volume", "0", VARIABLEMODE_READONLY);
     cache->UpgradeVariable(upgrade);
     VariableDataItem20 v = cache->GetVariable("HostCtrlr", "Volume");
     EXPECT_STREQ(v.attributeValue, "7");
