@@ -119,6 +119,11 @@ std::vector<VariableDataItem> RecordingHost::SetVariablesEntries(const std::stri
     return items;
 }
 
+void RecordingHost::SettleSetVariables(const std::string& id) {
+    std::vector<VariableDataItem> items = SetVariablesEntries(id);
+    OcppProtocol_SetVariables(id.c_str(), static_cast<int>(items.size()), items.data());
+}
+
 void RecordingHost::BlockNext() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_blockNext = true;

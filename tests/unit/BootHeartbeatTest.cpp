@@ -8,6 +8,8 @@
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
+#include "Engine20.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -35,13 +37,16 @@ std::string BootAnswer(const std::string& id, const char* status, int interval) 
            ",\"status\":\"" + status + "\"}]";
 }
 
-class BootHeartbeat : public ::testing::Test {
+std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
+    return "[2,\"" + id + R"(","SetVariables",{"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},)" +
+           R"("variable":{"name":")" + variable + R"("},"attributeValue":")" + value + "\"}]}]";
+}
+
+class BootHeartbeat : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        CBootHeartbeat::Release();
         CConnectManager::Release();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         g_eSdkStatus = SDKSTATUS_CONNECTED;
         CTools::FreezeClock(true);
         g_clockSets.clear();
@@ -53,12 +58,11 @@ protected:
         boot->StopTimer();  // ticks come from the test
     }
     void TearDown() override {
-        CBootHeartbeat::Release();
         CConnectManager::Release();
         CTimerManager::Release();
         CBootHeartbeat::SetLastOperateSource(nullptr);
         CTools::SetSetTimeHook(nullptr);
-        ResetSdkState();
+        Engine20::TearDown();
     }
 
     // Answers BootNotification with `status` and Heartbeat with the 2030 time.
@@ -83,8 +87,6 @@ protected:
     }
 
     ClockGuard clock;
-    RecordingLink link;
-    LogCapture log;
     CBootHeartbeat* boot = nullptr;
 };
 
@@ -250,7 +252,55 @@ TEST_F(BootHeartbeat, DailyHeartbeatOnABusyLinkGoesOnceEvenWhenAnswersCarryNoUsa
     }
 }
 
-// A triggered boot is checked where the CSMS asks for it (conformance rules, dispatch).
+TEST_F(BootHeartbeat, TriggeredBootIsSentWhileBootingButRefusedOnceTheStationIsAccepted) {
+    Csms("Pending", 300);
+    HostAsksForBoot();
+    Csms("Accepted", 60);
+    DeliverTo20(R"([2,"t1","TriggerMessage",{"requestedMessage":"BootNotification"}])");
+    ASSERT_EQ(link.Count("BootNotification"), 2u);
+    EXPECT_NE(link.Sent()[1].find("\"Accepted\""), std::string::npos) << "the answer goes before the boot";
+    EXPECT_EQ(boot->GetBootPhase(), 2);
+
+    link.Clear();
+    DeliverTo20(R"([2,"t2","TriggerMessage",{"requestedMessage":"BootNotification"}])");
+    ASSERT_EQ(link.Count(), 1u) << "an accepted station sends no second BootNotification";
+    EXPECT_EQ(link.Last().rfind("[3,\"t2\",", 0), 0u);
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos);
+}
+
+TEST_F(BootHeartbeat, HeartbeatIntervalComesFromTheBootAnswerAndSetVariablesChangesTheNextHeartbeat) {
+    Csms("Accepted", 60);
+    HostAsksForBoot();
+    EXPECT_EQ(CVariableCache::GetInstance()->OCPPCommCtrlrHeartbeatInterval(), 60);
+    EXPECT_NE(ReadText(dir.file("variablecache.json")).find(R"("value":"60","componentname":"OCPPCommCtrlr","variablename":"HeartbeatInterval")"),
+              std::string::npos)
+        << "the interval is kept across restarts";
+    link.Clear();
+    DeliverTo20(R"([2,"g1","GetVariables",{"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":"HeartbeatInterval"}}]}])");
+    EXPECT_NE(link.Last().find("\"attributeValue\": \"60\""), std::string::npos) << link.Last();
+
+    Advance(58);
+    boot->TimerProc();
+    ASSERT_EQ(link.Count("Heartbeat"), 1u);
+    link.Clear();
+    DeliverTo20(SetCall("s1", "HeartbeatInterval", "20"));
+    DeliverTo20(SetCall("s2", "HeartbeatInterval", "-5"));
+    host.SettleSetVariables("s1");
+    host.SettleSetVariables("s2");
+    ASSERT_EQ(link.Count(), 2u);
+    EXPECT_NE(link.Sent()[0].find("\"Accepted\""), std::string::npos);
+    EXPECT_NE(link.Sent()[1].find("\"Rejected\""), std::string::npos) << "the interval is whole seconds, never negative";
+    EXPECT_EQ(CVariableCache::GetInstance()->OCPPCommCtrlrHeartbeatInterval(), 20);
+
+    Advance(17);
+    boot->TimerProc();
+    EXPECT_EQ(link.Count("Heartbeat"), 0u);
+    Advance(1);
+    boot->TimerProc();
+    EXPECT_EQ(link.Count("Heartbeat"), 1u) << "the new interval applies from the next heartbeat on";
+}
+
+// The triggered boot itself is the test above and the dispatch test's (rejected station).
 TEST_F(BootHeartbeat, TriggeredHeartbeatGoesAtOnceAndSetsTheClock) {
     Csms("Accepted", 60);
     HostAsksForBoot();

@@ -1,7 +1,8 @@
 // What a certifying CSMS checks on the station: requests that break their
 // schema are refused before anything acts on them, every answer is one a strict
-// CSMS accepts, and beyond the schemas: triggered boot, the heartbeat interval
-// variable, cancelled reservations and durable SetVariables.
+// CSMS accepts, and beyond the schemas: cancelled reservations and durable
+// SetVariables (the triggered boot and the heartbeat interval variable are in
+// the boot and heartbeat tests).
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -22,12 +23,10 @@
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OcppSendSeam.h"
 #include "Process/BootHeartbeat.h"
-#include "Process/ConnectManager.h"
 #include "Process/ReservationManager.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
-#include "Util/TimerManager.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -49,56 +48,10 @@ VariableDataItem ConnectorVariable(const char* variable, uint8_t connectorId) {
     return v;
 }
 
-int IgnoreClockSet(int64_t) { return 1; }
-int64_t NoTraffic() { return 0; }
-
 std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
     return Call(id, "SetVariables", R"({"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":")" +
                                         variable + R"("},"attributeValue":")" + value + "\"}]}");
 }
-
-class ConformanceRules : public Conformance {
-protected:
-    void SetUp() override {
-        CConnectManager::Release();
-        CTools::FreezeClock(true);
-        CTools::SetSetTimeHook(&IgnoreClockSet);
-        CBootHeartbeat::SetLastOperateSource(&NoTraffic);
-        Conformance::SetUp();
-        g_eSdkStatus = SDKSTATUS_CONNECTED;
-        cache = CVariableCache::GetInstance();
-        boot = CBootHeartbeat::GetInstance();
-        boot->StopTimer();  // ticks come from the test
-    }
-    void TearDown() override {
-        CConnectManager::Release();
-        CTimerManager::Release();
-        CReservationManager::Release();
-        CBootHeartbeat::SetLastOperateSource(nullptr);
-        CTools::SetSetTimeHook(nullptr);
-        Conformance::TearDown();
-    }
-
-    // The CSMS answers every boot with `status` and `interval`, everything else with its bare minimum.
-    void Csms(const char* status, int interval) {
-        link.Answer([status, interval, this](const std::string& id) {
-            if (link.Last().find("\"BootNotification\"") == std::string::npos)
-                return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\"}]";
-            return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":" +
-                   std::to_string(interval) + ",\"status\":\"" + status + "\"}]";
-        });
-    }
-    // The host settles the SetVariables request `id` as the library decided it.
-    void HostAnswersSetVariables(const std::string& id) {
-        std::vector<VariableDataItem> items = host.SetVariablesEntries(id);
-        OcppProtocol_SetVariables(id.c_str(), static_cast<int>(items.size()), items.data());
-    }
-    void Advance(int seconds) { CTools::AdvanceClockMs(int64_t(seconds) * 1000); }
-
-    ClockGuard clock;
-    CVariableCache* cache = nullptr;
-    CBootHeartbeat* boot = nullptr;
-};
 
 }  // namespace
 
@@ -172,57 +125,7 @@ TEST_F(Conformance, FrameCheckRefusesWhatAStrictCsmsRefuses) {
     EXPECT_EQ(FrameSchemaProblem("[4,\"c1\",\"GenericError\",\"\",{}]\n"), "");
 }
 
-TEST_F(ConformanceRules, TriggeredBootIsSentWhileBootingButRefusedOnceTheStationIsAccepted) {
-    Csms("Pending", 300);
-    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-    boot->TimerProc();
-    Csms("Accepted", 60);
-    DeliverTo20(R"([2,"t1","TriggerMessage",{"requestedMessage":"BootNotification"}])");
-    ASSERT_EQ(link.Count("BootNotification"), 2u);
-    EXPECT_NE(link.Sent()[1].find("\"Accepted\""), std::string::npos) << "the answer goes before the boot";
-    EXPECT_EQ(boot->GetBootPhase(), 2);
-
-    link.Clear();
-    DeliverTo20(R"([2,"t2","TriggerMessage",{"requestedMessage":"BootNotification"}])");
-    ASSERT_EQ(link.Count(), 1u) << "an accepted station sends no second BootNotification";
-    EXPECT_EQ(link.Last().rfind("[3,\"t2\",", 0), 0u);
-    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos);
-}
-
-TEST_F(ConformanceRules, HeartbeatIntervalComesFromTheBootAnswerAndSetVariablesChangesTheNextHeartbeat) {
-    Csms("Accepted", 60);
-    OcppProtocol_BootNotification(BOOTREASON_POWERUP, "M", "V", nullptr);
-    boot->TimerProc();
-    EXPECT_EQ(cache->OCPPCommCtrlrHeartbeatInterval(), 60);
-    EXPECT_NE(ReadText(dir.file("variablecache.json")).find(R"("value":"60","componentname":"OCPPCommCtrlr","variablename":"HeartbeatInterval")"),
-              std::string::npos)
-        << "the interval is kept across restarts";
-    link.Clear();
-    DeliverTo20(R"([2,"g1","GetVariables",{"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":"HeartbeatInterval"}}]}])");
-    EXPECT_NE(link.Last().find("\"attributeValue\": \"60\""), std::string::npos) << link.Last();
-
-    Advance(58);
-    boot->TimerProc();
-    ASSERT_EQ(link.Count("Heartbeat"), 1u);
-    link.Clear();
-    DeliverTo20(SetCall("s1", "HeartbeatInterval", "20"));
-    DeliverTo20(SetCall("s2", "HeartbeatInterval", "-5"));
-    HostAnswersSetVariables("s1");
-    HostAnswersSetVariables("s2");
-    ASSERT_EQ(link.Count(), 2u);
-    EXPECT_NE(link.Sent()[0].find("\"Accepted\""), std::string::npos);
-    EXPECT_NE(link.Sent()[1].find("\"Rejected\""), std::string::npos) << "the interval is whole seconds, never negative";
-    EXPECT_EQ(cache->OCPPCommCtrlrHeartbeatInterval(), 20);
-
-    Advance(17);
-    boot->TimerProc();
-    EXPECT_EQ(link.Count("Heartbeat"), 0u);
-    Advance(1);
-    boot->TimerProc();
-    EXPECT_EQ(link.Count("Heartbeat"), 1u) << "the new interval applies from the next heartbeat on";
-}
-
-TEST_F(ConformanceRules, AcceptedCancelReservationForgetsTheReservationAndRejectedKeepsIt) {
+TEST_F(Conformance, AcceptedCancelReservationForgetsTheReservationAndRejectedKeepsIt) {
     CReservationManager* store = CReservationManager::GetInstance();
     const uint32_t expiry = static_cast<uint32_t>(CTools::CurTimeSec() + 3600);
     store->StoreReservation(5, "A", 0, "", 0, expiry);
@@ -240,6 +143,7 @@ TEST_F(ConformanceRules, AcceptedCancelReservationForgetsTheReservationAndReject
         DeliverTo20(R"([2,"n)" + std::to_string(i) + R"(","CancelReservation",{"reservationId":99}])");
     Ocpp20Protocol_CancelReservation("old", 0);
     EXPECT_EQ(store->GetReservationItem(6, nullptr), 1);
+    CReservationManager::Release();
 }
 
 namespace {
@@ -256,14 +160,14 @@ int SendSeeingTheStore(const char* frame, int len) {
 int NoRequests(const char*, const char*, int, char*, int, int*) { return 0; }
 }  // namespace
 
-TEST_F(ConformanceRules, LibraryOwnedSetVariablesValueIsOnTheFlashBeforeAcceptedIsSent) {
+TEST_F(Conformance, LibraryOwnedSetVariablesValueIsOnTheFlashBeforeAcceptedIsSent) {
     g_storePath = dir.file("variablecache.json");
     g_answers.clear();
     g_storeAtAnswer.clear();
     COcppSendSeam::Set(&SendSeeingTheStore, &NoRequests);
     const std::string stored = R"("value":"%s","componentname":"OCPPCommCtrlr","variablename":"OfflineThreshold")";
     DeliverTo20(SetCall("d1", "OfflineThreshold", "42"));
-    HostAnswersSetVariables("d1");
+    host.SettleSetVariables("d1");
     ASSERT_EQ(g_storeAtAnswer.size(), 1u);
     EXPECT_NE(g_answers[0].find("\"Accepted\""), std::string::npos);
     EXPECT_NE(g_storeAtAnswer[0].find(CTools::StringFormat(stored.c_str(), "42")), std::string::npos);
@@ -271,19 +175,19 @@ TEST_F(ConformanceRules, LibraryOwnedSetVariablesValueIsOnTheFlashBeforeAccepted
     // A store that cannot be written: the value is neither confirmed nor in force.
     ASSERT_EQ(mkdir((g_storePath + "1").c_str(), 0755), 0);
     DeliverTo20(SetCall("d2", "OfflineThreshold", "43"));
-    HostAnswersSetVariables("d2");
+    host.SettleSetVariables("d2");
     ASSERT_EQ(g_answers.size(), 2u);
     EXPECT_NE(g_answers[1].find("\"Rejected\""), std::string::npos);
-    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 42);
+    EXPECT_EQ(CVariableCache::GetInstance()->OCPPCommCtrlrOfflineThreshold(), 42);
     EXPECT_TRUE(log.Contains("SetVariables OCPPCommCtrlr.OfflineThreshold not stored, answered Rejected"));
 
     // The station itself changed the value but could not write it: the same value from the CSMS is written now.
     VariableDataItem20 local = VariableDataItem20::Make("OCPPCommCtrlr", "OfflineThreshold");
     CTools::CopyField(local.attributeValue, "50");
-    cache->UpdateVariableValue(local);
+    CVariableCache::GetInstance()->UpdateVariableValue(local);
     rmdir((g_storePath + "1").c_str());
     DeliverTo20(SetCall("d3", "OfflineThreshold", "50"));
-    HostAnswersSetVariables("d3");
+    host.SettleSetVariables("d3");
     ASSERT_EQ(g_answers.size(), 3u);
     EXPECT_NE(g_answers[2].find("\"Accepted\""), std::string::npos);
     EXPECT_NE(g_storeAtAnswer[2].find(CTools::StringFormat(stored.c_str(), "50")), std::string::npos);
