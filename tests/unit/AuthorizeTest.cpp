@@ -16,7 +16,6 @@
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/Process/VariableCustom.h"
-#include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/PlugInManager.h"
 #include "RecordingHost.h"

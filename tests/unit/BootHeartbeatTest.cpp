@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -10,9 +9,6 @@
 #include "Process/ConnectManager.h"
 #include "Engine20.h"
 #include "FrameSchema.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/TimerManager.h"
 #include "Util/Tools.h"
 

@@ -8,25 +8,15 @@
 
 #include <Ocpp20Protocol.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "Engine20.h"
 #include "FrameSchema.h"
-#include "Ocpp20/Ocpp20ProtocolRecv.h"
-#include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
-#include "Ocpp20/Process/VariableCharacteristics.h"
-#include "Ocpp20/Process/VariableCustom.h"
-#include "OcppProtocol/MessageCallBack.h"
-#include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OcppSendSeam.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ReservationManager.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;

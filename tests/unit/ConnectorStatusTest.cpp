@@ -3,17 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
-#include "Ocpp20/Process/VariableCache.h"
-#include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
-#include "Process/BootHeartbeat.h"
 #include "Process/ConnectorManager.h"
 #include "Engine20.h"
 #include "FrameSchema.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;

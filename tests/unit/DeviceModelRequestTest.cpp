@@ -1,22 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
-#include "Ocpp20/Process/VariableCharacteristics.h"
-#include "Ocpp20/Process/VariableCustom.h"
-#include "Ocpp20/Ocpp20ProtocolRecv.h"
-#include "OcppProtocol/MessageCallBack.h"
-#include "OcppProtocol/OcppProtocol.h"
-#include "Process/BootHeartbeat.h"
 #include "Engine20.h"
 #include "FrameSchema.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;

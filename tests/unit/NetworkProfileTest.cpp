@@ -3,7 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/ConnectManager.h"

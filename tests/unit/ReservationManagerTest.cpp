@@ -2,13 +2,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
 
 #include <Ocpp20Protocol.h>
 #include <OcppRecords.h>
 
-#include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/ReservationManager.h"
 #include "FrameSchema.h"
