@@ -18,6 +18,7 @@
 #include "Ocpp20/Process/VariableCustom.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/PlugInManager.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -35,17 +36,13 @@ protected:
     void Open(const TempDir& folder) {
         ResetSdkState();
         OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        CVariableCache::GetInstance()->InitDefault();
-        ASSERT_EQ(CVariableCache::GetInstance()->SetStoreFile(folder.file("variablecache.json")), 1);
-        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(folder.file("VariableCharacteristicscache.json")),
-                  1);
+        ASSERT_NO_FATAL_FAILURE(OpenDeviceModel(folder));
         store = CAuthorizeCache::GetInstance();
         ASSERT_EQ(store->SetStoreFile(folder.file("authorizecache.db")), 1);
     }
     void TearDown() override {
         CAuthorizeCache::Release();
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
+        CloseDeviceModel();
         ResetSdkState();
     }
 
@@ -95,8 +92,7 @@ protected:
         });
     }
     static void Deliver(const std::string& id, const std::string& action, const std::string& payload) {
-        const std::string frame = "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        DeliverTo20("[2,\"" + id + "\",\"" + action + "\"," + payload + "]");
     }
     // The status text of the answer to the last request delivered.
     std::string Answered() {
@@ -471,5 +467,4 @@ TEST_F(AuthorizeStore, ListContentReadsAndReplacesTheHostsTokenList) {
               R"([{"ExpiryDateTime":"2030-01-01T00:00:00.000Z","groupIdToken":"G","idToken":"N'EW",)"
               R"("status":"Blocked","type":"ISO14443"}])");
     EXPECT_TRUE(EntriesReach(2));
-    CVariableCustom::Release();
 }
