@@ -1,0 +1,68 @@
+#pragma once
+// What a protocol version does for the host's station entries. Each entry
+// asks the registry for the engine of the negotiated version; a version
+// without an engine gets the entry's "no version" result.
+#include <OcppProtocol.h>
+
+// The host's answers that are only a message id and a status.
+enum STATIONANSWER {
+    STATIONANSWER_CHANGEAVAILABILITY = 0,
+    STATIONANSWER_RESERVENOW,
+    STATIONANSWER_CANCELRESERVATION,
+    STATIONANSWER_RESET,
+    STATIONANSWER_TRIGGERMESSAGE,
+    STATIONANSWER_UPDATEFIRMWARE,
+    STATIONANSWER_UNLOCKCONNECTOR,
+    STATIONANSWER_CERTIFICATESIGNED,
+    STATIONANSWER_DELETECERTIFICATE,
+    STATIONANSWER_INSTALLCERTIFICATE,
+    STATIONANSWER_PUBLISHFIRMWARE,
+    STATIONANSWER_UNPUBLISHFIRMWARE,
+    STATIONANSWER_REQUESTSTOPTRANSACTION
+};
+
+class CStationEngine {
+public:
+    virtual ~CStationEngine() = default;
+
+    // Transaction entries, with the host's arguments as they came.
+    virtual int TransactionStart(int evseId, int connectorId, const char* idToken, int idTokenType,
+                                 TRANSACTIONREASON reason, TRANSACTIONCHARGINGSTATE chargingState, int remoteStartId,
+                                 int reservationId, const char* groupIdToken, const void* meter, int meterCount,
+                                 char* outTransactionId, int* errorCode) = 0;
+    virtual int TransactionUpate(const char* transactionId, TRANSACTIONREASON reason,
+                                 TRANSACTIONCHARGINGSTATE chargingState, const void* meter, int meterCount,
+                                 int isRepeat) = 0;
+    virtual int TransactionEnd(const char* transactionId, TRANSACTIONREASON reason,
+                               TRANSACTIONCHARGINGSTATE chargingState, TRANSACTIONSTOPREASON stopReason,
+                               const void* meter, int meterCount) = 0;
+    virtual int TransactionEndWithToken(const char* transactionId, TRANSACTIONREASON reason,
+                                        TRANSACTIONCHARGINGSTATE chargingState, TRANSACTIONSTOPREASON stopReason,
+                                        const char* idToken, int idTokenType, const void* meter, int meterCount) = 0;
+    virtual int UpdateTransactionInfo(const char* transactionId, const TransactionInfoItem* items, int count) = 0;
+    virtual int TransactionIDFromEvseID(int evseId, char* out) = 0;
+    virtual int GetTransactionItemsDetail(const char* transactionId, TransactionDetail* items, int* count) = 0;
+    virtual int AddTransactionRemoteID(const char* transactionId, int remoteStartId) = 0;
+    virtual int GetTransactionErrorCode(const char* transactionId) = 0;
+    virtual int GetTransactionCount() = 0;
+
+    // Answers to the CSMS's requests and reports the host makes.
+    virtual int Answer(STATIONANSWER answer, const char* messageId, int status) = 0;
+    virtual int RequestStartTransaction(const char* messageId, int status, const char* transactionId) = 0;
+    virtual int GetLog(const char* messageId, int status, const char* filename) = 0;
+    virtual int DataTransfer(const char* messageId, int status, const char* data, int dataIsJson) = 0;
+    virtual int GetInstalledCertificateIds(const char* messageId, int status,
+                                           const CertificateHashDataChainItem* items, int count) = 0;
+    virtual int ReservationStatusUpdate(int reservationId, int status) = 0;
+    virtual int AuthorizeWithCertificate(int idTokenType, const char* idToken, const char* certificate) = 0;
+    virtual int SetMeterValues(int evseId, const void* meter, int meterCount) = 0;
+};
+
+// The engine of `protocol` itself; null when that version has none.
+CStationEngine* StationEngineFor(OCPPPROTOCOL protocol);
+// The engine that answers the CSMS under `protocol`: 2.1 answers with the
+// 2.0.1 engine until it has one of its own.
+CStationEngine* AnswerEngineFor(OCPPPROTOCOL protocol);
+// Puts `engine` in place for `protocol` (null puts the built-in one back);
+// the engine must outlive every call.
+void RegisterStationEngine(OCPPPROTOCOL protocol, CStationEngine* engine);
