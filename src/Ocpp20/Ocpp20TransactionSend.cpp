@@ -97,6 +97,8 @@ int Ocpp20ProtocolPrivate_OnTransactionEventAnswer(const char* request, size_t r
         if (COcppProtocol20::TransactionResp(answer, answerLen, &result, &info) != 1) {
             return TRANSACTIONANSWER_NORESULT;
         }
+        // Most answers say nothing more; only then is the request read again.
+        if (!result.hasIdTokenInfo && !result.hasTotalCost && !result.hasPersonalMessage) return result.status;
         // What the answer refers to is in the request as sent: it is ours, and schema-valid.
         const models::transactionEventRequest_t sent =
             models::TransactionEventRequestFromJsonData(request, static_cast<unsigned int>(requestLen));

@@ -2,6 +2,7 @@
 // the TransactionEvent answer read back.
 #include <OcppTransaction.h>
 
+#include <cmath>
 #include <cstddef>
 #include <cstring>
 
@@ -42,6 +43,11 @@ bool ReadItem(const unsigned char* at, int defaultContext, models::sampledValue_
         LOG_ERROR("meter item skipped: measurand %d has no name here", static_cast<int>(head.measurand));
         return false;
     }
+    if (!std::isfinite(head.value)) {
+        // No JSON number can carry it: the whole frame would be refused.
+        LOG_ERROR("meter item skipped: its value is not a number");
+        return false;
+    }
     *timestamp = head.timestamp;
     out.value = head.value;
     out.value_present = true;
@@ -59,13 +65,15 @@ bool ReadItem(const unsigned char* at, int defaultContext, models::sampledValue_
     if (head.isSigned == 1) {
         const char* item = reinterpret_cast<const char*>(at);
         models::signedMeterValue_t& signedValue = out.signedMeterValue;
+        // Each field keeps its last byte for the NUL: a full one still fits its length limit.
         signedValue.signedMeterData = Field(item + offsetof(SignedMeterItem, signedMeterData),
-                                            sizeof(SignedMeterItem::signedMeterData));
+                                            sizeof(SignedMeterItem::signedMeterData) - 1);
         signedValue.signingMethod =
-            Field(item + offsetof(SignedMeterItem, signingMethod), sizeof(SignedMeterItem::signingMethod));
+            Field(item + offsetof(SignedMeterItem, signingMethod), sizeof(SignedMeterItem::signingMethod) - 1);
         signedValue.encodingMethod =
-            Field(item + offsetof(SignedMeterItem, encodingMethod), sizeof(SignedMeterItem::encodingMethod));
-        signedValue.publicKey = Field(item + offsetof(SignedMeterItem, publicKey), sizeof(SignedMeterItem::publicKey));
+            Field(item + offsetof(SignedMeterItem, encodingMethod), sizeof(SignedMeterItem::encodingMethod) - 1);
+        signedValue.publicKey =
+            Field(item + offsetof(SignedMeterItem, publicKey), sizeof(SignedMeterItem::publicKey) - 1);
         out.signedMeterValue_present = true;
     }
     return true;

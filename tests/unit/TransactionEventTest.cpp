@@ -3,6 +3,7 @@
 
 #include <OcppProtocol.h>
 
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -179,7 +180,8 @@ TEST_F(TransactionEvent, PlainAndSignedMeterItemsAreReadAtTheirOwnLengthAndGroup
     energy.context = 8;  // Trigger
     CTools::CopyField(energy.unit, "kWh");
     energy.multiplier = 3;
-    meter.Add(kT1, 99, SAMPLEDVALUEMEASURAND_RPM);  // no 2.0.1 name: left out
+    meter.Add(kT1, 99, SAMPLEDVALUEMEASURAND_RPM);                 // no 2.0.1 name: left out
+    meter.Add(kT2, std::nan(""), SAMPLEDVALUEMEASURAND_VOLTAGE);  // no JSON number: left out
 
     TransactionEventArgs args = Args(meter);
     args.reason = TRANSACTIONREASON_TRIGGER;
@@ -197,6 +199,7 @@ TEST_F(TransactionEvent, PlainAndSignedMeterItemsAreReadAtTheirOwnLengthAndGroup
     const Json::Value& kwh = values[0]["sampledValue"][1];
     EXPECT_EQ(kwh["unitOfMeasure"]["multiplier"].asInt(), 3);
     EXPECT_EQ(kwh["context"].asString(), "Trigger");
+    ASSERT_EQ(values[1]["sampledValue"].size(), 1u);
     const Json::Value& signedValue = values[1]["sampledValue"][0];
     EXPECT_DOUBLE_EQ(signedValue["value"].asDouble(), 1500);
     EXPECT_EQ(signedValue["signedMeterValue"]["signedMeterData"].asString(), "SIGNED-DATA");
