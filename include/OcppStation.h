@@ -35,6 +35,30 @@ OCPP_API int OcppProtocol_ReservationStatusUpdate(int reservationId, int status)
 /* The authorization status, as Ocpp20Protocol_AuthorizeWithCertificate; 1 before a version is known. */
 OCPP_API int OcppProtocol_AuthorizeWithCertificate(int idTokenType, const char* idToken, const char* certificate);
 
+/* ---- reports and requests the host makes of the CSMS ---- */
+
+/* status: FirmwareStatusEnumType index (Downloaded 0, DownloadFailed 1, Downloading 2,
+ * DownloadScheduled 3, DownloadPaused 4, Idle 5, InstallationFailed 6, Installing 7, Installed 8,
+ * InstallRebooting 9, InstallScheduled 10, InstallVerificationFailed 11, InvalidSignature 12,
+ * SignatureVerified 13); requestId < 0 when the CSMS did not ask for the update. 1 when the CSMS
+ * answered or the report was kept for when the station is back online. */
+OCPP_API int OcppProtocol_FirmwareStatusNotification(int status, int requestId);
+/* status: UploadLogStatusEnumType index (BadMessage 0, Idle 1, NotSupportedOperation 2,
+ * PermissionDenied 3, Uploaded 4, UploadFailure 5, Uploading 6, AcceptedCanceled 7). 1 when answered. */
+OCPP_API int OcppProtocol_LogStatusNotification(int status, int requestId);
+/* status: PublishFirmwareStatusEnumType index; `location` is sent only with Published. 1 when answered. */
+OCPP_API int OcppProtocol_PublishFirmwareStatusNotification(int status, int requestId, const char* location);
+/* Asks the CSMS to sign `csr` (PEM). certificateType: ChargingStationCertificate 0,
+ * V2GCertificate 1, < 0 to leave it out. 1 when the CSMS accepted; 0 otherwise and before a
+ * version is known. */
+OCPP_API int OcppProtocol_SignCertificate(const char* csr, int certificateType);
+/* A DataTransfer of the station's own. `data` may be null; with dataIsJson 1 and valid JSON it
+ * is sent as JSON. 1 when the CSMS answered: `status` (may be null) gets Accepted 0, Rejected 1,
+ * UnknownMessageId 2, UnknownVendorId 3, and `answer` (may be null) its data as text, cut to
+ * `capacity` bytes with the NUL. 0 otherwise and before a version is known. */
+OCPP_API int OcppProtocol_DataTransferRequest(const char* vendorId, const char* messageId, const char* data,
+                                              int dataIsJson, int* status, char* answer, int capacity);
+
 OCPP_EXTERN_C_END
 
 #endif

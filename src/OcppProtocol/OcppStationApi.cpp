@@ -11,6 +11,7 @@ namespace {
 
 const int kNoVersionTransaction = 255;
 const int kNoVersionAnswer = 1;
+const int kNoVersionRequest = 0;  // a request nobody was asked: no answer to report
 
 CStationEngine* TransactionEngine() { return StationEngineFor(g_eOcppProtocol.load()); }
 CStationEngine* Answerer() { return AnswerEngineFor(g_eOcppProtocol.load()); }
@@ -29,6 +30,7 @@ CStationEngine* Answerer() { return AnswerEngineFor(g_eOcppProtocol.load()); }
 
 #define TRANSACTION_ENTRY(call) STATION_ENTRY(TransactionEngine(), kNoVersionTransaction, call)
 #define ANSWER_ENTRY(call) STATION_ENTRY(Answerer(), kNoVersionAnswer, call)
+#define REQUEST_ENTRY(call) STATION_ENTRY(Answerer(), kNoVersionRequest, call)
 
 int OcppProtocol_TransactionStart(int evseId, int connectorId, const char* idToken, int idTokenType,
                                   TRANSACTIONREASON reason, TRANSACTIONCHARGINGSTATE chargingState,
@@ -144,4 +146,20 @@ int OcppProtocol_ReservationStatusUpdate(int reservationId, int status) {
 }
 int OcppProtocol_AuthorizeWithCertificate(int idTokenType, const char* idToken, const char* certificate) {
     ANSWER_ENTRY(AuthorizeWithCertificate(idTokenType, idToken, certificate))
+}
+int OcppProtocol_FirmwareStatusNotification(int status, int requestId) {
+    ANSWER_ENTRY(FirmwareStatusNotification(status, requestId))
+}
+int OcppProtocol_LogStatusNotification(int status, int requestId) {
+    ANSWER_ENTRY(LogStatusNotification(status, requestId))
+}
+int OcppProtocol_PublishFirmwareStatusNotification(int status, int requestId, const char* location) {
+    ANSWER_ENTRY(PublishFirmwareStatusNotification(status, requestId, location))
+}
+int OcppProtocol_SignCertificate(const char* csr, int certificateType) {
+    REQUEST_ENTRY(SignCertificate(csr, certificateType))
+}
+int OcppProtocol_DataTransferRequest(const char* vendorId, const char* messageId, const char* data, int dataIsJson,
+                                     int* status, char* answer, int capacity) {
+    REQUEST_ENTRY(DataTransferRequest(vendorId, messageId, data, dataIsJson, status, answer, capacity))
 }

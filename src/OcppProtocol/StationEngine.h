@@ -56,6 +56,12 @@ public:
     virtual int ReservationStatusUpdate(int reservationId, int status) = 0;
     virtual int AuthorizeWithCertificate(int idTokenType, const char* idToken, const char* certificate) = 0;
     virtual int SetMeterValues(int evseId, const void* meter, int meterCount) = 0;
+    virtual int FirmwareStatusNotification(int status, int requestId) = 0;
+    virtual int LogStatusNotification(int status, int requestId) = 0;
+    virtual int PublishFirmwareStatusNotification(int status, int requestId, const char* location) = 0;
+    virtual int SignCertificate(const char* csr, int certificateType) = 0;
+    virtual int DataTransferRequest(const char* vendorId, const char* messageId, const char* data, int dataIsJson,
+                                    int* status, char* answer, int capacity) = 0;
 };
 
 // The engine of `protocol` itself; null when that version has none.

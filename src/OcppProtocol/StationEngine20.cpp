@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "Ocpp20/Ocpp20ProtocolReport.h"
 #include "Ocpp20/Ocpp20Transaction.h"
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppEnumTrans.h"
@@ -157,4 +158,25 @@ int CStationEngine20::AuthorizeWithCertificate(int idTokenType, const char* idTo
 
 int CStationEngine20::SetMeterValues(int evseId, const void* meter, int meterCount) {
     return Ocpp20Protocol_MeterValueReport(evseId, meter, meterCount);
+}
+
+int CStationEngine20::FirmwareStatusNotification(int status, int requestId) {
+    return Ocpp20Protocol_FirmwareStatusNotification(status, requestId);
+}
+
+int CStationEngine20::LogStatusNotification(int status, int requestId) {
+    return Ocpp20Protocol_LogStatusNotification(status, requestId);
+}
+
+int CStationEngine20::PublishFirmwareStatusNotification(int status, int requestId, const char* location) {
+    return Ocpp20Protocol_PublishFirmwareStatusNotification(status, requestId, location);
+}
+
+int CStationEngine20::SignCertificate(const char* csr, int certificateType) {
+    return Ocpp20Protocol_SignCertificate(csr, certificateType);
+}
+
+int CStationEngine20::DataTransferRequest(const char* vendorId, const char* messageId, const char* data,
+                                          int dataIsJson, int* status, char* answer, int capacity) {
+    return Ocpp20Protocol_DataTransferRequest(vendorId, messageId, data, dataIsJson, status, answer, capacity);
 }

@@ -34,4 +34,10 @@ public:
     int ReservationStatusUpdate(int reservationId, int status) override;
     int AuthorizeWithCertificate(int idTokenType, const char* idToken, const char* certificate) override;
     int SetMeterValues(int evseId, const void* meter, int meterCount) override;
+    int FirmwareStatusNotification(int status, int requestId) override;
+    int LogStatusNotification(int status, int requestId) override;
+    int PublishFirmwareStatusNotification(int status, int requestId, const char* location) override;
+    int SignCertificate(const char* csr, int certificateType) override;
+    int DataTransferRequest(const char* vendorId, const char* messageId, const char* data, int dataIsJson,
+                            int* status, char* answer, int capacity) override;
 };

@@ -9,6 +9,7 @@
 
 #include "OcppProtocol/OcppEnumTrans.h"
 #include "OcppProtocol/OcppProtocol.h"
+#include "OcppProtocol/OutboundSender.h"
 #include "OcppProtocol/StationEngine.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
@@ -53,6 +54,13 @@ public:
     int ReservationStatusUpdate(int, int) override { return Call("reservationStatus"); }
     int AuthorizeWithCertificate(int, const char*, const char*) override { return Call("authorizeCertificate"); }
     int SetMeterValues(int, const void*, int) override { return Call("meterValues"); }
+    int FirmwareStatusNotification(int, int) override { return Call("firmwareStatus"); }
+    int LogStatusNotification(int, int) override { return Call("logStatus"); }
+    int PublishFirmwareStatusNotification(int, int, const char*) override { return Call("publishStatus"); }
+    int SignCertificate(const char*, int) override { return Call("signCertificate"); }
+    int DataTransferRequest(const char*, const char*, const char*, int, int*, char*, int) override {
+        return Call("dataTransferRequest");
+    }
 
 private:
     int Call(const std::string& name) {
@@ -85,6 +93,12 @@ protected:
     FakeEngine engine;
     RecordingLink link;
 };
+
+OUTBOUNDKIND g_keptKind = OUTBOUNDKIND_COUNT;
+int KeepOffline(const OutboundMessage& message) {
+    g_keptKind = message.kind;
+    return 1;
+}
 
 struct Item {
     uint32_t timestamp;
@@ -134,6 +148,34 @@ TEST_F(StationApi, EntriesGoToTheNegotiatedVersionsEngineAndDoNothingBeforeAVers
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_21);
     EXPECT_EQ(CallBoth(), (std::vector<int>{255, 255, 255, 7, 7, 7}));
     EXPECT_EQ(engine.calls, (std::vector<std::string>{"answer3", "answer12", "meterValues"}));
+}
+
+TEST(StationReports, FirmwareStatusWaitsOfflineAndTheStationsDataTransferReturnsTheCsmsAnswer) {
+    ResetSdkState();
+    RecordingLink link;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    g_eSdkStatus = SDKSTATUS_DISCONNECTED;
+    COutboundSender::SetOfflineStore(&KeepOffline);
+    EXPECT_EQ(OcppProtocol_FirmwareStatusNotification(8, 5), 1) << "Installed, kept for later";
+    EXPECT_EQ(g_keptKind, OUTBOUNDKIND_FIRMWARESTATUS);
+    EXPECT_EQ(OcppProtocol_DataTransferRequest("acme", "price", "{}", 1, nullptr, nullptr, 0), 0)
+        << "no answer while the link is down";
+    COutboundSender::SetOfflineStore(nullptr);
+
+    g_eSdkStatus = SDKSTATUS_OK;
+    link.Answer([](const std::string& id) {
+        return "[3,\"" + id + "\",{\"status\":\"UnknownMessageId\",\"data\":\"a long reply\"}]";
+    });
+    int status = -1;
+    char answer[7];
+    EXPECT_EQ(OcppProtocol_DataTransferRequest("acme", "price", "{\"kWh\":3}", 1, &status, answer, sizeof answer), 1);
+    EXPECT_EQ(status, 2);
+    EXPECT_STREQ(answer, "a long") << "cut to the host's buffer";
+    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{\"status\":\"Rejected\"}]"; });
+    EXPECT_EQ(OcppProtocol_SignCertificate("-----BEGIN CERTIFICATE REQUEST-----", 0), 0);
+    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{\"status\":\"Accepted\"}]"; });
+    EXPECT_EQ(OcppProtocol_SignCertificate("-----BEGIN CERTIFICATE REQUEST-----", 0), 1);
+    ResetSdkState();
 }
 
 TEST(MeterBuffer, UnderOcpp16TheEndMeterIsTheLastValueNotTheLargest) {
