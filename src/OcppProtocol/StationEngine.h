@@ -21,6 +21,9 @@ enum STATIONANSWER {
     STATIONANSWER_REQUESTSTOPTRANSACTION
 };
 
+// Every entry has a default: what a version without that message answers
+// (255 for transaction entries, 1 for answers and reports, 0 for requests
+// whose result is the CSMS's word), so an engine names only what it has.
 class CStationEngine {
 public:
     virtual ~CStationEngine() = default;
@@ -29,39 +32,39 @@ public:
     virtual int TransactionStart(int evseId, int connectorId, const char* idToken, int idTokenType,
                                  TRANSACTIONREASON reason, TRANSACTIONCHARGINGSTATE chargingState, int remoteStartId,
                                  int reservationId, const char* groupIdToken, const void* meter, int meterCount,
-                                 char* outTransactionId, int* errorCode) = 0;
+                                 char* outTransactionId, int* errorCode);
     virtual int TransactionUpate(const char* transactionId, TRANSACTIONREASON reason,
                                  TRANSACTIONCHARGINGSTATE chargingState, const void* meter, int meterCount,
-                                 int isRepeat) = 0;
+                                 int isRepeat);
     virtual int TransactionEnd(const char* transactionId, TRANSACTIONREASON reason,
                                TRANSACTIONCHARGINGSTATE chargingState, TRANSACTIONSTOPREASON stopReason,
-                               const void* meter, int meterCount) = 0;
+                               const void* meter, int meterCount);
     virtual int TransactionEndWithToken(const char* transactionId, TRANSACTIONREASON reason,
                                         TRANSACTIONCHARGINGSTATE chargingState, TRANSACTIONSTOPREASON stopReason,
-                                        const char* idToken, int idTokenType, const void* meter, int meterCount) = 0;
-    virtual int UpdateTransactionInfo(const char* transactionId, const TransactionInfoItem* items, int count) = 0;
-    virtual int TransactionIDFromEvseID(int evseId, char* out) = 0;
-    virtual int GetTransactionItemsDetail(const char* transactionId, TransactionDetail* items, int* count) = 0;
-    virtual int AddTransactionRemoteID(const char* transactionId, int remoteStartId) = 0;
-    virtual int GetTransactionErrorCode(const char* transactionId) = 0;
-    virtual int GetTransactionCount() = 0;
+                                        const char* idToken, int idTokenType, const void* meter, int meterCount);
+    virtual int UpdateTransactionInfo(const char* transactionId, const TransactionInfoItem* items, int count);
+    virtual int TransactionIDFromEvseID(int evseId, char* out);
+    virtual int GetTransactionItemsDetail(const char* transactionId, TransactionDetail* items, int* count);
+    virtual int AddTransactionRemoteID(const char* transactionId, int remoteStartId);
+    virtual int GetTransactionErrorCode(const char* transactionId);
+    virtual int GetTransactionCount();
 
     // Answers to the CSMS's requests and reports the host makes.
-    virtual int Answer(STATIONANSWER answer, const char* messageId, int status) = 0;
-    virtual int RequestStartTransaction(const char* messageId, int status, const char* transactionId) = 0;
-    virtual int GetLog(const char* messageId, int status, const char* filename) = 0;
-    virtual int DataTransfer(const char* messageId, int status, const char* data, int dataIsJson) = 0;
+    virtual int Answer(STATIONANSWER answer, const char* messageId, int status);
+    virtual int RequestStartTransaction(const char* messageId, int status, const char* transactionId);
+    virtual int GetLog(const char* messageId, int status, const char* filename);
+    virtual int DataTransfer(const char* messageId, int status, const char* data, int dataIsJson);
     virtual int GetInstalledCertificateIds(const char* messageId, int status,
-                                           const CertificateHashDataChainItem* items, int count) = 0;
-    virtual int ReservationStatusUpdate(int reservationId, int status) = 0;
-    virtual int AuthorizeWithCertificate(int idTokenType, const char* idToken, const char* certificate) = 0;
-    virtual int SetMeterValues(int evseId, const void* meter, int meterCount) = 0;
-    virtual int FirmwareStatusNotification(int status, int requestId) = 0;
-    virtual int LogStatusNotification(int status, int requestId) = 0;
-    virtual int PublishFirmwareStatusNotification(int status, int requestId, const char* location) = 0;
-    virtual int SignCertificate(const char* csr, int certificateType) = 0;
+                                           const CertificateHashDataChainItem* items, int count);
+    virtual int ReservationStatusUpdate(int reservationId, int status);
+    virtual int AuthorizeWithCertificate(int idTokenType, const char* idToken, const char* certificate);
+    virtual int SetMeterValues(int evseId, const void* meter, int meterCount);
+    virtual int FirmwareStatusNotification(int status, int requestId);
+    virtual int LogStatusNotification(int status, int requestId);
+    virtual int PublishFirmwareStatusNotification(int status, int requestId, const char* location);
+    virtual int SignCertificate(const char* csr, int certificateType);
     virtual int DataTransferRequest(const char* vendorId, const char* messageId, const char* data, int dataIsJson,
-                                    int* status, char* answer, int capacity) = 0;
+                                    int* status, char* answer, int capacity);
 };
 
 // The engine of `protocol` itself; null when that version has none.

@@ -30,37 +30,9 @@ public:
     int TransactionUpate(const char*, TRANSACTIONREASON, TRANSACTIONCHARGINGSTATE, const void*, int, int) override {
         return Call("update");
     }
-    int TransactionEnd(const char*, TRANSACTIONREASON, TRANSACTIONCHARGINGSTATE, TRANSACTIONSTOPREASON, const void*,
-                       int) override {
-        return Call("end");
-    }
-    int TransactionEndWithToken(const char*, TRANSACTIONREASON, TRANSACTIONCHARGINGSTATE, TRANSACTIONSTOPREASON,
-                                const char*, int, const void*, int) override {
-        return Call("endWithToken");
-    }
-    int UpdateTransactionInfo(const char*, const TransactionInfoItem*, int) override { return Call("info"); }
-    int TransactionIDFromEvseID(int, char*) override { return Call("idFromEvse"); }
-    int GetTransactionItemsDetail(const char*, TransactionDetail*, int*) override { return Call("detail"); }
-    int AddTransactionRemoteID(const char*, int) override { return Call("remoteId"); }
-    int GetTransactionErrorCode(const char*) override { return Call("errorCode"); }
     int GetTransactionCount() override { return Call("count"); }
     int Answer(STATIONANSWER answer, const char*, int) override { return Call("answer" + std::to_string(answer)); }
-    int RequestStartTransaction(const char*, int, const char*) override { return Call("requestStart"); }
-    int GetLog(const char*, int, const char*) override { return Call("getLog"); }
-    int DataTransfer(const char*, int, const char*, int) override { return Call("dataTransfer"); }
-    int GetInstalledCertificateIds(const char*, int, const CertificateHashDataChainItem*, int) override {
-        return Call("certificateIds");
-    }
-    int ReservationStatusUpdate(int, int) override { return Call("reservationStatus"); }
-    int AuthorizeWithCertificate(int, const char*, const char*) override { return Call("authorizeCertificate"); }
     int SetMeterValues(int, const void*, int) override { return Call("meterValues"); }
-    int FirmwareStatusNotification(int, int) override { return Call("firmwareStatus"); }
-    int LogStatusNotification(int, int) override { return Call("logStatus"); }
-    int PublishFirmwareStatusNotification(int, int, const char*) override { return Call("publishStatus"); }
-    int SignCertificate(const char*, int) override { return Call("signCertificate"); }
-    int DataTransferRequest(const char*, const char*, const char*, int, int*, char*, int) override {
-        return Call("dataTransferRequest");
-    }
 
 private:
     int Call(const std::string& name) {
