@@ -11,6 +11,7 @@
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "OcppProtocol/StationEngine.h"
+#include "MeterBuffer.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -72,29 +73,6 @@ int KeepOffline(const OutboundMessage& message) {
     return 1;
 }
 
-struct Item {
-    uint32_t timestamp;
-    double value;
-    uint8_t measurand;
-    bool isSigned;
-};
-
-std::vector<unsigned char> Buffer(const std::vector<Item>& items) {
-    std::vector<unsigned char> bytes;
-    for (const Item& i : items) {
-        SignedMeterItem item;
-        std::memset(&item, 'x', sizeof item);
-        item.head = MeterItem{};
-        item.head.timestamp = i.timestamp;
-        item.head.value = i.value;
-        item.head.measurand = i.measurand;
-        item.head.isSigned = i.isSigned ? 1 : 0;
-        const unsigned char* at = reinterpret_cast<const unsigned char*>(&item);
-        bytes.insert(bytes.end(), at, at + (i.isSigned ? sizeof(SignedMeterItem) : sizeof(MeterItem)));
-    }
-    return bytes;
-}
-
 MeterItem HeadAt(const void* item) {
     MeterItem head;
     std::memcpy(&head, item, sizeof head);
@@ -150,17 +128,19 @@ TEST(StationReports, FirmwareStatusWaitsOfflineAndTheStationsDataTransferReturns
     ResetSdkState();
 }
 
-TEST(MeterBuffer, UnderOcpp16TheEndMeterIsTheLastValueNotTheLargest) {
-    const std::vector<unsigned char> bytes = Buffer({{0, 10.0, 4, false}, {0, 30.0, 4, false}, {0, 20.0, 4, false}});
-    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(3, bytes.data()), 20u);
+TEST(MeterBuffers, UnderOcpp16TheEndMeterIsTheLastValueNotTheLargest) {
+    MeterBuffer meter;
+    meter.Add(0, 10.0, 4).Add(0, 30.0, 4).Add(0, 20.0, 4);
+    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(3, meter.data()), 20u);
     EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(0, nullptr), 0u);
 }
 
-TEST(MeterBuffer, SignedItemsAreSteppedByTheirOwnLengthExceptWhenCutIntoSeparateItems) {
-    const std::vector<unsigned char> bytes =
-        Buffer({{1, 1.0, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER, false},
-                {2, 2.0, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER, true},
-                {3, 3.0, SAMPLEDVALUEMEASURAND_VOLTAGE, false}});
+TEST(MeterBuffers, SignedItemsAreSteppedByTheirOwnLengthExceptWhenCutIntoSeparateItems) {
+    MeterBuffer meter;
+    meter.Add(1, 1.0, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER)
+        .AddSigned(2, 2.0, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER, std::string(100, 'x'))
+        .Add(3, 3.0, SAMPLEDVALUEMEASURAND_VOLTAGE);
+    const std::vector<unsigned char>& bytes = meter.bytes;
     ASSERT_EQ(OcppProtocolUtils_GetMeterLength(bytes.data(), 3), static_cast<int>(bytes.size()));
     EXPECT_EQ(HeadAt(OcppProtocolUtils_GetLastMeter(bytes.data(), 3)).timestamp, 3u);
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "FrameSchema.h"
+#include "MeterBuffer.h"
 #include "Ocpp20/Ocpp20Transaction.h"
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
@@ -30,45 +31,6 @@ const int kISO14443 = 2;
 const int kNoAuthorization = 7;
 const uint32_t kT1 = 1700000000;
 const uint32_t kT2 = 1700000060;
-
-// Packs items as a host does: no padding, each item its own length.
-class MeterBuffer {
-public:
-    MeterItem& Add(uint32_t timestamp, double value, uint8_t measurand) {
-        MeterItem item{};
-        item.timestamp = timestamp;
-        item.value = value;
-        item.measurand = measurand;
-        Append(&item, sizeof item);
-        return Last();
-    }
-    void AddSigned(uint32_t timestamp, double value, const char* data) {
-        SignedMeterItem item{};
-        item.head.timestamp = timestamp;
-        item.head.value = value;
-        item.head.measurand = SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER;
-        item.head.isSigned = 1;
-        CTools::CopyField(item.signedMeterData, data);
-        CTools::CopyField(item.signingMethod, "ECDSA-secp256r1-SHA256");
-        CTools::CopyField(item.encodingMethod, "OCMF");
-        CTools::CopyField(item.publicKey, "PUBKEY");
-        Append(&item, sizeof item);
-    }
-    const void* data() const { return m_bytes.data(); }
-    int count() const { return m_count; }
-
-private:
-    void Append(const void* item, size_t length) {
-        m_last = m_bytes.size();
-        const unsigned char* at = static_cast<const unsigned char*>(item);
-        m_bytes.insert(m_bytes.end(), at, at + length);
-        ++m_count;
-    }
-    MeterItem& Last() { return *reinterpret_cast<MeterItem*>(&m_bytes[m_last]); }
-    std::vector<unsigned char> m_bytes;
-    size_t m_last = 0;
-    int m_count = 0;
-};
 
 Json::Value Payload(const std::string& frame) {
     Json::Value root;
@@ -171,17 +133,19 @@ TEST_F(TransactionEvent, StartedUpdatedAndEndedCarryTheTransactionAsTheCsmsBills
 
 TEST_F(TransactionEvent, PlainAndSignedMeterItemsAreReadAtTheirOwnLengthAndGroupedByTime) {
     MeterBuffer meter;
-    MeterItem& current = meter.Add(kT1, 16, SAMPLEDVALUEMEASURAND_CURRENT_IMPORT);
-    current.phase = 1;     // L1
-    current.location = 5;  // Outlet
-    CTools::CopyField(current.unit, "A");
-    meter.AddSigned(kT2, 1500, "SIGNED-DATA");
-    MeterItem& energy = meter.Add(kT1, 2.5, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER);
-    energy.context = 8;  // Trigger
-    CTools::CopyField(energy.unit, "kWh");
-    energy.multiplier = 3;
-    meter.Add(kT1, 99, SAMPLEDVALUEMEASURAND_RPM);                 // no 2.0.1 name: left out
-    meter.Add(kT2, std::nan(""), SAMPLEDVALUEMEASURAND_VOLTAGE);  // no JSON number: left out
+    meter.Add(kT1, 16, SAMPLEDVALUEMEASURAND_CURRENT_IMPORT, [](MeterItem& item) {
+             item.phase = 1;     // L1
+             item.location = 5;  // Outlet
+             CTools::CopyField(item.unit, "A");
+         })
+        .AddSigned(kT2, 1500, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER, "SIGNED-DATA")
+        .Add(kT1, 2.5, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER, [](MeterItem& item) {
+            item.context = 8;  // Trigger
+            CTools::CopyField(item.unit, "kWh");
+            item.multiplier = 3;
+        })
+        .Add(kT1, 99, SAMPLEDVALUEMEASURAND_RPM)                  // no 2.0.1 name: left out
+        .Add(kT2, std::nan(""), SAMPLEDVALUEMEASURAND_VOLTAGE);  // no JSON number: left out
 
     TransactionEventArgs args = Args(meter);
     args.reason = TRANSACTIONREASON_TRIGGER;
@@ -233,6 +197,16 @@ TEST_F(TransactionEvent, EventWhileNotOnlineIsMarkedOfflineAndIsRefusedOnlyWhenN
     EXPECT_NE(Ocpp20ProtocolPrivate_TransactionEnd(args, &param), 0) << "a stop reason outside the list is not sent";
 }
 
+// The host's record of `type`, as it received it.
+template <class T>
+T RecordOf(RecordingHost& host, int32_t type) {
+    T record{};
+    EXPECT_TRUE(host.WaitForType(type));
+    for (const HostRecord& r : host.Records())
+        if (r.type == type && r.bytes.size() == sizeof record) std::memcpy(&record, r.bytes.data(), sizeof record);
+    return record;
+}
+
 class TransactionAnswerTest : public TransactionEvent {
 protected:
     void SetUp() override {
@@ -281,27 +255,16 @@ TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePers
     EXPECT_EQ(Answer(Request("CARD", kISO14443), blocked), 1) << "the token's status (Blocked)";
     EXPECT_TRUE(Cached("CARD", kISO14443, 1));
 
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_UPDATEDTRANSACTIONCOST));
-    for (const HostRecord& record : host.Records()) {
-        if (record.type == SERVERRECVTYPE_PERSONALMSG) {
-            PersonalMsg msg;
-            ASSERT_EQ(record.bytes.size(), sizeof msg);
-            std::memcpy(&msg, record.bytes.data(), sizeof msg);
-            EXPECT_EQ(msg.evseId, 1);
-            EXPECT_STREQ(msg.transactionId, "tx-1");
-            EXPECT_EQ(msg.format, 3);
-            EXPECT_STREQ(msg.language, "de");
-            EXPECT_STREQ(msg.content, "Danke");
-        }
-        if (record.type == SERVERRECVTYPE_UPDATEDTRANSACTIONCOST) {
-            UpdatedTransactionCostReq cost;
-            ASSERT_EQ(record.bytes.size(), sizeof cost);
-            std::memcpy(&cost, record.bytes.data(), sizeof cost);
-            EXPECT_STREQ(cost.transactionId, "tx-1");
-            EXPECT_STREQ(cost.totalCost, "12.5");
-        }
-    }
+    const PersonalMsg msg = RecordOf<PersonalMsg>(host, SERVERRECVTYPE_PERSONALMSG);
+    EXPECT_EQ(msg.evseId, 1);
+    EXPECT_STREQ(msg.transactionId, "tx-1");
+    EXPECT_EQ(msg.format, 3);
+    EXPECT_STREQ(msg.language, "de");
+    EXPECT_STREQ(msg.content, "Danke");
+    const UpdatedTransactionCostReq cost =
+        RecordOf<UpdatedTransactionCostReq>(host, SERVERRECVTYPE_UPDATEDTRANSACTIONCOST);
+    EXPECT_STREQ(cost.transactionId, "tx-1");
+    EXPECT_STREQ(cost.totalCost, "12.5");
 
     // A NoAuthorization token is never cached, nor is anything while the cache is switched off.
     const std::string accepted = "[3,\"m2\",{\"idTokenInfo\":{\"status\":\"Accepted\"}}]";
