@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Ocpp20/Process/TransactionManager.h"
 #include "Ocpp20/Protocol/Base.h"
 #include "models/Models.h"
 
@@ -275,4 +276,18 @@ int OcppEnumTrans_TransMessageFormat(const char* format) {
 
 int OcppEnumTrans_CostUpdateChargingState(const char* chargingState) {
     return chargingState != nullptr ? models::GetChargingStateInInt(chargingState) : -1;
+}
+
+int32_t OcppStructTrans_TransactionEventParam20(const TransactionInfoItem* items, int count, int32_t param) {
+    for (int i = 0; items != nullptr && i < count; ++i) {
+        const int32_t value = items[i].value;
+        if (items[i].type == TRANSACTIONINFO_NUMBEROFPHASESUSED && value >= 0 && value <= 3) {
+            param = (param & ~Ocpp20::TRANSACTIONEVENTPARAM_PHASES_MASK) |
+                    (value << Ocpp20::TRANSACTIONEVENTPARAM_PHASES_SHIFT);
+        } else if (items[i].type == TRANSACTIONINFO_CABLEMAXCURRENT && value >= 0 && value <= 0xFFFF) {
+            param = (param & ~Ocpp20::TRANSACTIONEVENTPARAM_CABLEMAX_MASK) |
+                    (value << Ocpp20::TRANSACTIONEVENTPARAM_CABLEMAX_SHIFT);
+        }
+    }
+    return param;
 }

@@ -50,3 +50,10 @@ const char* OcppEnumTrans_ConnectorStatus(CONNECTORSTATUS status);
 // MessageFormat / ChargingState texts -> their list index.
 int OcppEnumTrans_TransMessageFormat(const char* format);
 int OcppEnumTrans_CostUpdateChargingState(const char* chargingState);
+
+// ---- records ----
+
+// The host's optional transaction fields folded into the event parameter the
+// next events carry (Ocpp20::TransactionEventParam); values that do not fit
+// their bits leave the parameter as it was.
+int32_t OcppStructTrans_TransactionEventParam20(const TransactionInfoItem* items, int count, int32_t param);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppEnumTrans.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
@@ -181,4 +182,9 @@ TEST(EnumTrans, StopReasonsKeepTheirMeaningInEveryVersion) {
         << "1.6 has no net energy";
     EXPECT_EQ(OcppEnumTrans_TransAuthorizeStatus16(4), 2) << "1.6 ConcurrentTx";
     EXPECT_STREQ(OcppEnumTrans_ResponseErrorCodeToString(RESPONSEERRORCODE_FORMATVIOLATION), "FormatViolation");
+    const TransactionInfoItem info[] = {{TRANSACTIONINFO_NUMBEROFPHASESUSED, 3}, {TRANSACTIONINFO_CABLEMAXCURRENT, 32},
+                                        {TRANSACTIONINFO_NUMBEROFPHASESUSED, 4}};
+    EXPECT_EQ(OcppStructTrans_TransactionEventParam20(info, 3, Ocpp20::TRANSACTIONEVENTPARAM_OFFLINE),
+              Ocpp20::TRANSACTIONEVENTPARAM_OFFLINE | (3 << 4) | (32 << 8))
+        << "four phases do not exist: the three stay";
 }
