@@ -257,6 +257,7 @@ int CTransactionManager::StartIfDue(const std::string& txId, int reason, int cha
 
 int CTransactionManager::StartTransactionCheck(const std::string& txId, int reason, int chargingState,
                                                const Meter& meter) {
+    std::lock_guard<std::recursive_mutex> order(m_eventOrder);
     TransactionItem item;
     {
         OCPP_SECTION(&m_mutex);
@@ -386,6 +387,7 @@ int CTransactionManager::TransactionUpdate(const std::string& txId, int reason, 
 int CTransactionManager::SendUpdate(const std::string& txId, int reason, int chargingState, const Meter& meter,
                                     int isRepeat) {
     printf("CTransactionManager::TransactionUpdate------------<%d>----<>-------\n", reason);
+    std::lock_guard<std::recursive_mutex> order(m_eventOrder);
     TransactionItem item;
     {
         OCPP_SECTION(&m_mutex);
@@ -464,6 +466,7 @@ int CTransactionManager::TransactionEnd(const std::string& txId, int reason, int
                  chargingState);
         return 0;
     }
+    std::lock_guard<std::recursive_mutex> order(m_eventOrder);
     TransactionItem item;
     if (!Take(txId, &item)) {
         LOG_ERROR("protocol trasation end not find ID------------------------------------------------%s--",
@@ -550,6 +553,7 @@ void* CTransactionManager::OccupyTimerProc(void*) {
         }
     }
     if (!candidate) return nullptr;
+    std::lock_guard<std::recursive_mutex> order(self->m_eventOrder);
     int timeout = CVariableCache::GetInstance()->TxCtrlrEVConnectionTimeOut();
     if (timeout <= 0) timeout = kDefaultConnectionTimeOut;
     const int32_t now = NowSec();

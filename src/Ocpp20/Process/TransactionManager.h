@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -146,6 +147,10 @@ private:
     std::map<std::string, int> m_errorCodes;
     std::map<std::string, float> m_totalCosts;
     std::set<std::string> m_starting;  // Started on its way out: no second one meanwhile
+    // Held from numbering an event until the sender has taken it, so two
+    // threads raising events cannot hand them over out of seqNo order.
+    // Recursive: ending by token ends from inside the same call.
+    std::recursive_mutex m_eventOrder;
     std::string m_path;
     unsigned long long m_occupyTimer = 0;
     unsigned long long m_clearTimer = 0;
