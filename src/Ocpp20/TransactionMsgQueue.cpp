@@ -22,6 +22,7 @@
 
 namespace {
 pthread_mutex_t g_sendLock = PTHREAD_MUTEX_INITIALIZER;
+const char kStartMarkerAction[] = "NotifyStartTransaction";
 
 bool QueueMayGoOn() { return OcppProtocol_GetStatus() == SDKSTATUS_OK && COcppSendSeam::LinkUp(); }
 
@@ -66,6 +67,10 @@ int CTransactionMsgQueue::Queue(const OutboundMessage& message) {
     Entry entry;
     entry.frame.assign(message.frame, static_cast<size_t>(message.len));
     entry.transactionId = message.transactionId != nullptr ? message.transactionId : "";
+    if (ActionOf(entry.frame) == kStartMarkerAction) {
+        self->PushStartMarker(entry.transactionId);
+        return 1;
+    }
     {
         std::lock_guard<std::mutex> lock(self->m_mutex);
         // Older rows go first: the event waits behind them.

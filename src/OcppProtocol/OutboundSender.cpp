@@ -124,6 +124,13 @@ void COutboundSender::SetTransactionQueue(QueueFn queue) { g_transactionQueue.st
 
 void COutboundSender::SetAwaitingAcceptance(bool awaiting) { g_awaitingAcceptance.store(awaiting); }
 
+bool COutboundSender::QueueTransactionMessage(const OutboundMessage& message) {
+    const QueueFn queue = g_transactionQueue.load();
+    if (queue == nullptr || message.frame == nullptr) return false;
+    queue(message);
+    return true;
+}
+
 const char* COutboundSender::KindName(OUTBOUNDKIND kind) {
     static const char* const kNames[OUTBOUNDKIND_COUNT] = {
         "answer",           "request",                   "BootNotification/Heartbeat",

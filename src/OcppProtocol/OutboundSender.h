@@ -64,6 +64,9 @@ public:
     // station sends nothing unasked: what is kept offline otherwise is kept
     // now too and goes in the replay after acceptance.
     static void SetAwaitingAcceptance(bool awaiting);
+    // Puts a message on the transaction queue as it is, whatever the status;
+    // false when there is no queue to take it.
+    static bool QueueTransactionMessage(const OutboundMessage& message);
 
     static const char* KindName(OUTBOUNDKIND kind);
 

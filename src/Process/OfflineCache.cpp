@@ -309,7 +309,7 @@ void COfflineCache::RecordOfflineMessageInvalidIDRes(int type, const std::string
     if (type != OFFLINEMSGTYPE_TRANSACTIONEVENT || answer == nullptr || answerLength <= 0) return;
     const int status = Ocpp20ProtocolPrivate_OnTransactionEventAnswer(
         request.c_str(), request.size(), answer, static_cast<size_t>(answerLength), false);
-    if (status == 0 || !CTransactionManager::GetInstance()->IsTransactionExist(transactionId)) return;
+    if (status <= 0 || !CTransactionManager::GetInstance()->IsTransactionExist(transactionId)) return;
     LOG_INFO("offline transaction<%s> not accepted:%d", transactionId.c_str(), status);
     OCPP_SECTION(&m_mutex);
     m_invalidIds.insert(transactionId);
@@ -342,7 +342,7 @@ void COfflineCache::DealOfflineMessageResponse(int type, const std::string& requ
     if (type != OFFLINEMSGTYPE_TRANSACTIONEVENT || answer == nullptr || answerLength <= 0) return;
     const int status = Ocpp20ProtocolPrivate_OnTransactionEventAnswer(
         request.c_str(), request.size(), answer, static_cast<size_t>(answerLength), false);
-    if (status == 0) return;
+    if (status <= 0) return;
     CTransactionManager* manager = CTransactionManager::GetInstance();
     if (!manager->IsTransactionExist(transactionId)) return;
     int reason = TRANSACTIONREASON_DEAUTHORIZED;
