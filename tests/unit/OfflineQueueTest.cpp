@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Ocpp20/Process/TransactionManager.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/TransactionMsgQueue.h"
 #include "OcppProtocol/OcppProtocol.h"
@@ -74,6 +75,7 @@ protected:
     }
     void TearDown() override {
         CTransactionMessageManager::Release();
+        CTransactionManager::Release();
         COfflineCache::Release();
         CloseDeviceModel();
         g_eSdkVersion = 0;
@@ -252,4 +254,42 @@ TEST_F(OfflineQueue, SynchronousModeSendsAtOnceAndNeverTouchesTheQueue) {
     CTools::SleepMs(200);
     EXPECT_EQ(CTransactionMsgQueue::GetInstance()->Size(), 1u) << "nothing is taken from the queue";
     CTransactionMsgQueue::GetInstance()->Flush();
+}
+
+TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQueueOnline) {
+    ASSERT_EQ(CTransactionManager::GetInstance()->SetStoreFile(dir.file("transactioncache.bin")), 1);
+    const auto start = [](std::string* id) {
+        int errorCode = 0;
+        return CTransactionManager::GetInstance()->TransactionStart(
+            1, 1, "", 255, TRANSACTIONREASON_CABLEPLUGGEDIN, TRANSACTIONCHARGINGSTATE_EVCONNECTED, 0, 0, nullptr,
+            CTransactionManager::Meter(), id, &errorCode);
+    };
+    const auto refuse = [](const std::string& id) {
+        return "[3,\"" + id + "\",{\"idTokenInfo\":{\"status\":\"Invalid\"}}]";
+    };
+    g_eSdkStatus = SDKSTATUS_DISCONNECTED;
+    std::string offlineTx;
+    ASSERT_EQ(start(&offlineTx), 0);
+    CTransactionManager::GetInstance()->TransactionUpdate(offlineTx, TRANSACTIONREASON_CHARGINGSTATECHANGED,
+                                                          TRANSACTIONCHARGINGSTATE_CHARGING,
+                                                          CTransactionManager::Meter(), 0);
+    ASSERT_GE(cache->Count(), 2u) << "Started and Updated kept while offline";
+    link.Answer(refuse);
+    Replay();
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED));
+    CTools::SleepMs(100);
+    ASSERT_EQ(host.Count(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED), 1u) << "one record for the whole transaction";
+    EXPECT_TRUE(log.Contains("Notify offline transaction not accepted<" + offlineTx + ">"));
+    CTransactionManager::GetInstance()->TransactionEnd(offlineTx, TRANSACTIONREASON_STOPAUTHORIZED,
+                                                       TRANSACTIONCHARGINGSTATE_IDLE, TRANSACTIONSTOPREASON_LOCAL,
+                                                       CTransactionManager::Meter());
+
+    // Online, the queue's sender hands the answer to the transaction manager.
+    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });
+    ASSERT_TRUE(WaitFor([&] { return cache->Count() == 0; }));
+    link.Answer(refuse);
+    std::string onlineTx;
+    ASSERT_EQ(start(&onlineTx), 0);
+    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED, 2));
+    EXPECT_NE(host.Records().back().bytes.find(onlineTx), std::string::npos);
 }
