@@ -82,9 +82,10 @@ int COfflineCache::SetStoreFile(const std::string& path) {
     m_path = path;
     if (m_db.OpenDB(path) != 1) return 0;
     m_db.SetLogOutLevel(OcppProtocol_GetSqlLogLevel());
-    // One fsync per commit: an event is on disk when its insert returns.
+    // Write-ahead log: an insert is one fsync of the log (see Insert); a
+    // delete is not synced on its own, as losing one only sends a row again.
     m_db.QuerySQL("PRAGMA journal_mode=WAL");
-    m_db.ExecuteSQL("PRAGMA synchronous=FULL");
+    m_db.ExecuteSQL("PRAGMA synchronous=NORMAL");
     if (m_db.ExecuteSQL("create table if not exists offline(id integer PRIMARY KEY autoincrement, msgtype integer, "
                         "msgsubtype integer, seqno integer, msgcontent text, extra text DEFAULT '')") != 1) {
         m_db.CloseDB();
@@ -111,6 +112,9 @@ int64_t COfflineCache::Insert(int msgtype, int subtype, int seqNo, const std::st
                               const std::string* extra) {
     OCPP_SECTION(&m_mutex);
     if (!m_db.IsOpen()) return 0;
+    // Durable before the producer hears it was kept; the sync also carries
+    // every delete committed before it.
+    m_db.ExecuteSQL("PRAGMA synchronous=FULL");
     int ok;
     if (extra != nullptr) {
         ok = m_db.ExecuteSQL(
@@ -120,7 +124,9 @@ int64_t COfflineCache::Insert(int msgtype, int subtype, int seqNo, const std::st
         ok = m_db.ExecuteSQL("insert into offline(msgtype,msgsubtype,seqno,msgcontent)values('%d','%d','%d', '%s')",
                              msgtype, subtype, seqNo, content.c_str());
     }
-    return ok == 1 ? m_db.LastInsertId() : 0;
+    const int64_t id = ok == 1 ? m_db.LastInsertId() : 0;
+    m_db.ExecuteSQL("PRAGMA synchronous=NORMAL");
+    return id;
 }
 
 int COfflineCache::AddTransactionMessage(int subtype, int seqNo, const std::string& content,
