@@ -3,7 +3,10 @@
 //    memory and the CPU time it used meanwhile are read from /proc.
 // 2. The CSMS then sends CALLS GetVariables requests (default 10,000), one after
 //    another; the round trip is measured at the CSMS.
-// Usage: node bench/loopback/loopback.mjs [--calls N] [--idle S]
+// 3. With --replay N: the CSMS goes away, the station keeps one transaction's
+//    Started and N Updated events offline, and the time from the CSMS's
+//    return to the last replayed event arriving is measured.
+// Usage: node bench/loopback/loopback.mjs [--calls N] [--idle S] [--replay N]
 import { readFileSync } from 'node:fs';
 import { startCsms } from '../../tests/e2e/lib/csms.mjs';
 import { Station } from '../../tests/e2e/lib/sim.mjs';
@@ -14,6 +17,7 @@ const arg = (name, fallback) => {
 };
 const calls = arg('--calls', 10000);
 const idleS = arg('--idle', 60);
+const replay = arg('--replay', 0);
 const ticksPerSecond = 100; // USER_HZ on Linux
 
 function proc(pid) {
@@ -30,7 +34,7 @@ const percentile = (sorted, p) => sorted[Math.min(sorted.length - 1, Math.ceil((
 
 // Strict checks stay on: they cost the CSMS, not the station, and keep the answers honest.
 const csms = await startCsms({ interval: 60 });
-const station = new Station({ url: csms.url(), id: 'BENCH001', logLevel: 3 });
+const station = new Station({ url: csms.url(), id: 'BENCH001', logLevel: 3, backoff: 1 });
 let code = 0;
 try {
   station.send({ cmd: 'boot' });
@@ -60,6 +64,25 @@ try {
   console.log(`${calls} GetVariables in ${wallS.toFixed(1)} s: median ${percentile(sorted, 50).toFixed(3)} ms, ` +
     `p99 ${percentile(sorted, 99).toFixed(3)} ms, max ${sorted[sorted.length - 1].toFixed(3)} ms; ` +
     `station CPU ${(after.cpuS - cpuBefore).toFixed(2)} s, RSS after ${after.rssKb} kB (peak ${after.hwmKb} kB)`);
+  if (replay > 0) {
+    csms.options.password = 'away'; // refuse the reconnect until the CSMS is back
+    await csms.client.close({ code: 1001, force: true });
+    await station.waitForStatus('Disconnected');
+    const tx = await station.command({ cmd: 'txStart', evse: 1, connector: 1, reason: 'CablePluggedIn',
+      chargingState: 'EVConnected' });
+    for (let i = 0; i < replay; i++) {
+      await station.command({ cmd: 'txUpdate', transactionId: tx.transactionId, reason: 'MeterValueClock',
+        chargingState: 'Charging', items: [{ value: i, measurand: 'Energy.Active.Import.Register' }] });
+    }
+    const before = csms.callsOf('TransactionEvent').length;
+    const back = Date.now();
+    delete csms.options.password;
+    await csms.waitForCall('TransactionEvent', { count: before + replay + 1, timeoutMs: 120000 });
+    const from = csms.calls.find((c) => c.method === 'BootNotification' && c.at >= back)?.at ?? back;
+    const last = csms.callsOf('TransactionEvent')[before + replay].at;
+    console.log(`replay of ${replay + 1} stored events: ${((last - from) / 1000).toFixed(2)} s from the accepted boot ` +
+      `(${((last - back) / 1000).toFixed(2)} s from the CSMS's return, reconnect back-off included)`);
+  }
   if (csms.failures.length) throw new Error(`schema check failures: ${JSON.stringify(csms.failures.slice(0, 3))}`);
 } catch (e) {
   console.error(`benchmark failed: ${e.message}\n${station.tail()}`);
