@@ -221,7 +221,9 @@ void OnRecord(const char* record, uint32_t length) {
         case SERVERRECVTYPE_TRANSACTIONNOTACCEPTED: {
             TransactionNotAccepted r;
             v["name"] = "TransactionNotAccepted";
-            if (Read(record, length, &r)) v["transactionId"] = Text(r.transactionId);
+            if (!Read(record, length, &r)) break;
+            v["transactionId"] = Text(r.transactionId);
+            Deauthorize(Text(r.transactionId));
             break;
         }
         case SERVERRECVTYPE_PERSONALMSG: {

@@ -42,6 +42,7 @@ std::condition_variable g_meterCv;
 std::map<int, Evse> g_evses;
 std::thread g_meterThread;
 bool g_meterStop = false;
+std::vector<std::function<void()>> g_later;  // run on the meter thread, off the library's own threads
 
 Evse Snapshot(int evse) {
     std::lock_guard<std::mutex> lock(g_evseMutex);
@@ -341,7 +342,10 @@ void MeterLoop() {
     while (!g_meterStop) {
         g_meterCv.wait_for(lock, std::chrono::milliseconds(100));
         if (g_meterStop) break;
+        std::vector<std::function<void()>> later;
+        later.swap(g_later);
         lock.unlock();
+        for (auto& fn : later) fn();
         MeterTick();
         lock.lock();
     }
@@ -382,6 +386,20 @@ void RemoteStop(const RequestStopTransactionReq& request) {
     v["evse"] = evse;
     v["rc"] = End(evse, id, TRANSACTIONREASON_REMOTESTOP, TRANSACTIONSTOPREASON_REMOTE, v);
     Emit(v);
+}
+
+// The CSMS refused the token of a running session: the station stops it, as deauthorized.
+void Deauthorize(const std::string& transactionId) {
+    std::lock_guard<std::mutex> lock(g_evseMutex);
+    g_later.push_back([transactionId] {
+        TransactionDetail d;
+        if (!Detail(transactionId, &d)) return;
+        Json::Value v = Event("deauthorized");
+        v["evse"] = d.evseId;
+        v["rc"] = End(d.evseId, transactionId, TRANSACTIONREASON_DEAUTHORIZED, TRANSACTIONSTOPREASON_DEAUTHORIZED, v);
+        Emit(v);
+    });
+    g_meterCv.notify_all();
 }
 
 int SessionCommand(const std::string& name, const Json::Value& cmd, Json::Value& result, std::string* error) {

@@ -94,6 +94,7 @@ int SessionCommand(const std::string& name, const Json::Value& cmd, Json::Value&
 void RemoteStart(const RequestStartTransactionReq& request);
 std::string RemoteStartTransactionId(const RequestStartTransactionReq& request);
 void RemoteStop(const RequestStopTransactionReq& request);
+void Deauthorize(const std::string& transactionId);
 void StartSessions();
 void StopSessions();
 
