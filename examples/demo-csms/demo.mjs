@@ -16,7 +16,7 @@ csms.on('handshake', (h) => show('CSMS', `connection from "${h.identity}" (${h.p
 const energy = (e) => {
   const v = (e.meterValue ?? []).flatMap((m) => m.sampledValue)
     .find((s) => (s.measurand ?? 'Energy.Active.Import.Register') === 'Energy.Active.Import.Register');
-  return v ? `${v.value} Wh` : '-';
+  return v ? `${v.value.toFixed(1)} Wh` : '-';
 };
 csms.on('call', (c) => {
   if (c.method !== 'TransactionEvent') { show('station', `-> ${c.method}`, c.params); return; }
@@ -50,7 +50,7 @@ async function chargeOnce() {
   await declareMeter(station, 1);
   await command({ cmd: 'plug' });
   const { transactionId } = await command({ cmd: 'token', token: 'DEMO-CARD' });
-  await command({ cmd: 'charge', state: 'Charging', power: 7400, current: 32 });
+  await command({ cmd: 'charge', state: 'Charging', power: 22000, current: 32 });
   await command({ cmd: 'meter', energy: 0, soc: 20, interval: 1 });
   await waitForEvent(csms, { transactionId, triggerReason: 'MeterValuePeriodic' }, { count: 3 });
   await command({ cmd: 'token', token: 'DEMO-CARD' });

@@ -119,16 +119,34 @@ int Update(const std::string& transactionId, int reason, const std::vector<Meter
                                          static_cast<TRANSACTIONCHARGINGSTATE>(state), meter.data(), Count(meter), 0);
 }
 
-// Ends the EVSE's transaction; `open` says whether the stop points kept it open.
-int End(int evse, const std::string& transactionId, int reason, int stopReason, Json::Value& result) {
+// The charging state once the station itself stops the energy: the car may still be plugged in.
+int StoppedState(const Evse& e) {
+    return e.plugged ? TRANSACTIONCHARGINGSTATE_EVCONNECTED : TRANSACTIONCHARGINGSTATE_IDLE;
+}
+
+// The station stopped charging for a session that then ended.
+void Stopped(int evse) {
+    std::lock_guard<std::mutex> lock(g_evseMutex);
+    Evse& e = g_evses[evse];
+    e.chargingState = StoppedState(e);
+    e.powerW = e.currentA = 0;
+}
+
+// Ends the EVSE's transaction; `open` says whether the stop points kept it open. `stopsCharging`:
+// the station stops the energy to end it (token, remote, its own decision), rather than reporting
+// what the car or the cable did.
+int End(int evse, const std::string& transactionId, int reason, int stopReason, Json::Value& result,
+        bool stopsCharging = false) {
     const Evse e = Snapshot(evse);
     const std::vector<MeterItem> meter = Readings(e, false);
+    const int state = stopsCharging ? StoppedState(e) : e.chargingState;
     const int rc = OcppProtocol_TransactionEnd(transactionId.c_str(), static_cast<TRANSACTIONREASON>(reason),
-                                               static_cast<TRANSACTIONCHARGINGSTATE>(e.chargingState),
+                                               static_cast<TRANSACTIONCHARGINGSTATE>(state),
                                                static_cast<TRANSACTIONSTOPREASON>(stopReason), meter.data(),
                                                Count(meter));
     result["transactionId"] = transactionId;
     result["open"] = OpenTransaction(evse) == transactionId;
+    if (stopsCharging && !result["open"].asBool()) Stopped(evse);
     return rc == 0 ? 1 : 0;
 }
 
@@ -204,13 +222,14 @@ int TokenCommand(const Json::Value& cmd, Json::Value& result, std::string* error
     const Evse e = Snapshot(evse);
     const std::vector<MeterItem> meter = Readings(e, false);
     const int status = OcppProtocol_TransactionEndWithToken(
-        open.c_str(), TRANSACTIONREASON_STOPAUTHORIZED, static_cast<TRANSACTIONCHARGINGSTATE>(e.chargingState),
+        open.c_str(), TRANSACTIONREASON_STOPAUTHORIZED, static_cast<TRANSACTIONCHARGINGSTATE>(StoppedState(e)),
         static_cast<TRANSACTIONSTOPREASON>(reason), token.c_str(), type, meter.data(), Count(meter));
     // 1: the token may end it and the host does; 0: the library ended it already.
-    if (status == 1) End(evse, open, TRANSACTIONREASON_STOPAUTHORIZED, reason, result);
+    if (status == 1) End(evse, open, TRANSACTIONREASON_STOPAUTHORIZED, reason, result, true);
     Outcome(result, status == 1 ? 0 : status, open);
     result["code"] = status;
     result["open"] = OpenTransaction(evse) == open;
+    if (!result["open"].asBool()) Stopped(evse);
     return status == 0 || status == 1 ? 1 : 0;
 }
 
@@ -280,7 +299,7 @@ int StopCommand(const Json::Value& cmd, Json::Value& result, std::string* error)
     const int trigger = Enum(kTriggerReasons, cmd, "trigger", "StopAuthorized", error);
     if (reason < 0 || trigger < 0) return 0;
     const std::string open = NeedTransaction(evse, error);
-    return open.empty() ? 0 : End(evse, open, trigger, reason, result);
+    return open.empty() ? 0 : End(evse, open, trigger, reason, result, true);
 }
 
 Json::Value Transactions() {
@@ -384,7 +403,7 @@ void RemoteStop(const RequestStopTransactionReq& request) {
     Json::Value v = Event("remoteStop");
     const int evse = Detail(id, &d) ? d.evseId : 0;
     v["evse"] = evse;
-    v["rc"] = End(evse, id, TRANSACTIONREASON_REMOTESTOP, TRANSACTIONSTOPREASON_REMOTE, v);
+    v["rc"] = End(evse, id, TRANSACTIONREASON_REMOTESTOP, TRANSACTIONSTOPREASON_REMOTE, v, true);
     Emit(v);
 }
 
@@ -396,7 +415,8 @@ void Deauthorize(const std::string& transactionId) {
         if (!Detail(transactionId, &d)) return;
         Json::Value v = Event("deauthorized");
         v["evse"] = d.evseId;
-        v["rc"] = End(d.evseId, transactionId, TRANSACTIONREASON_DEAUTHORIZED, TRANSACTIONSTOPREASON_DEAUTHORIZED, v);
+        v["rc"] = End(d.evseId, transactionId, TRANSACTIONREASON_DEAUTHORIZED, TRANSACTIONSTOPREASON_DEAUTHORIZED, v,
+                      true);
         Emit(v);
     });
     g_meterCv.notify_all();

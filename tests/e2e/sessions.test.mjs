@@ -48,7 +48,8 @@ test('the start and stop points decide which cable, token and charging events op
   assert.equal((await act(station, { cmd: 'token', token: 'CARD-2' })).action, 'stop');
   assert.deepEqual(await session(csms, tx, ended), [['Started', 'Authorized', 0], ['Ended', 'StopAuthorized', 1]]);
   assert.equal(txEvents(csms, tx)[0].idToken.idToken, 'CARD-2');
-  assert.equal(txEvents(csms, tx)[1].transactionInfo.stoppedReason, 'Local');
+  assert.deepEqual([txEvents(csms, tx)[1].transactionInfo.stoppedReason, txEvents(csms, tx)[1].transactionInfo.chargingState],
+    ['Local', 'EVConnected'], 'the card stops the energy, the car stays plugged in');
   await act(station, { cmd: 'unplug' });
 
   // PowerPathClosed: both the token and the cable, in either order.
