@@ -74,7 +74,13 @@ test('the start and stop points decide which cable, token and charging events op
   assert.equal(txEvents(csms, tx)[1].transactionInfo.stoppedReason, 'StoppedByEV');
   await act(station, { cmd: 'unplug' });
 
-  // DataSigned is a start point only: the stop points refuse it.
+  // DataSigned: token and cable as for PowerPathClosed, the start told as signed data received.
+  // It is a start point only: the stop points refuse it.
+  await txPoints(client, 'DataSigned', 'EVConnected');
+  tx = (await act(station, { cmd: 'plug' })).transactionId;
+  await act(station, { cmd: 'token', token: 'CARD-6' });
+  await act(station, { cmd: 'unplug' });
+  assert.deepEqual(await session(csms, tx, ended), [['Started', 'SignedDataReceived', 0], ['Ended', 'EVCommunicationLost', 1]]);
   assert.deepEqual(await setVariables(client, 'TxCtrlr', { TxStopPoint: 'DataSigned' }), ['Rejected']);
   assert.deepEqual((await station.command({ cmd: 'transactions' })).items, []);
 });
