@@ -151,10 +151,11 @@ int End(int evse, const std::string& transactionId, int reason, int stopReason, 
 }
 
 // A token (or a remote start) for an EVSE whose transaction was opened by the cable alone.
-int AuthorizeOpen(int evse, const std::string& transactionId, const std::string& token, int type, int remoteStartId,
+int AuthorizeOpen(const TransactionDetail& open, const std::string& token, int type, int remoteStartId,
                   const std::string& group, Json::Value& result) {
-    if (remoteStartId != 0) OcppProtocol_AddTransactionRemoteID(transactionId.c_str(), remoteStartId);
-    return Start(evse, 1, token, type, TRANSACTIONREASON_AUTHORIZED, remoteStartId, group, result);
+    if (remoteStartId != 0) OcppProtocol_AddTransactionRemoteID(open.transactionId, remoteStartId);
+    return Start(open.evseId, open.connectorId, token, type, TRANSACTIONREASON_AUTHORIZED, remoteStartId, group,
+                 result);
 }
 
 std::string NeedTransaction(int evse, std::string* error) {
@@ -216,7 +217,7 @@ int TokenCommand(const Json::Value& cmd, Json::Value& result, std::string* error
     }
     if (d.authorizedTime == 0 && d.idTokenType == 255) {
         result["action"] = "authorize";
-        return AuthorizeOpen(evse, open, token, type, 0, group, result);
+        return AuthorizeOpen(d, token, type, 0, group, result);
     }
     result["action"] = "stop";
     const Evse e = Snapshot(evse);
@@ -386,7 +387,7 @@ void RemoteStart(const RequestStartTransactionReq& request) {
     TransactionDetail d;
     const std::string token = Text(request.idToken);
     if (!open.empty() && Detail(open, &d) && d.authorizedTime == 0 && d.idTokenType == 255)
-        v["rc"] = AuthorizeOpen(evse, open, token, request.idTokenType, request.remoteStartId, "", v);
+        v["rc"] = AuthorizeOpen(d, token, request.idTokenType, request.remoteStartId, "", v);
     else
         v["rc"] = Start(evse, 1, token, request.idTokenType, TRANSACTIONREASON_AUTHORIZED, request.remoteStartId, "", v);
     Emit(v);
