@@ -167,6 +167,95 @@ int SetVariableCommand(const Json::Value& cmd, std::string* error) {
     return OcppProtocol_UpdateVariableValue(&item, cmd["value"].asString().c_str()) == VARIABLESTATUS_ACCEPTED ? 1 : 0;
 }
 
+// ---- meter items and transactions ----
+const std::vector<const char*> kMeasurands = {
+    "Current.Export", "Current.Import", "Current.Offered", "Energy.Active.Export.Register",
+    "Energy.Active.Import.Register", "Energy.Reactive.Export.Register", "Energy.Reactive.Import.Register",
+    "Energy.Active.Export.Interval", "Energy.Active.Import.Interval", "Energy.Active.Net",
+    "Energy.Reactive.Export.Interval", "Energy.Reactive.Import.Interval", "Energy.Reactive.Net",
+    "Energy.Apparent.Net", "Energy.Apparent.Import", "Energy.Apparent.Export", "Frequency", "Power.Active.Export",
+    "Power.Active.Import", "Power.Factor", "Power.Offered", "Power.Reactive.Export", "Power.Reactive.Import", "SoC",
+    "Voltage", "RPM", "Temperature"};
+const std::vector<const char*> kContexts = {"Interruption.Begin", "Interruption.End", "Other", "Sample.Clock",
+                                            "Sample.Periodic", "Transaction.Begin", "Transaction.End", "Trigger"};
+const std::vector<const char*> kPhases = {"L1", "L2", "L3", "N", "L1-N", "L2-N", "L3-N", "L1-L2", "L2-L3", "L3-L1"};
+const std::vector<const char*> kLocations = {"Body", "Cable", "EV", "Inlet", "Outlet"};
+
+// "items" as the host packs them; names of an OCPP list are stored as their index plus one.
+std::vector<unsigned char> MeterFromJson(const Json::Value& items) {
+    std::vector<unsigned char> bytes;
+    for (const Json::Value& j : items) {
+        SignedMeterItem item{};
+        MeterItem& head = item.head;
+        head.timestamp = j.get("timestamp", 0).asUInt();
+        head.value = j.get("value", 0).asDouble();
+        head.measurand = static_cast<uint8_t>(
+            IndexOf(kMeasurands, j.get("measurand", "Energy.Active.Import.Register").asString(), 4));
+        head.context = static_cast<uint8_t>(IndexOf(kContexts, j.get("context", "").asString(), -1) + 1);
+        head.phase = static_cast<uint8_t>(IndexOf(kPhases, j.get("phase", "").asString(), -1) + 1);
+        head.location = static_cast<uint8_t>(IndexOf(kLocations, j.get("location", "").asString(), -1) + 1);
+        Fill(head.unit, j, "unit");
+        head.multiplier = static_cast<int8_t>(j.get("multiplier", 0).asInt());
+        const Json::Value& sig = j["signed"];
+        head.isSigned = sig.isObject() ? 1 : 0;
+        if (head.isSigned) {
+            Fill(item.signedMeterData, sig, "data");
+            Fill(item.signingMethod, sig, "method");
+            Fill(item.encodingMethod, sig, "encoding");
+            Fill(item.publicKey, sig, "publicKey");
+        }
+        const unsigned char* at = reinterpret_cast<const unsigned char*>(&item);
+        bytes.insert(bytes.end(), at, at + (head.isSigned ? sizeof(SignedMeterItem) : sizeof(MeterItem)));
+    }
+    return bytes;
+}
+
+const void* MeterData(const std::vector<unsigned char>& bytes) { return bytes.empty() ? nullptr : bytes.data(); }
+
+TRANSACTIONREASON Reason(const Json::Value& cmd, const char* fallback) {
+    return static_cast<TRANSACTIONREASON>(IndexOf(kTriggerReasons, cmd.get("reason", fallback).asString(), 0));
+}
+
+TRANSACTIONCHARGINGSTATE ChargingState(const Json::Value& cmd) {
+    return static_cast<TRANSACTIONCHARGINGSTATE>(IndexOf(kChargingStates, cmd.get("chargingState", "").asString(), -1));
+}
+
+int TransactionStartCommand(const Json::Value& cmd, Json::Value& result) {
+    const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
+    char transactionId[37] = {};
+    int errorCode = 0;
+    const std::string token = cmd.get("token", "").asString();
+    const int rc = OcppProtocol_TransactionStart(
+        cmd.get("evse", 1).asInt(), cmd.get("connector", 1).asInt(), token.c_str(),
+        IndexOf(kTokenTypes, cmd.get("type", "ISO14443").asString(), 255), Reason(cmd, "Authorized"),
+        ChargingState(cmd), cmd.get("remoteStartId", 0).asInt(), cmd.get("reservationId", 0).asInt(), nullptr,
+        MeterData(meter), static_cast<int>(cmd["items"].size()), transactionId, &errorCode);
+    result["transactionId"] = transactionId;
+    result["errorCode"] = errorCode;
+    return rc;
+}
+
+int TransactionUpdateCommand(const Json::Value& cmd) {
+    const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
+    return OcppProtocol_TransactionUpate(cmd.get("transactionId", "").asString().c_str(),
+                                         Reason(cmd, "MeterValuePeriodic"), ChargingState(cmd), MeterData(meter),
+                                         static_cast<int>(cmd["items"].size()), cmd.get("repeat", 0).asInt());
+}
+
+int TransactionEndCommand(const Json::Value& cmd) {
+    const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
+    return OcppProtocol_TransactionEnd(
+        cmd.get("transactionId", "").asString().c_str(), Reason(cmd, "StopAuthorized"), ChargingState(cmd),
+        static_cast<TRANSACTIONSTOPREASON>(IndexOf(kStopReasons, cmd.get("stopReason", "Local").asString(), 6)),
+        MeterData(meter), static_cast<int>(cmd["items"].size()));
+}
+
+int MeterValuesCommand(const Json::Value& cmd) {
+    const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
+    return OcppProtocol_SetMeterValues(cmd.get("evse", 1).asInt(), MeterData(meter),
+                                       static_cast<int>(cmd["items"].size()));
+}
+
 int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& result, std::string* error) {
     int rc = 1;
     if (name == "boot") {
@@ -200,6 +289,14 @@ int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& res
         rc = SetTokenListCommand(cmd, error);
     } else if (name == "setVariable") {
         rc = SetVariableCommand(cmd, error);
+    } else if (name == "meterValues") {
+        rc = MeterValuesCommand(cmd);
+    } else if (name == "txStart") {
+        rc = TransactionStartCommand(cmd, result);
+    } else if (name == "txUpdate") {
+        rc = TransactionUpdateCommand(cmd);
+    } else if (name == "txEnd") {
+        rc = TransactionEndCommand(cmd);
     } else if (name == "reconnect") {
         rc = OcppProtocol_ImmediatelyReconnect();
     } else if (name == "securityEvent") {
