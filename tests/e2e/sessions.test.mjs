@@ -5,8 +5,6 @@ import { bootToOk, connect, explain } from './lib/fixture.mjs';
 import { Station, tempDir } from './lib/sim.mjs';
 import { act, assertSeqNos, brief, declareMeter, setVariables, txEvents, txPoints, waitForEvent } from './lib/sessions.mjs';
 
-const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
-
 async function online(t, stationArgs = {}) {
   const s = await connect(t, { interval: 60 }, stationArgs);
   await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
@@ -47,8 +45,9 @@ test('the start and stop points decide which cable, token and charging events op
   tx = (await act(station, { cmd: 'token', token: 'CARD-2' })).transactionId;
   assert.equal((await act(station, { cmd: 'token', token: 'CARD-2' })).action, 'stop');
   assert.deepEqual(await session(csms, tx, ended), [['Started', 'Authorized', 0], ['Ended', 'StopAuthorized', 1]]);
-  assert.equal(txEvents(csms, tx)[0].idToken.idToken, 'CARD-2');
-  assert.deepEqual([txEvents(csms, tx)[1].transactionInfo.stoppedReason, txEvents(csms, tx)[1].transactionInfo.chargingState],
+  const [byCard, stopped] = txEvents(csms, tx);
+  assert.equal(byCard.idToken.idToken, 'CARD-2');
+  assert.deepEqual([stopped.transactionInfo.stoppedReason, stopped.transactionInfo.chargingState],
     ['Local', 'EVConnected'], 'the card stops the energy, the car stays plugged in');
   await act(station, { cmd: 'unplug' });
 
