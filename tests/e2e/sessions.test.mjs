@@ -38,6 +38,8 @@ test('the start and stop points decide which cable, token and charging events op
   assert.equal(authorized.idToken.idToken, 'CARD-1');
   assert.deepEqual([end.transactionInfo.stoppedReason, end.transactionInfo.chargingState], ['EVDisconnected', 'Idle']);
   assert.equal(end.meterValue[0].sampledValue[0].context, 'Transaction.End');
+  const told = await station.waitFor({ event: 'record', name: 'NotifyTransactionStart', transactionId: tx });
+  assert.deepEqual([told.evseId, told.connectorId], [1, 1], 'the controller hears of the start');
 
   // Authorized: plugging in sends nothing; the token starts with seqNo 0 and stops by itself.
   await txPoints(client, 'Authorized', 'Authorized');
