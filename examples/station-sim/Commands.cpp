@@ -8,6 +8,17 @@
 #include "Sim.h"
 
 namespace sim {
+
+const std::vector<const char*> kTokenTypes = {"Central", "eMAID",      "ISO14443",  "ISO15693",
+                                              "KeyCode", "Local",      "MacAddress", "NoAuthorization"};
+const std::vector<const char*> kTokenStatuses = {"Accepted",          "Blocked",       "ConcurrentTx", "Expired",
+                                                 "Invalid",           "NoCredit",      "NotAllowedTypeEVSE",
+                                                 "NotAtThisLocation", "NotAtThisTime", "Unknown"};
+
+const char* NameAt(const std::vector<const char*>& names, int index, const char* fallback) {
+    return index >= 0 && index < static_cast<int>(names.size()) ? names[static_cast<size_t>(index)] : fallback;
+}
+
 namespace {
 
 const std::vector<const char*> kConnectorStatuses = {"Available", "Occupied", "Reserved", "Unavailable", "Faulted"};
@@ -87,16 +98,7 @@ int RequestProfileCommand(const Json::Value& cmd, std::string* error) {
                                                cmd.get("controlMode", 0).asInt(), cmd.get("departureTime", 0).asInt());
 }
 
-const std::vector<const char*> kTokenTypes = {"Central", "eMAID",      "ISO14443",  "ISO15693",
-                                              "KeyCode", "Local",      "MacAddress", "NoAuthorization"};
-const std::vector<const char*> kTokenStatuses = {"Accepted",          "Blocked",       "ConcurrentTx", "Expired",
-                                                 "Invalid",           "NoCredit",      "NotAllowedTypeEVSE",
-                                                 "NotAtThisLocation", "NotAtThisTime", "Unknown"};
 const std::vector<const char*> kAuthorizeSources = {"none", "exempt", "localList", "cache", "offlineUnknown", "csms"};
-
-const char* NameAt(const std::vector<const char*>& names, int index, const char* fallback) {
-    return index >= 0 && index < static_cast<int>(names.size()) ? names[static_cast<size_t>(index)] : fallback;
-}
 
 // The library's decision for a token, and where it came from.
 int AuthorizeCommand(const Json::Value& cmd, Json::Value& result, std::string* error) {
@@ -178,16 +180,6 @@ const std::vector<const char*> kContexts = {"Interruption.Begin", "Interruption.
                                             "Sample.Periodic", "Transaction.Begin", "Transaction.End", "Trigger"};
 const std::vector<const char*> kPhases = {"L1", "L2", "L3", "N", "L1-N", "L2-N", "L3-N", "L1-L2", "L2-L3", "L3-L1"};
 const std::vector<const char*> kLocations = {"Body", "Cable", "EV", "Inlet", "Outlet"};
-const std::vector<const char*> kTriggerReasons = {
-    "Authorized", "CablePluggedIn", "ChargingRateChanged", "ChargingStateChanged", "Deauthorized",
-    "EnergyLimitReached", "EVCommunicationLost", "EVConnectTimeout", "MeterValueClock", "MeterValuePeriodic",
-    "TimeLimitReached", "Trigger", "UnlockCommand", "StopAuthorized", "EVDeparted", "EVDetected", "RemoteStop",
-    "RemoteStart", "AbnormalCondition", "SignedDataReceived", "ResetCommand"};
-const std::vector<const char*> kChargingStates = {"Charging", "EVConnected", "SuspendedEV", "SuspendedEVSE", "Idle"};
-const std::vector<const char*> kStopReasons = {
-    "DeAuthorized", "EmergencyStop", "EnergyLimitReached", "EVDisconnected", "GroundFault", "ImmediateReset", "Local",
-    "LocalOutOfCredit", "MasterPass", "Other", "OvercurrentFault", "PowerLoss", "PowerQuality", "Reboot", "Remote",
-    "SOCLimitReached", "StoppedByEV", "TimeLimitReached", "Timeout"};
 
 // "items" as the host packs them; names of an OCPP list are stored as their index plus one.
 std::vector<unsigned char> MeterFromJson(const Json::Value& items) {
@@ -312,7 +304,7 @@ int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& res
     } else if (name == "getStatus") {
         result["status"] = static_cast<int>(OcppProtocol_GetStatus());
         result["protocol"] = static_cast<int>(OcppProtocol_GetOcppProtocol());
-    } else {
+    } else if ((rc = SessionCommand(name, cmd, result, error)) < 0) {
         rc = 0;
         *error = "unknown command";
     }

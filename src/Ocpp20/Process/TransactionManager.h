@@ -53,8 +53,8 @@ static_assert(sizeof(TransactionItem) == 96, "TransactionItem image is 96 bytes"
 // due, seqNo, and transactioncache.bin so an open transaction survives a restart.
 class CTransactionManager : public CSingleton<CTransactionManager> {
 public:
-    static const size_t kIdBytes = 36;
-    static const size_t kRecordBytes = kIdBytes + sizeof(TransactionItem);  // 132
+    static constexpr size_t kIdBytes = 36;
+    static constexpr size_t kRecordBytes = kIdBytes + sizeof(TransactionItem);  // 132
 
     // Meter items of the event being raised, as the host passed them.
     struct Meter {
