@@ -16,6 +16,7 @@ CTimerManager::CTimerManager() {
     pthread_mutex_init(&m_mutex, nullptr);
     pthread_mutex_init(&m_runMutex, nullptr);
     m_thread = LinuxCreateThread(nullptr, &CTimerManager::TimerProc, this);
+    m_bWorkerRunning = true;
 }
 
 CTimerManager::~CTimerManager() {
@@ -31,7 +32,9 @@ void CTimerManager::StopWorker() {
         m_stop = true;
     }
     m_wakeCv.notify_all();
-    pthread_join(m_thread, nullptr);
+    // A second release before the next use has no worker left to join.
+    if (m_bWorkerRunning) pthread_join(m_thread, nullptr);
+    m_bWorkerRunning = false;
     OCPP_SECTION(&m_mutex);
     for (TimerItem* item : m_items) delete item;
     m_items.clear();
@@ -49,7 +52,10 @@ void CTimerManager::ResetInPlace() {
 }
 
 void CTimerManager::Resume() {
-    if (m_bWorkerAfterReset.exchange(false)) m_thread = LinuxCreateThread(nullptr, &CTimerManager::TimerProc, this);
+    if (m_bWorkerAfterReset.exchange(false)) {
+        m_thread = LinuxCreateThread(nullptr, &CTimerManager::TimerProc, this);
+        m_bWorkerRunning = true;
+    }
 }
 
 unsigned long long CTimerManager::GetTimerID() {

@@ -54,6 +54,7 @@ private:
     bool m_stop = false;
     bool m_changed = false;
     pthread_t m_thread{};
+    bool m_bWorkerRunning = false;  // m_thread is there to join
     std::atomic<bool> m_bWorkerAfterReset{false};  // a reset stopped the worker; the next use starts it
     pthread_t m_runningThread{};
     bool m_running = false;

@@ -16,6 +16,7 @@ const int64_t kPauseSliceMs = 100;  // the clock may be moved by a test: look ag
 CTransactionMessageManager::CTransactionMessageManager() {
     pthread_mutex_init(&m_mutex, nullptr);
     m_thread = LinuxCreateThread(nullptr, &CTransactionMessageManager::TimerProc, this);
+    m_bWorkerRunning = true;
 }
 
 CTransactionMessageManager::~CTransactionMessageManager() {
@@ -31,7 +32,9 @@ void CTransactionMessageManager::StopWorker() {
         m_stop = true;
     }
     m_wakeCv.notify_all();
-    pthread_join(m_thread, nullptr);
+    // A second release before the next use has no worker left to join.
+    if (m_bWorkerRunning) pthread_join(m_thread, nullptr);
+    m_bWorkerRunning = false;
     OCPP_SECTION(&m_mutex);
     for (TimerItem* item : m_items) delete item;
     m_items.clear();
@@ -49,8 +52,10 @@ void CTransactionMessageManager::ResetInPlace() {
 }
 
 void CTransactionMessageManager::Resume() {
-    if (m_bWorkerAfterReset.exchange(false))
+    if (m_bWorkerAfterReset.exchange(false)) {
         m_thread = LinuxCreateThread(nullptr, &CTransactionMessageManager::TimerProc, this);
+        m_bWorkerRunning = true;
+    }
 }
 
 unsigned long long CTransactionMessageManager::RegisterTimer(int seconds, TimerCallback callback, void* argument) {

@@ -46,5 +46,6 @@ private:
     bool m_woken = false;
     std::atomic<bool> m_stop{false};
     pthread_t m_thread{};
+    bool m_bWorkerRunning = false;  // m_thread is there to join
     std::atomic<bool> m_bWorkerAfterReset{false};
 };
