@@ -132,6 +132,8 @@ void CTransactionMsgQueue::Flush() {
         dropped.swap(m_queue);
         ++m_epoch;
     }
+    // If the link comes back without a replay, the kept rows still go first.
+    m_orphans = true;
     for (const Entry& e : dropped)
         if (e.marker) CTransactionManager::GetInstance()->NotifyStartTransaction(e.transactionId);
 }
