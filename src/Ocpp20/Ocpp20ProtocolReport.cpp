@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Ocpp20/OcppProtocol20.h"
+#include "Ocpp20/Protocol/SchemaCheck.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "Util/Tools.h"
 
@@ -86,7 +87,17 @@ std::string ScheduleFrame(int evseId, unsigned timeBase, const char* schedule, i
     request.timeBase = CTools::GetLocalTime(static_cast<int64_t>(timeBase));
     request.evseId = evseId;
     request.evseId_present = true;
-    return COcppProtocol20::NotifyEVChargingScheduleReq(request);
+    const std::string frame = COcppProtocol20::NotifyEVChargingScheduleReq(request);
+    // The reader takes what it can; the host's text must pass as the CSMS will check it.
+    rapidjson::Document sent;
+    sent.Parse(frame.c_str(), frame.size());
+    std::string why;
+    if (sent.HasParseError() || !sent.IsArray() || sent.Size() != 4 ||
+        !models::ValidatePayload("NotifyEVChargingSchedule", true, sent[3], &why)) {
+        LOG_ERROR("NotifyEVChargingSchedule schedule refused: %s", why.c_str());
+        return std::string();
+    }
+    return frame;
 }
 
 // Copies an answer's text to the host's buffer (may be null).
