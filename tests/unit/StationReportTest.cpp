@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "OcppProtocol/OcppEnumTrans.h"
 #include "OcppProtocol/OcppProtocol.h"
@@ -17,48 +18,15 @@ using namespace ocpptest;
 
 namespace {
 
-EventDataItem OverCurrentEvent() {
-    EventDataItem event;
-    std::memset(&event, 0, sizeof event);
-    event.eventId = 12;
-    event.trigger = 0;                // Alerting
-    event.cause = -1;
-    event.eventNotificationType = 3;  // CustomMonitor
-    event.variableMonitoringId = 4;
-    event.evseId = 1;
-    event.cleared = 1;
-    CTools::CopyField(event.actualValue, "40.5");
-    CTools::CopyField(event.componentName, "EVSE");
-    CTools::CopyField(event.variableName, "Current");
-    return event;
-}
-
 const char kSchedule[] = "{\"id\":1,\"chargingRateUnit\":\"A\",\"chargingSchedulePeriod\":[{\"startPeriod\":0,\"limit\":16}]}";
 
-std::string Accepted(const std::string& id, const std::string& extra = "") {
-    return "[3,\"" + id + "\",{\"status\":\"Accepted\"" + extra + "}]";
-}
-
-// Every new entry, with what each returns.
-struct Results {
-    int event, report, certificate, ocsp, schedule;
-    bool operator==(const Results& o) const {
-        return event == o.event && report == o.report && certificate == o.certificate && ocsp == o.ocsp &&
-               schedule == o.schedule;
-    }
-};
-std::ostream& operator<<(std::ostream& os, const Results& r) {
-    return os << r.event << r.report << r.certificate << r.ocsp << r.schedule;
-}
-
-Results CallAll() {
-    const EventDataItem event = OverCurrentEvent();
-    OcspRequestDataItem ocsp;
-    std::memset(&ocsp, 0, sizeof ocsp);
-    CTools::CopyField(ocsp.issuerNameHash, "aa");
-    CTools::CopyField(ocsp.issuerKeyHash, "bb");
-    CTools::CopyField(ocsp.serialNumber, "01");
-    CTools::CopyField(ocsp.responderURL, "http://ocsp.example");
+// Every new entry as the host calls it: event, monitoring report, EV certificate, OCSP, EV schedule.
+std::vector<int> CallAll() {
+    EventDataItem event = {};  // an Alerting hard-wired event of the station itself, ids absent
+    event.cause = event.variableMonitoringId = -1;
+    CTools::CopyField(event.componentName, "EVSE");
+    CTools::CopyField(event.variableName, "Current");
+    const OcspRequestDataItem ocsp = {0, "aa", "bb", "01", "http://ocsp.example"};
     return {OcppProtocol_NotifyEvent(&event, 1), OcppProtocol_MonitoringReport("m1", 3),
             OcppProtocol_Get15118EVCertificate("urn:iso:15118:2:2013:MsgDef", 0, "QUJD", nullptr, nullptr, 0),
             OcppProtocol_GetCertificateStatus(&ocsp, nullptr, nullptr, 0),
@@ -70,18 +38,18 @@ Results CallAll() {
 TEST(StationReports, EventsCertificatesAndEvSchedulesGoOnlyToAVersionThatHasThem) {
     ResetSdkState();
     RecordingLink link;
-    link.Answer([](const std::string& id) { return Accepted(id); });
+    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{\"status\":\"Accepted\"}]"; });
     g_eSdkStatus = SDKSTATUS_OK;
 
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_NONE);
-    EXPECT_EQ(CallAll(), (Results{1, 1, 0, 0, 1})) << "requests whose answer the host reads report nothing done";
+    EXPECT_EQ(CallAll(), (std::vector<int>{1, 1, 0, 0, 1})) << "requests whose answer the host reads report nothing done";
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
-    EXPECT_EQ(CallAll(), (Results{1, 1, 0, 0, 1}));
+    EXPECT_EQ(CallAll(), (std::vector<int>{1, 1, 0, 0, 1}));
     EXPECT_EQ(link.Count(), 0u);
 
     // Each frame passes its schema on the recording link.
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    EXPECT_EQ(CallAll(), (Results{1, 1, 1, 1, 1}));
+    EXPECT_EQ(CallAll(), (std::vector<int>{1, 1, 1, 1, 1}));
     EXPECT_EQ(link.Count("NotifyEvent"), 1u);
     EXPECT_EQ(link.Count("NotifyEVChargingSchedule"), 1u);
     EXPECT_EQ(link.Count(), 5u);
@@ -89,7 +57,7 @@ TEST(StationReports, EventsCertificatesAndEvSchedulesGoOnlyToAVersionThatHasThem
     // 2.1 has its own schedule message: the 2.0.1 one is never sent there.
     link.Clear();
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_21);
-    EXPECT_EQ(CallAll(), (Results{1, 1, 1, 1, 1}));
+    EXPECT_EQ(CallAll(), (std::vector<int>{1, 1, 1, 1, 1}));
     EXPECT_EQ(link.Count("NotifyEVChargingSchedule"), 0u);
     EXPECT_EQ(link.Count(), 4u);
     ResetSdkState();
@@ -111,9 +79,6 @@ TEST(StationReports, TheCsmsCertificateAnswerReachesTheHostCutToItsBufferAndBadI
     EXPECT_STREQ(exi, "RVhJ");
 
     link.Clear();
-    EventDataItem event = OverCurrentEvent();
-    event.trigger = 3;
-    EXPECT_EQ(OcppProtocol_NotifyEvent(&event, 1), 0) << "a trigger outside the list";
     EXPECT_EQ(OcppProtocol_NotifyEVChargingSchedule(1, 0, "{\"id\":1}", 8), 0) << "a schedule without periods";
     EXPECT_EQ(OcppProtocol_Get15118EVCertificate("v", 2, "QUJD", nullptr, nullptr, 0), 0) << "no such action";
     EXPECT_EQ(link.Count(), 0u);
