@@ -250,6 +250,52 @@ int TransactionEndCommand(const Json::Value& cmd) {
         MeterData(meter), static_cast<int>(cmd["items"].size()));
 }
 
+// ---- reports of the station's own ----
+const std::vector<const char*> kEventTriggers = {"Alerting", "Delta", "Periodic"};
+const std::vector<const char*> kEventNotifications = {"HardWiredNotification", "HardWiredMonitor",
+                                                      "PreconfiguredMonitor", "CustomMonitor"};
+
+int NotifyEventCommand(const Json::Value& cmd, std::string* error) {
+    const Json::Value& events = cmd["events"];
+    if (!events.isArray() || events.empty()) {
+        *error = "needs events";
+        return 0;
+    }
+    std::vector<EventDataItem> items;
+    for (const Json::Value& v : events) {
+        EventDataItem item;
+        std::memset(&item, 0, sizeof item);
+        item.eventId = v.get("eventId", 1).asInt();
+        item.timestamp = v.get("timestamp", 0).asUInt();
+        item.trigger = IndexOf(kEventTriggers, v.get("trigger", "Alerting").asString(), -1);
+        item.cause = v.get("cause", -1).asInt();
+        item.eventNotificationType =
+            IndexOf(kEventNotifications, v.get("notificationType", "HardWiredNotification").asString(), -1);
+        item.variableMonitoringId = v.get("monitoringId", -1).asInt();
+        item.evseId = v.get("evse", 0).asInt();
+        item.connectorId = v.get("connector", 0).asInt();
+        item.cleared = v.get("cleared", false).asBool() ? 1 : 0;
+        Fill(item.actualValue, v, "actualValue");
+        Fill(item.techCode, v, "techCode");
+        Fill(item.techInfo, v, "techInfo");
+        Fill(item.transactionId, v, "transactionId");
+        Fill(item.componentName, v, "component");
+        Fill(item.componentInstance, v, "componentInstance");
+        Fill(item.variableName, v, "variable");
+        Fill(item.variableInstance, v, "variableInstance");
+        items.push_back(item);
+    }
+    return OcppProtocol_NotifyEvent(items.data(), static_cast<int>(items.size()));
+}
+
+int EvScheduleCommand(const Json::Value& cmd) {
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "";
+    const std::string schedule = Json::writeString(writer, cmd["schedule"]);
+    return OcppProtocol_NotifyEVChargingSchedule(cmd.get("evse", 1).asInt(), cmd.get("timeBase", 0).asUInt(),
+                                                 schedule.c_str(), static_cast<int>(schedule.size()));
+}
+
 int MeterValuesCommand(const Json::Value& cmd) {
     const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
     return OcppProtocol_SetMeterValues(cmd.get("evse", 1).asInt(), MeterData(meter),
@@ -299,6 +345,10 @@ int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& res
         rc = TransactionEndCommand(cmd);
     } else if (name == "reconnect") {
         rc = OcppProtocol_ImmediatelyReconnect();
+    } else if (name == "notifyEvent") {
+        rc = NotifyEventCommand(cmd, error);
+    } else if (name == "evSchedule") {
+        rc = EvScheduleCommand(cmd);
     } else if (name == "securityEvent") {
         rc = OcppProtocol_SecurityEventNotification(static_cast<SECURITYEVENTTYPE>(cmd.get("type", 0).asInt()));
     } else if (name == "getStatus") {

@@ -69,6 +69,29 @@ const int kReasons16[] = {10, 0, 4, 1, 4, 2, 3, 3, 4, 4, 4, 5, 4, 6, 7, 4, 4, 4,
 
 const char* const kEnergyModes21[] = {"AC_single_phase", "AC_two_phase", "AC_three_phase", "DC"};
 
+// 1.6 FirmwareStatus: Downloaded 0, DownloadFailed 1, Downloading 2, Idle 3,
+// InstallationFailed 4, Installing 5, Installed 6. Scheduled, paused and
+// verified states have no 1.6 counterpart; failed checks are failed installs.
+const int kFirmwareStatus16[] = {0, 1, 2, -1, -1, 3, 4, 5, 6, 5, -1, 4, 4, -1};
+
+// 1.6 DiagnosticsStatus: Idle 0, Uploaded 1, UploadFailed 2, Uploading 3.
+const int kUploadLogStatus16[] = {2, 0, 2, 2, 1, 2, 3, -1};
+
+// 1.6 UnlockStatus: Unlocked 0, UnlockFailed 1, NotSupported 2.
+const int kUnlockStatus16[] = {0, 1, 1, 2};
+
+// 1.6 MessageTrigger order; DiagnosticsStatusNotification became LogStatusNotification.
+const int kMessageTrigger16[] = {0, 1, 2, 3, 4, 7};
+
+static_assert(sizeof kFirmwareStatus16 / sizeof(int) == FIRMWARESTATUS_SIGNATUREVERIFIED + 1, "one per status");
+static_assert(sizeof kUploadLogStatus16 / sizeof(int) == UPLOADLOGSTATUS_ACCEPTEDCANCELED + 1, "one per status");
+static_assert(sizeof kUnlockStatus16 / sizeof(int) == UNLOCKSTATUS_UNKNOWNCONNECTOR + 1, "one per status");
+
+template <size_t N>
+int At(const int (&table)[N], int index) {
+    return index >= 0 && static_cast<size_t>(index) < N ? table[index] : -1;
+}
+
 template <size_t N>
 int IndexOf(const char* const (&list)[N], const char* name) {
     for (size_t i = 0; i < N; ++i)
@@ -253,6 +276,19 @@ int OcppEnumTrans_TransEnergyTransferMode21(ENERGYTRANSFERMODE mode) {
     const std::string name = models::GetEnergyTransferModeInString(static_cast<int>(mode));
     return name.empty() ? -1 : EnergyMode21ByName(name.c_str());
 }
+
+int OcppEnumTrans_TransAllowEnergyTransfer21(const char* mode) {
+    // The neutral list is the 2.0.1 one; 2.1's bidirectional modes have no place in it.
+    return mode != nullptr && IndexOf(kEnergyModes21, mode) >= 0 ? models::GetEnergyTransferModeInInt(mode) : -1;
+}
+
+int OcppEnumTrans_TransFirmwareStatus16(FIRMWARESTATUS status) { return At(kFirmwareStatus16, status); }
+
+int OcppEnumTrans_TransUploadLogStatus16(UPLOADLOGSTATUS status) { return At(kUploadLogStatus16, status); }
+
+int OcppEnumTrans_UnlockStatus16(UNLOCKSTATUS status) { return At(kUnlockStatus16, status); }
+
+int OcppEnumTrans_TransMessageTrigger(int trigger16) { return At(kMessageTrigger16, trigger16); }
 
 const char* OcppEnumTrans_ResponseErrorCodeToString(RESPONSEERRORCODE code) {
     return Base::ErrorCodeText(static_cast<int>(code));

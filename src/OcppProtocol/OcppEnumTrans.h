@@ -43,6 +43,16 @@ int OcppEnumTrans_TransConfigurationStatus16(VARIABLESTATUS status);
 int OcppEnumTrans_TransConnectorStatus16(CONNECTORSTATUS status);
 int OcppEnumTrans_TransEnergyTransferMode20(ENERGYTRANSFERMODE mode);
 int OcppEnumTrans_TransEnergyTransferMode21(ENERGYTRANSFERMODE mode);
+// A 2.1 EnergyTransferMode text the CSMS allows -> ENERGYTRANSFERMODE.
+int OcppEnumTrans_TransAllowEnergyTransfer21(const char* mode);
+
+// Neutral statuses -> the 1.6 FirmwareStatus, DiagnosticsStatus and
+// UnlockStatus lists; a state 1.6 cannot tell apart goes to its nearest one.
+int OcppEnumTrans_TransFirmwareStatus16(FIRMWARESTATUS status);
+int OcppEnumTrans_TransUploadLogStatus16(UPLOADLOGSTATUS status);
+int OcppEnumTrans_UnlockStatus16(UNLOCKSTATUS status);
+// 1.6 MessageTrigger -> the MessageTriggerEnumType index the host's trigger record carries.
+int OcppEnumTrans_TransMessageTrigger(int trigger16);
 
 const char* OcppEnumTrans_ResponseErrorCodeToString(RESPONSEERRORCODE code);
 const char* OcppEnumTrans_ChargingLimitSource(CHARGINGLIMITSOURCE source);

@@ -13,7 +13,7 @@ const int kNoVersionTransaction = 255;
 const int kNoVersionAnswer = 1;
 const int kNoVersionRequest = 0;  // a request nobody was asked: no answer to report
 
-CStationEngine* TransactionEngine() { return StationEngineFor(g_eOcppProtocol.load()); }
+CStationEngine* OwnEngine() { return StationEngineFor(g_eOcppProtocol.load()); }
 CStationEngine* Answerer() { return AnswerEngineFor(g_eOcppProtocol.load()); }
 
 }  // namespace
@@ -28,9 +28,11 @@ CStationEngine* Answerer() { return AnswerEngineFor(g_eOcppProtocol.load()); }
         return none;                                        \
     }
 
-#define TRANSACTION_ENTRY(call) STATION_ENTRY(TransactionEngine(), kNoVersionTransaction, call)
+#define TRANSACTION_ENTRY(call) STATION_ENTRY(OwnEngine(), kNoVersionTransaction, call)
 #define ANSWER_ENTRY(call) STATION_ENTRY(Answerer(), kNoVersionAnswer, call)
 #define REQUEST_ENTRY(call) STATION_ENTRY(Answerer(), kNoVersionRequest, call)
+// Messages whose payload differs by version go only to that version's engine.
+#define OWN_VERSION_ENTRY(call) STATION_ENTRY(OwnEngine(), kNoVersionAnswer, call)
 
 int OcppProtocol_TransactionStart(int evseId, int connectorId, const char* idToken, int idTokenType,
                                   TRANSACTIONREASON reason, TRANSACTIONCHARGINGSTATE chargingState,
@@ -162,4 +164,18 @@ int OcppProtocol_SignCertificate(const char* csr, int certificateType) {
 int OcppProtocol_DataTransferRequest(const char* vendorId, const char* messageId, const char* data, int dataIsJson,
                                      int* status, char* answer, int capacity) {
     REQUEST_ENTRY(DataTransferRequest(vendorId, messageId, data, dataIsJson, status, answer, capacity))
+}
+int OcppProtocol_NotifyEvent(const EventDataItem* items, int count) { ANSWER_ENTRY(NotifyEvent(items, count)) }
+int OcppProtocol_MonitoringReport(const char* messageId, int status) {
+    ANSWER_ENTRY(Answer(STATIONANSWER_GETMONITORINGREPORT, messageId, status))
+}
+int OcppProtocol_Get15118EVCertificate(const char* schemaVersion, int action, const char* exiRequest, int* status,
+                                       char* exiResponse, int capacity) {
+    REQUEST_ENTRY(Get15118EVCertificate(schemaVersion, action, exiRequest, status, exiResponse, capacity))
+}
+int OcppProtocol_GetCertificateStatus(const OcspRequestDataItem* ocsp, int* status, char* ocspResult, int capacity) {
+    REQUEST_ENTRY(GetCertificateStatus(ocsp, status, ocspResult, capacity))
+}
+int OcppProtocol_NotifyEVChargingSchedule(int evseId, unsigned timeBase, const char* schedule, int length) {
+    OWN_VERSION_ENTRY(NotifyEVChargingSchedule(evseId, timeBase, schedule, length))
 }

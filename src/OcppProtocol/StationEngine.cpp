@@ -66,6 +66,10 @@ int CStationEngine::SignCertificate(const char*, int) { return kNoEngineRequest;
 int CStationEngine::DataTransferRequest(const char*, const char*, const char*, int, int*, char*, int) {
     return kNoEngineRequest;
 }
+int CStationEngine::NotifyEvent(const EventDataItem*, int) { return kNoEngineAnswer; }
+int CStationEngine::Get15118EVCertificate(const char*, int, const char*, int*, char*, int) { return kNoEngineRequest; }
+int CStationEngine::GetCertificateStatus(const OcspRequestDataItem*, int*, char*, int) { return kNoEngineRequest; }
+int CStationEngine::NotifyEVChargingSchedule(int, unsigned, const char*, int) { return kNoEngineAnswer; }
 
 CStationEngine* StationEngineFor(OCPPPROTOCOL protocol) {
     if (!Known(protocol)) return nullptr;

@@ -18,7 +18,8 @@ enum STATIONANSWER {
     STATIONANSWER_INSTALLCERTIFICATE,
     STATIONANSWER_PUBLISHFIRMWARE,
     STATIONANSWER_UNPUBLISHFIRMWARE,
-    STATIONANSWER_REQUESTSTOPTRANSACTION
+    STATIONANSWER_REQUESTSTOPTRANSACTION,
+    STATIONANSWER_GETMONITORINGREPORT
 };
 
 // Every entry has a default: what a version without that message answers
@@ -65,6 +66,12 @@ public:
     virtual int SignCertificate(const char* csr, int certificateType);
     virtual int DataTransferRequest(const char* vendorId, const char* messageId, const char* data, int dataIsJson,
                                     int* status, char* answer, int capacity);
+    virtual int NotifyEvent(const EventDataItem* items, int count);
+    virtual int Get15118EVCertificate(const char* schemaVersion, int action, const char* exiRequest, int* status,
+                                      char* exiResponse, int capacity);
+    virtual int GetCertificateStatus(const OcspRequestDataItem* ocsp, int* status, char* ocspResult, int capacity);
+    // Each version sends its own schedule type: 2.1 never borrows the 2.0.1 one.
+    virtual int NotifyEVChargingSchedule(int evseId, unsigned timeBase, const char* schedule, int length);
 };
 
 // The engine of `protocol` itself; null when that version has none.

@@ -127,6 +127,8 @@ int CStationEngine20::Answer(STATIONANSWER answer, const char* messageId, int st
             return Ocpp20Protocol_UnpublishFirmware(messageId, status);
         case STATIONANSWER_REQUESTSTOPTRANSACTION:
             return Ocpp20Protocol_RequestStopTransaction(messageId, status);
+        case STATIONANSWER_GETMONITORINGREPORT:
+            return Ocpp20Protocol_GetMonitoringReport(messageId, status);
     }
     return 0;
 }
@@ -179,4 +181,22 @@ int CStationEngine20::SignCertificate(const char* csr, int certificateType) {
 int CStationEngine20::DataTransferRequest(const char* vendorId, const char* messageId, const char* data,
                                           int dataIsJson, int* status, char* answer, int capacity) {
     return Ocpp20Protocol_DataTransferRequest(vendorId, messageId, data, dataIsJson, status, answer, capacity);
+}
+
+int CStationEngine20::NotifyEvent(const EventDataItem* items, int count) {
+    return Ocpp20Protocol_NotifyEvent(items, count);
+}
+
+int CStationEngine20::Get15118EVCertificate(const char* schemaVersion, int action, const char* exiRequest,
+                                            int* status, char* exiResponse, int capacity) {
+    return Ocpp20Protocol_Get15118EVCertificate(schemaVersion, action, exiRequest, status, exiResponse, capacity);
+}
+
+int CStationEngine20::GetCertificateStatus(const OcspRequestDataItem* ocsp, int* status, char* ocspResult,
+                                           int capacity) {
+    return Ocpp20Protocol_GetCertificateStatus(ocsp, status, ocspResult, capacity);
+}
+
+int CStationEngine20::NotifyEVChargingSchedule(int evseId, unsigned timeBase, const char* schedule, int length) {
+    return Ocpp20protocol_NotifyEVChargingSchedule(evseId, timeBase, schedule, length);
 }

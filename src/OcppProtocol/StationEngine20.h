@@ -40,4 +40,9 @@ public:
     int SignCertificate(const char* csr, int certificateType) override;
     int DataTransferRequest(const char* vendorId, const char* messageId, const char* data, int dataIsJson,
                             int* status, char* answer, int capacity) override;
+    int NotifyEvent(const EventDataItem* items, int count) override;
+    int Get15118EVCertificate(const char* schemaVersion, int action, const char* exiRequest, int* status,
+                              char* exiResponse, int capacity) override;
+    int GetCertificateStatus(const OcspRequestDataItem* ocsp, int* status, char* ocspResult, int capacity) override;
+    int NotifyEVChargingSchedule(int evseId, unsigned timeBase, const char* schedule, int length) override;
 };

@@ -256,9 +256,9 @@ TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePers
     EXPECT_TRUE(Cached("CARD", kISO14443, 1));
 
     const PersonalMsg msg = RecordOf<PersonalMsg>(host, SERVERRECVTYPE_PERSONALMSG);
-    EXPECT_EQ(msg.evseId, 1);
+    EXPECT_EQ(+msg.evseId, 1);
     EXPECT_STREQ(msg.transactionId, "tx-1");
-    EXPECT_EQ(msg.format, 3);
+    EXPECT_EQ(+msg.format, 3);
     EXPECT_STREQ(msg.language, "de");
     EXPECT_STREQ(msg.content, "Danke");
     const UpdatedTransactionCostReq cost =

@@ -308,7 +308,7 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
     TransactionItem item;
     ASSERT_TRUE(tx->GetTransactionItem(a, &item));
     EXPECT_STREQ(item.idToken, "ALICE");
-    EXPECT_EQ(item.seqNo, 2);
+    EXPECT_EQ(+item.seqNo, 2);
     EXPECT_TRUE(tx->IsTransactionStart(b));
     Take();
     Update(a, TRANSACTIONREASON_TRIGGER);
