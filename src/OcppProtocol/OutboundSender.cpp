@@ -20,12 +20,15 @@ enum Route {
 std::atomic<bool> g_awaitingAcceptance{false};
 
 Route Decide(OUTBOUNDKIND kind, SDKSTATUS status) {
-    const bool disconnected = status == SDKSTATUS_DISCONNECTED ||
-                              (status == SDKSTATUS_CONNECTED && g_awaitingAcceptance.load());
+    // Until the CSMS accepts the boot the station asks it nothing but the boot.
+    const bool unaccepted = status == SDKSTATUS_CONNECTED && g_awaitingAcceptance.load();
+    const bool disconnected = status == SDKSTATUS_DISCONNECTED || unaccepted;
     switch (kind) {
         case OUTBOUNDKIND_ANSWER:
             return ROUTE_ONEWAY;
         case OUTBOUNDKIND_REQUEST:
+            if (unaccepted) return ROUTE_HOLD;
+            return ROUTE_REQUEST;
         case OUTBOUNDKIND_BOOTHEARTBEAT:
             // Their producers have always tried the link whatever the status;
             // it refuses while down and says so in the log.
@@ -95,6 +98,7 @@ OutboundResult COutboundSender::Send(const OutboundMessage& message) {
             out.result = g_offlineStore.load()(message);
             return out;
         case ROUTE_HOLD:
+            if (message.kind == OUTBOUNDKIND_REQUEST) LOG_INFO("boot not accepted yet: request not sent");
             break;
     }
     return out;

@@ -139,6 +139,7 @@ TEST_F(OfflineQueue, TransactionEventsAreKeptOfflineOnlyWhereTheStorePointAllows
     COutboundSender::SetAwaitingAcceptance(true);
     EXPECT_EQ(OcppProtocol_SecurityEventNotification(SECURITYEVENTTYPE_RESETORREBOOT), 1);
     EXPECT_EQ(cache->Count() - before, 2u);
+    EXPECT_EQ(COutboundSender::Send(OUTBOUNDKIND_REQUEST, "[2,\"a1\",\"DataTransfer\",{\"vendorId\":\"v\"}]").result, 0);
     EXPECT_EQ(link.Count(), 0u) << "nothing unasked reaches the CSMS before it accepted the boot";
 }
 
