@@ -4,6 +4,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { bootToOk, connect, explain } from './lib/fixture.mjs';
+import { txEvents } from './lib/sessions.mjs';
 
 const stationArgs = { backoff: 1, messageTimeout: 5 };
 
@@ -20,8 +21,7 @@ async function back(s) {
   await s.station.waitFor((e) => e.event === 'record' && e.type === 0 && e.statusName === 'OK', { from, timeoutMs: 30000 });
 }
 
-const eventsOf = (s, id) => s.csms.callsOf('TransactionEvent').map((c) => c.params)
-  .filter((p) => p.transactionInfo.transactionId === id);
+const eventsOf = (s, id) => txEvents(s.csms, id);
 
 async function start(s, extra = {}) {
   const r = await s.station.command({ cmd: 'txStart', evse: 1, connector: 1, reason: 'CablePluggedIn',
