@@ -67,7 +67,8 @@ TEST(PowerCut, StoreRewrittenWhenThePowerFailsComesBackOldOrNewNeverAsDefaults) 
         const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(6);
         int cuts = 0;
         int seen[3] = {0, 0, 0};
-        while (std::chrono::steady_clock::now() < until) {
+        // A few cuts even where a start takes a second (sanitizers, emulation), more where it is quick.
+        while (cuts < 3 || std::chrono::steady_clock::now() < until) {
             const std::string wrote = RunWriter(dir.path(), store, "write", static_cast<int>(random() % 40));
             ASSERT_NE(wrote.find("ready"), std::string::npos) << store << ": the writer never got going";
             const std::string loaded = RunWriter(dir.path(), store, "read", -1);
@@ -77,7 +78,6 @@ TEST(PowerCut, StoreRewrittenWhenThePowerFailsComesBackOldOrNewNeverAsDefaults) 
             ++seen[version];
             ++cuts;
         }
-        EXPECT_GE(cuts, 5) << store;
         printf("%s: %d cuts, old content %d, new content %d\n", store, cuts, seen[1], seen[2]);
     }
 }
