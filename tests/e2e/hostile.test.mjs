@@ -140,7 +140,7 @@ test('a hostile CSMS neither brings the station down nor leaves it holding memor
     anonAfter = statusKb(pid, 'RssAnon');
     return sanitized || rssAfter - rssBefore <= 1024;
   }, 15000, 'resident memory back within 1 MB').catch(() => {});
-  t.diagnostic(`VmRSS ${rssBefore} -> ${rssAfter} kB (RssAnon ${anonBefore} -> ${anonAfter} kB)${sanitized ? ', sanitized build: not asserted' : ''}`);
+  t.diagnostic(`VmRSS ${rssBefore} -> ${rssAfter} kB (RssAnon ${anonBefore} -> ${anonAfter} kB, peak VmHWM ${statusKb(pid, 'VmHWM')} kB)${sanitized ? ', sanitized build: not asserted' : ''}`);
   if (!sanitized) assert.ok(rssAfter - rssBefore <= 1024, `resident memory ${rssAfter - rssBefore} kB above where it started`);
 
   // A server that accepts and closes at once, again and again.
