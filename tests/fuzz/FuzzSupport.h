@@ -1,5 +1,5 @@
 #pragma once
-// What every fuzz target shares: a cache folder of its own under /tmp and a
+// What every fuzz target shares: a cache folder of its own (in /dev/shm) and a
 // quiet log, so a campaign neither litters the disk nor spends its time printing.
 #include <string>
 
