@@ -96,6 +96,8 @@ OCPP_API int Ocpp20Protocol_GetInstalledCertificateIds(const char* messageId, in
 OCPP_API int Ocpp20Protocol_GetLog(const char* messageId, int status, const char* filename);
 /* Accepted 0, Rejected 1, AcceptedCanceled 2, InvalidCertificate 3, RevokedCertificate 4 */
 OCPP_API int Ocpp20Protocol_UpdateFirmware(const char* messageId, int status);
+/* Accepted 0, Rejected 1, NotSupported 2, EmptyResultSet 3 */
+OCPP_API int Ocpp20Protocol_GetMonitoringReport(const char* messageId, int status);
 
 /* The host reports that a reservation ended: Expired 0, Removed 1. The CSMS is
  * told and the library forgets the reservation. 1 when the CSMS answered. */

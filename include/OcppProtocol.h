@@ -24,6 +24,7 @@
 #include "Ocpp20Protocol.h"
 #include "OcppSmartCharging.h"
 #include "OcppTransaction.h"
+#include "OcppStation.h"
 
 OCPP_EXTERN_C_BEGIN
 

@@ -157,7 +157,7 @@ typedef struct {
     char transactionId[37];
     int32_t evseId;
     int32_t connectorId;
-    int32_t seqNo;            /* of the next event */
+    int32_t seqNo;            /* of the last event sent; 0 until Started and just after it */
     char idToken[37];
     int32_t idTokenType;      /* 255: opened by plugging in */
     int32_t reservationId;    /* 0 = none */

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the library, runs the C host and the log-export host, then a local
-# CSMS with the station simulator: boot, heartbeats, one variables round.
+# CSMS with the station simulator: boot, heartbeats, one variables round and
+# one charging session.
 source "$(dirname "$0")/lib/common.sh"
 cd "$ROOT"
 

@@ -103,6 +103,7 @@ struct Pending {
     const Action* action;
     std::string messageId;
     std::vector<VariableDataItem> variables;  // SetVariables only
+    FollowUp followUp;
 };
 
 std::mutex g_queueMutex;
@@ -136,10 +137,14 @@ void Answer(Pending& p) {
         v["errorCode"] = kErrorCodes[policy.errorCode];
     } else {
         v["status"] = p.action->statuses[static_cast<size_t>(policy.status)];
-        v["sent"] = p.action->answer != nullptr ? p.action->answer(p.messageId.c_str(), policy.status)
-                                                : AnswerSetVariables(p, policy.status);
+        if (p.followUp.answer)
+            v["sent"] = p.followUp.answer(p.messageId.c_str(), policy.status);
+        else
+            v["sent"] = p.action->answer != nullptr ? p.action->answer(p.messageId.c_str(), policy.status)
+                                                    : AnswerSetVariables(p, policy.status);
     }
     Emit(v);
+    if (policy.mode == Mode::Answer && p.followUp.then) p.followUp.then(policy.status);
 }
 
 void AnswerLoop() {
@@ -157,9 +162,10 @@ void AnswerLoop() {
 
 const char* ActionName(const Action* action) { return action != nullptr ? action->name : nullptr; }
 
-void QueueAnswer(const Action* action, const std::string& messageId, std::vector<VariableDataItem> variables) {
+void QueueAnswer(const Action* action, const std::string& messageId, std::vector<VariableDataItem> variables,
+                 FollowUp followUp) {
     std::lock_guard<std::mutex> lock(g_queueMutex);
-    g_queue.push_back(Pending{action, messageId, std::move(variables)});
+    g_queue.push_back(Pending{action, messageId, std::move(variables), std::move(followUp)});
     g_queueCv.notify_one();
 }
 

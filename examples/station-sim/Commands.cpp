@@ -8,6 +8,17 @@
 #include "Sim.h"
 
 namespace sim {
+
+const std::vector<const char*> kTokenTypes = {"Central", "eMAID",      "ISO14443",  "ISO15693",
+                                              "KeyCode", "Local",      "MacAddress", "NoAuthorization"};
+const std::vector<const char*> kTokenStatuses = {"Accepted",          "Blocked",       "ConcurrentTx", "Expired",
+                                                 "Invalid",           "NoCredit",      "NotAllowedTypeEVSE",
+                                                 "NotAtThisLocation", "NotAtThisTime", "Unknown"};
+
+const char* NameAt(const std::vector<const char*>& names, int index, const char* fallback) {
+    return index >= 0 && index < static_cast<int>(names.size()) ? names[static_cast<size_t>(index)] : fallback;
+}
+
 namespace {
 
 const std::vector<const char*> kConnectorStatuses = {"Available", "Occupied", "Reserved", "Unavailable", "Faulted"};
@@ -87,16 +98,7 @@ int RequestProfileCommand(const Json::Value& cmd, std::string* error) {
                                                cmd.get("controlMode", 0).asInt(), cmd.get("departureTime", 0).asInt());
 }
 
-const std::vector<const char*> kTokenTypes = {"Central", "eMAID",      "ISO14443",  "ISO15693",
-                                              "KeyCode", "Local",      "MacAddress", "NoAuthorization"};
-const std::vector<const char*> kTokenStatuses = {"Accepted",          "Blocked",       "ConcurrentTx", "Expired",
-                                                 "Invalid",           "NoCredit",      "NotAllowedTypeEVSE",
-                                                 "NotAtThisLocation", "NotAtThisTime", "Unknown"};
 const std::vector<const char*> kAuthorizeSources = {"none", "exempt", "localList", "cache", "offlineUnknown", "csms"};
-
-const char* NameAt(const std::vector<const char*>& names, int index, const char* fallback) {
-    return index >= 0 && index < static_cast<int>(names.size()) ? names[static_cast<size_t>(index)] : fallback;
-}
 
 // The library's decision for a token, and where it came from.
 int AuthorizeCommand(const Json::Value& cmd, Json::Value& result, std::string* error) {
@@ -165,6 +167,141 @@ int SetVariableCommand(const Json::Value& cmd, std::string* error) {
     return OcppProtocol_UpdateVariableValue(&item, cmd["value"].asString().c_str()) == VARIABLESTATUS_ACCEPTED ? 1 : 0;
 }
 
+// ---- meter items and transactions ----
+const std::vector<const char*> kMeasurands = {
+    "Current.Export", "Current.Import", "Current.Offered", "Energy.Active.Export.Register",
+    "Energy.Active.Import.Register", "Energy.Reactive.Export.Register", "Energy.Reactive.Import.Register",
+    "Energy.Active.Export.Interval", "Energy.Active.Import.Interval", "Energy.Active.Net",
+    "Energy.Reactive.Export.Interval", "Energy.Reactive.Import.Interval", "Energy.Reactive.Net",
+    "Energy.Apparent.Net", "Energy.Apparent.Import", "Energy.Apparent.Export", "Frequency", "Power.Active.Export",
+    "Power.Active.Import", "Power.Factor", "Power.Offered", "Power.Reactive.Export", "Power.Reactive.Import", "SoC",
+    "Voltage", "RPM", "Temperature"};
+const std::vector<const char*> kContexts = {"Interruption.Begin", "Interruption.End", "Other", "Sample.Clock",
+                                            "Sample.Periodic", "Transaction.Begin", "Transaction.End", "Trigger"};
+const std::vector<const char*> kPhases = {"L1", "L2", "L3", "N", "L1-N", "L2-N", "L3-N", "L1-L2", "L2-L3", "L3-L1"};
+const std::vector<const char*> kLocations = {"Body", "Cable", "EV", "Inlet", "Outlet"};
+
+// "items" as the host packs them; names of an OCPP list are stored as their index plus one.
+std::vector<unsigned char> MeterFromJson(const Json::Value& items) {
+    std::vector<unsigned char> bytes;
+    for (const Json::Value& j : items) {
+        SignedMeterItem item{};
+        MeterItem& head = item.head;
+        head.timestamp = j.get("timestamp", 0).asUInt();
+        head.value = j.get("value", 0).asDouble();
+        head.measurand = static_cast<uint8_t>(
+            IndexOf(kMeasurands, j.get("measurand", "Energy.Active.Import.Register").asString(), 4));
+        head.context = static_cast<uint8_t>(IndexOf(kContexts, j.get("context", "").asString(), -1) + 1);
+        head.phase = static_cast<uint8_t>(IndexOf(kPhases, j.get("phase", "").asString(), -1) + 1);
+        head.location = static_cast<uint8_t>(IndexOf(kLocations, j.get("location", "").asString(), -1) + 1);
+        Fill(head.unit, j, "unit");
+        head.multiplier = static_cast<int8_t>(j.get("multiplier", 0).asInt());
+        const Json::Value& sig = j["signed"];
+        head.isSigned = sig.isObject() ? 1 : 0;
+        if (head.isSigned) {
+            Fill(item.signedMeterData, sig, "data");
+            Fill(item.signingMethod, sig, "method");
+            Fill(item.encodingMethod, sig, "encoding");
+            Fill(item.publicKey, sig, "publicKey");
+        }
+        const unsigned char* at = reinterpret_cast<const unsigned char*>(&item);
+        bytes.insert(bytes.end(), at, at + (head.isSigned ? sizeof(SignedMeterItem) : sizeof(MeterItem)));
+    }
+    return bytes;
+}
+
+const void* MeterData(const std::vector<unsigned char>& bytes) { return bytes.empty() ? nullptr : bytes.data(); }
+
+TRANSACTIONREASON Reason(const Json::Value& cmd, const char* fallback) {
+    return static_cast<TRANSACTIONREASON>(IndexOf(kTriggerReasons, cmd.get("reason", fallback).asString(), 0));
+}
+
+TRANSACTIONCHARGINGSTATE ChargingState(const Json::Value& cmd) {
+    return static_cast<TRANSACTIONCHARGINGSTATE>(IndexOf(kChargingStates, cmd.get("chargingState", "").asString(), -1));
+}
+
+int TransactionStartCommand(const Json::Value& cmd, Json::Value& result) {
+    const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
+    char transactionId[37] = {};
+    int errorCode = 0;
+    const std::string token = cmd.get("token", "").asString();
+    const int rc = OcppProtocol_TransactionStart(
+        cmd.get("evse", 1).asInt(), cmd.get("connector", 1).asInt(), token.c_str(),
+        IndexOf(kTokenTypes, cmd.get("type", "ISO14443").asString(), 255), Reason(cmd, "Authorized"),
+        ChargingState(cmd), cmd.get("remoteStartId", 0).asInt(), cmd.get("reservationId", 0).asInt(), nullptr,
+        MeterData(meter), static_cast<int>(cmd["items"].size()), transactionId, &errorCode);
+    result["transactionId"] = transactionId;
+    result["errorCode"] = errorCode;
+    return rc;
+}
+
+int TransactionUpdateCommand(const Json::Value& cmd) {
+    const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
+    return OcppProtocol_TransactionUpate(cmd.get("transactionId", "").asString().c_str(),
+                                         Reason(cmd, "MeterValuePeriodic"), ChargingState(cmd), MeterData(meter),
+                                         static_cast<int>(cmd["items"].size()), cmd.get("repeat", 0).asInt());
+}
+
+int TransactionEndCommand(const Json::Value& cmd) {
+    const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
+    return OcppProtocol_TransactionEnd(
+        cmd.get("transactionId", "").asString().c_str(), Reason(cmd, "StopAuthorized"), ChargingState(cmd),
+        static_cast<TRANSACTIONSTOPREASON>(IndexOf(kStopReasons, cmd.get("stopReason", "Local").asString(), 6)),
+        MeterData(meter), static_cast<int>(cmd["items"].size()));
+}
+
+// ---- reports of the station's own ----
+const std::vector<const char*> kEventTriggers = {"Alerting", "Delta", "Periodic"};
+const std::vector<const char*> kEventNotifications = {"HardWiredNotification", "HardWiredMonitor",
+                                                      "PreconfiguredMonitor", "CustomMonitor"};
+
+int NotifyEventCommand(const Json::Value& cmd, std::string* error) {
+    const Json::Value& events = cmd["events"];
+    if (!events.isArray() || events.empty()) {
+        *error = "needs events";
+        return 0;
+    }
+    std::vector<EventDataItem> items;
+    for (const Json::Value& v : events) {
+        EventDataItem item;
+        std::memset(&item, 0, sizeof item);
+        item.eventId = v.get("eventId", 1).asInt();
+        item.timestamp = v.get("timestamp", 0).asUInt();
+        item.trigger = IndexOf(kEventTriggers, v.get("trigger", "Alerting").asString(), -1);
+        item.cause = v.get("cause", -1).asInt();
+        item.eventNotificationType =
+            IndexOf(kEventNotifications, v.get("notificationType", "HardWiredNotification").asString(), -1);
+        item.variableMonitoringId = v.get("monitoringId", -1).asInt();
+        item.evseId = v.get("evse", 0).asInt();
+        item.connectorId = v.get("connector", 0).asInt();
+        item.cleared = v.get("cleared", false).asBool() ? 1 : 0;
+        Fill(item.actualValue, v, "actualValue");
+        Fill(item.techCode, v, "techCode");
+        Fill(item.techInfo, v, "techInfo");
+        Fill(item.transactionId, v, "transactionId");
+        Fill(item.componentName, v, "component");
+        Fill(item.componentInstance, v, "componentInstance");
+        Fill(item.variableName, v, "variable");
+        Fill(item.variableInstance, v, "variableInstance");
+        items.push_back(item);
+    }
+    return OcppProtocol_NotifyEvent(items.data(), static_cast<int>(items.size()));
+}
+
+int EvScheduleCommand(const Json::Value& cmd) {
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "";
+    const std::string schedule = Json::writeString(writer, cmd["schedule"]);
+    return OcppProtocol_NotifyEVChargingSchedule(cmd.get("evse", 1).asInt(), cmd.get("timeBase", 0).asUInt(),
+                                                 schedule.c_str(), static_cast<int>(schedule.size()));
+}
+
+int MeterValuesCommand(const Json::Value& cmd) {
+    const std::vector<unsigned char> meter = MeterFromJson(cmd["items"]);
+    return OcppProtocol_SetMeterValues(cmd.get("evse", 1).asInt(), MeterData(meter),
+                                       static_cast<int>(cmd["items"].size()));
+}
+
 int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& result, std::string* error) {
     int rc = 1;
     if (name == "boot") {
@@ -198,14 +335,26 @@ int RunCommand(const std::string& name, const Json::Value& cmd, Json::Value& res
         rc = SetTokenListCommand(cmd, error);
     } else if (name == "setVariable") {
         rc = SetVariableCommand(cmd, error);
+    } else if (name == "meterValues") {
+        rc = MeterValuesCommand(cmd);
+    } else if (name == "txStart") {
+        rc = TransactionStartCommand(cmd, result);
+    } else if (name == "txUpdate") {
+        rc = TransactionUpdateCommand(cmd);
+    } else if (name == "txEnd") {
+        rc = TransactionEndCommand(cmd);
     } else if (name == "reconnect") {
         rc = OcppProtocol_ImmediatelyReconnect();
+    } else if (name == "notifyEvent") {
+        rc = NotifyEventCommand(cmd, error);
+    } else if (name == "evSchedule") {
+        rc = EvScheduleCommand(cmd);
     } else if (name == "securityEvent") {
         rc = OcppProtocol_SecurityEventNotification(static_cast<SECURITYEVENTTYPE>(cmd.get("type", 0).asInt()));
     } else if (name == "getStatus") {
         result["status"] = static_cast<int>(OcppProtocol_GetStatus());
         result["protocol"] = static_cast<int>(OcppProtocol_GetOcppProtocol());
-    } else {
+    } else if ((rc = SessionCommand(name, cmd, result, error)) < 0) {
         rc = 0;
         *error = "unknown command";
     }

@@ -79,6 +79,7 @@ void OnRecord(const char* record, uint32_t length) {
     const Action* action = ocpp16 && base.type == SERVERRECVTYPE_SETVARIABLES ? nullptr : FindAction(base.type);
     if (action != nullptr) v["name"] = ActionName(action);
     std::vector<VariableDataItem> variables;
+    FollowUp followUp;
     switch (base.type) {
         case SERVERRECVTYPE_SDKSTATUSCHANGE: {
             SdkStatusChange r;
@@ -167,10 +168,62 @@ void OnRecord(const char* record, uint32_t length) {
         }
         case SERVERRECVTYPE_REQUESTSTARTTRANSACTION: {
             RequestStartTransactionReq r;
+            if (!Read(record, length, &r)) break;
+            v["evseId"] = r.evseId;
+            v["remoteStartId"] = r.remoteStartId;
+            v["idToken"] = Text(r.idToken);
+            v["idTokenType"] = NameAt(kTokenTypes, r.idTokenType, "");
+            // The answer names a transaction the cable already opened; Accepted starts charging.
+            followUp.answer = [r](const char* id, int status) {
+                const std::string open = RemoteStartTransactionId(r);
+                return Ocpp20Protocol_RequestStartTransaction(id, status, open.empty() ? nullptr : open.c_str());
+            };
+            followUp.then = [r](int status) {
+                if (status == 0) RemoteStart(r);
+            };
+            break;
+        }
+        case SERVERRECVTYPE_REQUESTSTOPTRANSACTION: {
+            RequestStopTransactionReq r;
+            if (!Read(record, length, &r)) break;
+            v["transactionId"] = Text(r.transactionId);
+            followUp.then = [r](int status) {
+                if (status == 0) RemoteStop(r);
+            };
+            break;
+        }
+        case SERVERRECVTYPE_NOTIFYTRANSACTIONSTART:
+        case SERVERRECVTYPE_NOTIFYTRANSACTIONPAUSE: {
+            NotifyTransactionStart r;
+            v["name"] = base.type == SERVERRECVTYPE_NOTIFYTRANSACTIONSTART ? "NotifyTransactionStart"
+                                                                          : "NotifyTransactionPause";
+            if (!Read(record, length, &r)) break;
+            v["evseId"] = r.evseId;
+            v["connectorId"] = r.connectorId;
+            v["transactionId"] = Text(r.transactionId);
+            v["idToken"] = Text(r.idToken);
+            v["idTokenType"] = NameAt(kTokenTypes, r.idTokenType, "");
+            v["authorizationStatus"] = NameAt(kTokenStatuses, r.authorizationStatus, "");
+            v["remoteStartId"] = r.remoteStartId;
+            v["reservationId"] = r.reservationId;
+            v["startTime"] = r.startTime;
+            break;
+        }
+        case SERVERRECVTYPE_NOTIFYTRANSACTIONSTOP: {
+            NotifyTransactionStop r;
+            v["name"] = "NotifyTransactionStop";
             if (Read(record, length, &r)) {
-                v["evseId"] = r.evseId;
-                v["remoteStartId"] = r.remoteStartId;
+                v["transactionId"] = Text(r.transactionId);
+                v["stopReason"] = r.stopReason;
             }
+            break;
+        }
+        case SERVERRECVTYPE_TRANSACTIONNOTACCEPTED: {
+            TransactionNotAccepted r;
+            v["name"] = "TransactionNotAccepted";
+            if (!Read(record, length, &r)) break;
+            v["transactionId"] = Text(r.transactionId);
+            Deauthorize(Text(r.transactionId));
             break;
         }
         case SERVERRECVTYPE_PERSONALMSG: {
@@ -178,6 +231,7 @@ void OnRecord(const char* record, uint32_t length) {
             v["name"] = "PersonalMsg";
             if (Read(record, length, &r)) {
                 v["evseId"] = r.evseId;
+                v["transactionId"] = Text(r.transactionId);
                 v["format"] = r.format;
                 v["language"] = Text(r.language);
                 v["content"] = Text(r.content);
@@ -190,7 +244,7 @@ void OnRecord(const char* record, uint32_t length) {
     Emit(v);
     // A cost update that rides on a TransactionEvent answer asks for no reply.
     if (action == nullptr || messageId.empty()) return;
-    QueueAnswer(action, messageId, std::move(variables));
+    QueueAnswer(action, messageId, std::move(variables), std::move(followUp));
 }
 
 void OnConnected() { Emit(Event("connected")); }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,11 @@ void Fill(char (&field)[N], const Json::Value& v, const char* key, const char* f
 }
 
 int IndexOf(const std::vector<const char*>& names, const std::string& name, int fallback);
+const char* NameAt(const std::vector<const char*>& names, int index, const char* fallback);
+
+// OCPP names of the enumerations the host passes as indexes.
+extern const std::vector<const char*> kTokenTypes, kTokenStatuses;
+extern const std::vector<const char*> kTriggerReasons, kChargingStates, kStopReasons;
 
 // Copies a packed record out of the library's buffer only when it is long enough.
 template <typename T>
@@ -62,8 +68,15 @@ void Remember(const std::vector<VariableDataItem>& accepted);
 struct Action;
 const Action* FindAction(int type);
 const char* ActionName(const Action* action);
+// What a station does about a request beyond its answer: `answer` replaces the action's own
+// answer entry, `then` acts once the answer went out (with the status index answered).
+struct FollowUp {
+    std::function<int(const char* messageId, int status)> answer;
+    std::function<void(int status)> then;
+};
 // Queues the host's answer to a request; answered on the answer thread.
-void QueueAnswer(const Action* action, const std::string& messageId, std::vector<VariableDataItem> variables);
+void QueueAnswer(const Action* action, const std::string& messageId, std::vector<VariableDataItem> variables,
+                 FollowUp followUp = {});
 void AnswerLoop();
 void StopAnswers();
 int SetPolicy(const Json::Value& cmd, std::string* error);
@@ -74,6 +87,16 @@ void OnConnected();
 void OnDisconnected();
 void OnLog(LOGLEVEL level, const char* function, const char* file, int line, const char* text);
 int BootCommand(const Json::Value& cmd);
+
+// ---- charging sessions (Sessions.cpp) -------------------------------------------
+// -1 when `name` is not a session command, else its rc.
+int SessionCommand(const std::string& name, const Json::Value& cmd, Json::Value& result, std::string* error);
+void RemoteStart(const RequestStartTransactionReq& request);
+std::string RemoteStartTransactionId(const RequestStartTransactionReq& request);
+void RemoteStop(const RequestStopTransactionReq& request);
+void Deauthorize(const std::string& transactionId);
+void StartSessions();
+void StopSessions();
 
 // ---- commands (Commands.cpp) ---------------------------------------------------
 // Handles one command line; false when the simulator should stop.

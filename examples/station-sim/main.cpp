@@ -152,6 +152,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::thread answers(AnswerLoop);
+    StartSessions();
 
     OcppProtocol_SetConnectParam(1, g_opt.backOff, 0, 0, 0);
     if (!g_opt.password.empty())
@@ -172,6 +173,7 @@ int main(int argc, char** argv) {
     while (std::getline(std::cin, line))
         if (!HandleLine(line)) break;
 
+    StopSessions();
     StopAnswers();
     answers.join();
     OcppProtocol_Release();

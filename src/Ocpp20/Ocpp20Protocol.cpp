@@ -112,6 +112,9 @@ int Ocpp20Protocol_GetLog(const char* messageId, int status, const char* filenam
 int Ocpp20Protocol_UpdateFirmware(const char* messageId, int status) {
     OCPP20_ANSWER("UpdateFirmware", COcppProtocol20::UpdateFirmware(messageId, status))
 }
+int Ocpp20Protocol_GetMonitoringReport(const char* messageId, int status) {
+    OCPP20_ANSWER("GetMonitoringReport", COcppProtocol20::GetMonitoringReport(messageId, status))
+}
 
 int Ocpp20Protocol_ReservationStatusUpdate(int reservationId, int status) {
     try {

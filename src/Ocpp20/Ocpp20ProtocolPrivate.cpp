@@ -236,14 +236,19 @@ int Ocpp20Protocol_AuthorizeWithCertificate(int idTokenType, const char* idToken
             COcppProtocol20::AuthorizeWithCertificateResp(sent.answer, &status, &certificateStatus, &info) != 1) {
             return AUTHORIZESTATUS_INVALID;
         }
-        AuthorizeOutcome outcome;
-        ReadIdTokenInfo(status, info, outcome);
-        CacheOutcome(token, idTokenType, outcome);
+        Ocpp20ProtocolPrivate_CacheIdTokenInfo(token, idTokenType, status, info);
         return status;
     } catch (const std::exception& e) {
         LOG_ERROR("AuthorizeWithCertificate failed: %s", e.what());
         return AUTHORIZESTATUS_INVALID;
     }
+}
+
+void Ocpp20ProtocolPrivate_CacheIdTokenInfo(const char* idToken, int tokenType, int status,
+                                            const models::idTokenInfo_t& info) {
+    AuthorizeOutcome outcome;
+    ReadIdTokenInfo(status, info, outcome);
+    CacheOutcome(idToken != nullptr ? idToken : "", tokenType, outcome);
 }
 
 void Ocpp20ProtocolPrivate_PersonalMsgUpdated(PersonalMsg& record) {

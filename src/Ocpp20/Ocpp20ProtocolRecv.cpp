@@ -102,7 +102,7 @@ const Ocpp20InboundAction kInboundActions[] = {
     Row<models::getLogRequest_t, &models::ValidateGetLogRequest, &Ocpp20Protocol_OnGetLogRequest>("GetLog"),
     Row<models::getMonitoringReportRequest_t, &models::ValidateGetMonitoringReportRequest>("GetMonitoringReport"),
     Row<models::getReportRequest_t, &models::ValidateGetReportRequest>("GetReport"),
-    Row<models::getTransactionStatusRequest_t, &models::ValidateGetTransactionStatusRequest>("GetTransactionStatus"),
+    Row<models::getTransactionStatusRequest_t, &models::ValidateGetTransactionStatusRequest, &Ocpp20Protocol_OnGetTransactionStatusRequest>("GetTransactionStatus"),
     Row<models::setChargingProfileRequest_t, &models::ValidateSetChargingProfileRequest>("SetChargingProfile"),
     Row<models::updateFirmwareRequest_t, &models::ValidateUpdateFirmwareRequest, &Ocpp20Protocol_OnUpdateFirmwareRequest>("UpdateFirmware"),
     Row<models::getVariablesRequest_t, &models::ValidateGetVariablesRequest, &Ocpp20Protocol_OnGetVariablesRequest>("GetVariables"),
@@ -267,23 +267,6 @@ void Ocpp20Protocol_OnResetRequest(const char* messageId, const models::resetReq
     // One byte on purpose: larger EVSE ids are cut, as the host expects.
     record.evseId = static_cast<uint8_t>(request.evseId_present ? request.evseId : 0);
     Post(record, SERVERRECVTYPE_RESET, messageId);
-}
-
-void Ocpp20Protocol_RequestStartTransactionRequest(const char* messageId, const models::requestStartTransactionRequest_t& request) {
-    RequestStartTransactionReq record;
-    std::memset(&record, 0, sizeof(record));
-    record.evseId = request.evseId_present ? request.evseId : 0;
-    record.remoteStartId = request.remoteStartId;
-    CTools::CopyField(record.idToken, request.idToken.idToken);
-    record.idTokenType = models::GetIdTokenInInt(request.idToken.type);
-    Post(record, SERVERRECVTYPE_REQUESTSTARTTRANSACTION, messageId);
-}
-
-void Ocpp20Protocol_RequestStopTransactionRequest(const char* messageId, const models::requestStopTransactionRequest_t& request) {
-    RequestStopTransactionReq record;
-    std::memset(&record, 0, sizeof(record));
-    CTools::CopyField(record.transactionId, request.transactionId);
-    Post(record, SERVERRECVTYPE_REQUESTSTOPTRANSACTION, messageId);
 }
 
 void Ocpp20Protocol_PublishFirmwareRequest(const char* messageId, const models::publishFirmwareRequest_t& request) {

@@ -53,6 +53,10 @@ void Ocpp20Protocol_RequestStartTransactionRequest(const char* messageId,
                                                    const models::requestStartTransactionRequest_t& request);
 void Ocpp20Protocol_RequestStopTransactionRequest(const char* messageId,
                                                   const models::requestStopTransactionRequest_t& request);
+void Ocpp20Protocol_OnGetTransactionStatusRequest(const char* messageId,
+                                                  const models::getTransactionStatusRequest_t& request);
+// Whether the offline store still holds a TransactionEvent of the transaction.
+bool Ocpp20ProtocolPrivate_HasQueuedTransactionMessage(const char* txId);
 void Ocpp20Protocol_PublishFirmwareRequest(const char* messageId, const models::publishFirmwareRequest_t& request);
 void Ocpp20Protocol_OnDataTransferRequest(const char* messageId, const models::dataTransferRequest_t& request);
 void Ocpp20Protocol_OnUnlockConnectorRequest(const char* messageId, const models::unlockConnectorRequest_t& request);

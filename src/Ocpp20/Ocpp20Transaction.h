@@ -47,6 +47,13 @@ struct TransactionAnswer {
 // (unless the token is NoAuthorization), the running cost and posts a
 // PersonalMsg record when the answer carries one. With `notifyNotAccepted`
 // a status other than Accepted also tells the transaction manager. Returns
-// the idTokenInfo status, 0 when the answer had none.
+// the idTokenInfo status, 0 when the answer had none, and
+// TRANSACTIONANSWER_NORESULT when `answer` is a CALLERROR or unreadable: no
+// result, nothing updated.
+const int TRANSACTIONANSWER_NORESULT = -1;
 int Ocpp20ProtocolPrivate_OnTransactionEventAnswer(const char* request, size_t requestLen, const char* answer,
                                                     size_t answerLen, bool notifyNotAccepted);
+
+// MeterValues outside a transaction (Sample.Periodic unless an item says
+// otherwise); 1 when the CSMS answered it, 0 otherwise.
+int Ocpp20Protocol_MeterValueReport(int evseId, const void* meter, int meterCount);

@@ -6,10 +6,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "models/Models.h"
 
 class CInboundFrame;
+struct TransactionEventArgs;
+struct TransactionAnswer;
 
 // Answer fields the host or a component reads back from an answer frame.
 struct BootNotificationResult {
@@ -113,6 +116,30 @@ public:
     static int ReportChargingProfilesResp(const char* frame);
     static std::string MeterValuesReq(models::meterValuesRequest_t request);
     static int MeterValuesResp(const char* frame);
+    // MeterValues outside a transaction from the host's packed meter items.
+    static std::string MeterValuesReq(int evseId, const void* meter, int meterCount, int64_t eventTime);
+
+    // TransactionEvent from the manager's event; `offline`: it occurred while
+    // the station was not online. Empty when a value is outside its list.
+    static std::string TransactionStartReq(const TransactionEventArgs& args, bool offline);
+    static std::string TransactionUpdateReq(const TransactionEventArgs& args, bool offline);
+    static std::string TransactionEndReq(const TransactionEventArgs& args, bool offline);
+    // 1 with `out` (and `info`, when given and present) filled from a
+    // CALLRESULT; 0 for a CALLERROR or an unreadable frame.
+    static int TransactionResp(const char* frame, size_t len, TransactionAnswer* out,
+                               models::idTokenInfo_t* info = nullptr);
+    static int TransactionResp(const char* frame, TransactionAnswer* out);
+
+    // The host's packed meter items (MeterItem / SignedMeterItem) appended as
+    // meterValue entries, one per timestamp in order of first appearance; an
+    // item without a timestamp takes `eventTime`, one without a context
+    // takes `context` (ReadingContextEnumType index).
+    static void SetTransactionMeter(std::vector<models::meterValue_t>& out, const void* meter, int meterCount,
+                                    int64_t eventTime, int context);
+    static void SetTransactionMeterStart(std::vector<models::meterValue_t>& out, const void* meter, int meterCount,
+                                         int64_t eventTime);
+    static void SetTransactionMeterEnd(std::vector<models::meterValue_t>& out, const void* meter, int meterCount,
+                                       int64_t eventTime);
 
     // --- CALLRESULTs for the CSMS's requests. ---
     // `status` is the answer's position in its OCPP list; an empty string

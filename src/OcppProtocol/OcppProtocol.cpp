@@ -21,6 +21,7 @@
 #include "Process/ConnectManager.h"
 #include "Process/ConnectorManager.h"
 #include "Process/PlugInManager.h"
+#include "Ocpp20/Process/TransactionManager.h"
 #include "Process/ReservationManager.h"
 #include "SmartCharging/ChargingProfile20/ProfileCache.h"
 #include "SmartCharging/ChargingProfile20/ProfileManager.h"
@@ -256,6 +257,11 @@ int OpenProfiles20(const std::string& folder) {
 int OpenProfiles21(const std::string& folder) {
     return CProfileManager21::GetInstance()->SetStoreFile(folder + "chargingprofile21.db");
 }
+int OpenTransactions(const std::string& folder) {
+    CTransactionManager* transactions = CTransactionManager::GetInstance();
+    transactions->Attach();
+    return transactions->SetStoreFile(folder + "transactioncache.bin");
+}
 int OpenReservations(const std::string& folder) {
     return CReservationManager::GetInstance()->SetStoreFile(folder + "reservation.json");
 }
@@ -277,6 +283,7 @@ const ConnectionStore kConnectionStores[] = {
     {STOREPHASE_CACHE, &CAuthorizeCache::Release, 32, kVersion201, &OpenAuthorizeCache, true},
     {STOREPHASE_CACHE, &CVariableCache::Release, 30, kVersion20x, &OpenVariableCache, false},
     {STOREPHASE_CACHE, &CVariableCharacteristics::Release, 31, kVersion20x, &OpenCharacteristics, false},
+    {STOREPHASE_CACHE, &CTransactionManager::Release, 35, kVersion201, &OpenTransactions, false},
     {STOREPHASE_CACHE, &CReservationManager::Release, 50, kEveryVersion, &OpenReservations, false},
     {STOREPHASE_CACHE, &CLogManager::Release, 70, kEveryVersion, &OpenLog, false},
     {STOREPHASE_AFTERCACHE, &CAdditionalInfoStore::Release, 0, 0, nullptr, false},

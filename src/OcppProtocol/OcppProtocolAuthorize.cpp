@@ -1,13 +1,13 @@
 // The host's direct entries to the authorization lists.
 #include <OcppProtocol.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "Ocpp20/Process/AdditionalInfoStore.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "OcppProtocol/OcppProtocol.h"
+#include "OcppProtocol/OcppStructTrans.h"
 #include "Process/PlugInManager.h"
 #include "Util/Tools.h"
 
@@ -24,15 +24,8 @@ int OcppProtocol_GetTokenWhiteItems(TokenWhiteItem* items, int capacity) {
     if (!Has20Store()) return -1;
     try {
         const std::vector<AuthorizeItem> stored = CAuthorizeCache::GetInstance()->GetTokenWhiteItems();
-        for (size_t i = 0; items != nullptr && i < stored.size() && static_cast<int>(i) < capacity; ++i) {
-            TokenWhiteItem& out = items[i];
-            std::memset(&out, 0, sizeof out);
-            CTools::CopyField(out.token, stored[i].token);
-            out.tokenType = stored[i].tokenType;
-            out.status = stored[i].status;
-            out.expiryTime = stored[i].expiryTime;
-            CTools::CopyField(out.groupToken, stored[i].groupToken);
-        }
+        for (size_t i = 0; items != nullptr && i < stored.size() && static_cast<int>(i) < capacity; ++i)
+            items[i] = OcppStructTrans_TokenItem(stored[i]);
         return static_cast<int>(stored.size());
     } catch (const std::exception& e) {
         LOG_ERROR("GetTokenWhiteItems failed: %s", e.what());
@@ -43,16 +36,9 @@ int OcppProtocol_GetTokenWhiteItems(TokenWhiteItem* items, int capacity) {
 int OcppProtocol_SetTokenWhiteItems(const TokenWhiteItem* items, int count) {
     if (!Has20Store() || count < 0 || (count > 0 && items == nullptr)) return 0;
     try {
-        std::vector<AuthorizeItem> list(static_cast<size_t>(count));
-        for (int i = 0; i < count; ++i) {
-            AuthorizeItem& item = list[static_cast<size_t>(i)];
-            item = AuthorizeItem{};
-            CTools::CopyField(item.token, sizeof item.token, items[i].token);
-            item.tokenType = items[i].tokenType;
-            item.status = items[i].status;
-            item.expiryTime = items[i].expiryTime;
-            CTools::CopyField(item.groupToken, sizeof item.groupToken, items[i].groupToken);
-        }
+        std::vector<AuthorizeItem> list;
+        list.reserve(static_cast<size_t>(count));
+        for (int i = 0; i < count; ++i) list.push_back(OcppStructTrans_TokenItem20(items[i]));
         return CAuthorizeCache::GetInstance()->SetTokenWhiteItems(list);
     } catch (const std::exception& e) {
         LOG_ERROR("SetTokenWhiteItems failed: %s", e.what());

@@ -111,6 +111,13 @@ void COutboundSender::SetOfflineStore(OfflineFn store) {
 
 void COutboundSender::SetTransactionQueue(QueueFn queue) { g_transactionQueue.store(queue); }
 
+bool COutboundSender::QueueTransactionMessage(const OutboundMessage& message) {
+    const QueueFn queue = g_transactionQueue.load();
+    if (queue == nullptr || message.frame == nullptr) return false;
+    queue(message);
+    return true;
+}
+
 const char* COutboundSender::KindName(OUTBOUNDKIND kind) {
     static const char* const kNames[OUTBOUNDKIND_COUNT] = {
         "answer",           "request",                   "BootNotification/Heartbeat",

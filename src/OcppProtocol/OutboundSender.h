@@ -57,6 +57,10 @@ public:
     static void SetOfflineStore(OfflineFn store);
     static void SetTransactionQueue(QueueFn queue);
 
+    // Puts a message on the transaction queue as it is, whatever the status;
+    // false when there is no queue to take it.
+    static bool QueueTransactionMessage(const OutboundMessage& message);
+
     static const char* KindName(OUTBOUNDKIND kind);
 
     // Bytes held by this thread's answer buffer (0 until its first request).

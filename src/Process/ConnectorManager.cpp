@@ -1,10 +1,12 @@
 #include "Process/ConnectorManager.h"
 
 #include <cstdio>
+#include <thread>
 
 #include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
+#include "SmartCharging/ChargingProfile21/ProfileManager.h"
 #include "Util/CriticalSectionManager.h"
 #include "Util/Tools.h"
 
@@ -14,9 +16,26 @@ const int kTriggerRejected = 1;
 
 int64_t NowSec() { return CTools::CurTimeSec(); }
 
-void RaiseEvseNum(int evseId) {
+// Gives the host time to report the new EVSE's other connectors first.
+const int64_t kRecalculateDelayMs = 5000;
+
+// True when `evseId` became the highest EVSE seen.
+bool RaiseEvseNum(int evseId) {
     int32_t seen = g_iEvseNum.load();
-    while (evseId > seen && !g_iEvseNum.compare_exchange_weak(seen, evseId)) {
+    while (evseId > seen) {
+        if (g_iEvseNum.compare_exchange_weak(seen, evseId)) return true;
+    }
+    return false;
+}
+
+void RecalculateLater() {
+    try {
+        std::thread([] {
+            CTools::SleepMs(kRecalculateDelayMs);
+            CProfileManager21::GetInstance()->ReCalculate();
+        }).detach();
+    } catch (const std::exception& e) {
+        LOG_ERROR("no recalculation for the new EVSE: %s", e.what());
     }
 }
 }  // namespace
@@ -185,8 +204,7 @@ int OcppProtocol_StatusNotification(int evseId, int connectorId, CONNECTORERRORC
     // Ids are one byte each on the record, as the host was told.
     CConnectorManager::GetInstance()->RecordConnectorStatus(static_cast<uint8_t>(evseId),
                                                            static_cast<uint8_t>(connectorId), errorCode, status);
-    RaiseEvseNum(evseId);
-    // Under 2.1 a new highest EVSE asks the smart-charging manager to recalculate;
-    // that manager attaches here.
+    // The 2.1 limits cover every EVSE: a new one needs them calculated again.
+    if (RaiseEvseNum(evseId) && protocol == OCPPPROTOCOL_21) RecalculateLater();
     return 1;
 }

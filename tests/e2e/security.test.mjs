@@ -3,7 +3,6 @@ import { readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test, before, after } from 'node:test';
 import { makePki } from './lib/certs.mjs';
-import { waitUntil } from './lib/csms.mjs';
 import { bootToOk, connect, explain } from './lib/fixture.mjs';
 import { tempDir } from './lib/sim.mjs';
 
@@ -16,15 +15,6 @@ before(() => {
   pki = makePki(pkiDir, identity);
 });
 after(() => rmSync(pkiDir, { recursive: true, force: true }));
-
-test('security profile 1: a wrong password is refused and never reaches OK', async (t) => {
-  const s = await connect(t, { password: 'Secret-0123456789' }, { id: identity, profile: 1, password: 'Wrong-0123456789' });
-  await waitUntil(() => s.csms.handshakes.length >= 1 || undefined, 15000, 'a handshake');
-  await new Promise((r) => setTimeout(r, 1500));
-  assert.ok(s.csms.handshakes.every((h) => !h.accepted));
-  assert.equal(s.csms.clients.length, 0);
-  assert.ok(!s.station.statuses().includes('OK'));
-});
 
 test('security profile 3: the station presents its client certificate', async (t) => {
   const s = await connect(t, { tls: { ...pki.server, requireClientCert: true } },

@@ -82,10 +82,9 @@ int main() {
             continue;
         }
         const rapidjson::Value& frame = req["frame"];
-        const std::string indent = req.HasMember("indent") ? req["indent"].GetString() : "";
-        const std::string step = req.HasMember("step") ? req["step"].GetString() : "  ";
         try {
-            Answer(false, it->second(frame.GetString(), frame.GetStringLength(), indent, step), "");
+            // Written as the station writes its frames: no indent, no step.
+            Answer(false, it->second(frame.GetString(), frame.GetStringLength(), "", ""), "");
         } catch (const CustomException& e) {
             Answer(true, "", e.what());
         }

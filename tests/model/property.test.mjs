@@ -227,7 +227,7 @@ class RoundTrip {
         });
     }
     check(msg, text) { return this.send({ check: msg.action, request: msg.isRequest, payload: text }); }
-    run(type, frame, indent = '', step = '  ') { return this.send({ type, frame, indent, step }); }
+    run(type, frame) { return this.send({ type, frame }); }
     async close() {
         this.child.stdin.end();
         return this.exited;
@@ -322,14 +322,3 @@ for (const schema of schemas) {
         }
     });
 }
-
-test('an indent and step are applied to every line of the payload', async () => {
-    const boot = schemas.find((s) => s.$id === 'urn:BootNotification.req');
-    const g = generate(boot, boot.definitions, 'minimal', false);
-    const res = await rt.run('BootNotificationRequest', JSON.stringify([2, 'i', 'BootNotification', g.value]), '\t', '  ');
-    const lines = res.out.split('\n');
-    assert.equal(lines[0], '\t[2,"i","BootNotification",');
-    assert.equal(lines[1], '\t{');
-    assert.match(lines[2], /^\t {2}"chargingStation": \t {2}\{$/);
-    assert.equal(lines.at(-1), '\t}]');
-});

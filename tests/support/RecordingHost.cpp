@@ -100,6 +100,30 @@ bool RecordingHost::WaitForType(int32_t type, size_t n, int timeoutMs) {
     return WaitFor([&] { return Count(type) >= n; }, timeoutMs);
 }
 
+std::vector<VariableDataItem> RecordingHost::SetVariablesEntries(const std::string& id) {
+    std::vector<VariableDataItem> items;
+    const bool found = WaitFor([&] {
+        for (const HostRecord& r : Records()) {
+            SetVariablesReq head;
+            if (r.type != SERVERRECVTYPE_SETVARIABLES) continue;
+            memcpy(&head, r.bytes.data(), sizeof head);
+            if (id != head.base.messageId) continue;
+            EXPECT_EQ(r.bytes.size(), sizeof head + sizeof(VariableDataItem) * static_cast<size_t>(head.count));
+            items.resize(static_cast<size_t>(head.count));
+            memcpy(items.data(), r.bytes.data() + sizeof head, sizeof(VariableDataItem) * items.size());
+            return true;
+        }
+        return false;
+    });
+    if (!found) ADD_FAILURE() << "no SetVariables record for " << id;
+    return items;
+}
+
+void RecordingHost::SettleSetVariables(const std::string& id) {
+    std::vector<VariableDataItem> items = SetVariablesEntries(id);
+    OcppProtocol_SetVariables(id.c_str(), static_cast<int>(items.size()), items.data());
+}
+
 void RecordingHost::BlockNext() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_blockNext = true;

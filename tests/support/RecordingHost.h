@@ -30,6 +30,10 @@ public:
 
     bool WaitForCount(size_t n, int timeoutMs = 2000);
     bool WaitForType(int32_t type, size_t n = 1, int timeoutMs = 2000);
+    // The entries of the SetVariables record for CSMS request `id`, once it has arrived.
+    std::vector<VariableDataItem> SetVariablesEntries(const std::string& id);
+    // Answers SetVariables request `id` with the verdicts the library gave it.
+    void SettleSetVariables(const std::string& id);
 
     // The next record delivered keeps the notification thread inside the callback until Unblock().
     void BlockNext();

@@ -46,6 +46,12 @@ size_t RecordingLink::Count() {
     return m_sent.size();
 }
 
+size_t RecordingLink::Count(const std::string& action) {
+    size_t n = 0;
+    for (const std::string& frame : Sent()) n += frame.find("\"" + action + "\"") != std::string::npos ? 1 : 0;
+    return n;
+}
+
 void RecordingLink::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_sent.clear();

@@ -16,6 +16,8 @@ public:
     std::vector<std::string> Sent();
     std::string Last();
     size_t Count();
+    // Frames that name `action`.
+    size_t Count(const std::string& action);
     void Clear();
 
     // 0 makes every send fail, as a dropped link does.

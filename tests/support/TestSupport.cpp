@@ -120,8 +120,7 @@ Json::Value ReadJson(const std::string& path) {
 }
 
 VariableDataItem HostVariable(const char* component, const char* variable, const char* value, int mode, int status) {
-    VariableDataItem v;
-    memset(&v, 0, sizeof v);
+    VariableDataItem v{};
     CTools::CopyField(v.componentName, component);
     CTools::CopyField(v.variableName, variable);
     CTools::CopyField(v.attributeValue, value);
@@ -136,8 +135,7 @@ void SetLibraryVariable(const char* component, const char* variable, const char*
 }
 
 ConnectionItem Profile(int id, int connType, const char* url, int priority) {
-    ConnectionItem item;
-    memset(&item, 0, sizeof item);
+    ConnectionItem item{};
     item.id = id;
     item.priority = priority;
     item.protocol = OCPPPROTOCOL_201;

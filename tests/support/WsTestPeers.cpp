@@ -5,10 +5,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <openssl/evp.h>
-#include <openssl/pem.h>
 #include <openssl/sha.h>
-#include <openssl/ssl.h>
-#include <openssl/x509.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -258,99 +255,13 @@ TestPki MakeTestPki(const std::string& dir, const std::string& serverCommonName)
         "-subj '/CN=" + serverCommonName + "' >/dev/null 2>&1 && "
         "printf 'subjectAltName=IP:127.0.0.1,DNS:localhost\\nbasicConstraints=CA:FALSE\\n' > ext.cnf && "
         "openssl x509 -req -in server.csr -CA ca.crt -CAkey ca.key -CAcreateserial -out server.crt -days 2 "
-        "-extfile ext.cnf >/dev/null 2>&1 && "
-        "openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout client.key -out client.csr "
-        "-subj '/CN=CP001' >/dev/null 2>&1 && "
-        "openssl x509 -req -in client.csr -CA ca.crt -CAkey ca.key -CAcreateserial -out client.crt -days 2 "
-        ">/dev/null 2>&1";
+        "-extfile ext.cnf >/dev/null 2>&1";
     TestPki pki;
     if (system(script.c_str()) != 0) return pki;
     pki.caCert = ReadText(dir + "/ca.crt");
     pki.serverCert = ReadText(dir + "/server.crt");
     pki.serverKey = ReadText(dir + "/server.key");
-    pki.clientCert = ReadText(dir + "/client.crt");
-    pki.clientKey = ReadText(dir + "/client.key");
     return pki;
-}
-
-namespace {
-template <typename T>
-T* FromPem(const std::string& pem, T* (*read)(BIO*, T**, pem_password_cb*, void*)) {
-    BIO* bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
-    T* object = read(bio, nullptr, nullptr, nullptr);
-    BIO_free(bio);
-    return object;
-}
-}  // namespace
-
-ClientCertServer::ClientCertServer(const TestPki& pki) {
-    SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
-    m_ctx = ctx;
-    X509* cert = FromPem(pki.serverCert, PEM_read_bio_X509);
-    EVP_PKEY* key = FromPem(pki.serverKey, PEM_read_bio_PrivateKey);
-    X509* ca = FromPem(pki.caCert, PEM_read_bio_X509);
-    if (cert == nullptr || key == nullptr || ca == nullptr || SSL_CTX_use_certificate(ctx, cert) != 1 ||
-        SSL_CTX_use_PrivateKey(ctx, key) != 1 || X509_STORE_add_cert(SSL_CTX_get_cert_store(ctx), ca) != 1) {
-        ADD_FAILURE() << "client-certificate server cannot load the test PKI";
-    }
-    X509_free(cert);
-    EVP_PKEY_free(key);
-    X509_free(ca);
-    SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
-
-    m_listenFd = ListenOnLoopback(m_port);
-    if (m_listenFd < 0) {
-        ADD_FAILURE() << "client-certificate server cannot listen";
-        return;
-    }
-    m_thread = std::thread([this] { Run(); });
-}
-
-ClientCertServer::~ClientCertServer() {
-    m_stop = true;
-    if (m_thread.joinable()) m_thread.join();
-    if (m_listenFd >= 0) close(m_listenFd);
-    SSL_CTX_free(static_cast<SSL_CTX*>(m_ctx));
-}
-
-void ClientCertServer::Run() {
-    const int fd = AcceptOne(m_listenFd, m_stop);
-    if (fd < 0) return;
-    struct timeval tv = {3, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
-    SSL* ssl = SSL_new(static_cast<SSL_CTX*>(m_ctx));
-    SSL_set_fd(ssl, fd);
-    std::string commonName;
-    bool ok = SSL_accept(ssl) == 1;
-    if (ok) {
-        X509* peer = SSL_get1_peer_certificate(ssl);
-        char cn[256] = {0};
-        if (peer != nullptr) X509_NAME_get_text_by_NID(X509_get_subject_name(peer), NID_commonName, cn, sizeof(cn));
-        X509_free(peer);
-        commonName = cn;
-    }
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_commonName = commonName;
-        m_refused = !ok;
-    }
-    SSL_free(ssl);
-    close(fd);
-}
-
-std::string ClientCertServer::WaitPeerCommonName(int timeoutMs) {
-    std::string name;
-    WaitFor([&] {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        name = m_commonName;
-        return !name.empty() || m_refused;
-    }, timeoutMs);
-    return name;
-}
-
-bool ClientCertServer::Refused() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_refused;
 }
 
 }  // namespace ocpptest

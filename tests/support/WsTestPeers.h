@@ -96,33 +96,8 @@ struct TestPki {
     std::string caCert;
     std::string serverCert;
     std::string serverKey;
-    std::string clientCert;  // Common Name "CP001"
-    std::string clientKey;
 };
-// A CA, a server certificate for 127.0.0.1 with the given Common Name and a
-// station certificate; empty on failure.
+// A CA and a server certificate for 127.0.0.1 with the given Common Name; empty on failure.
 TestPki MakeTestPki(const std::string& dir, const std::string& serverCommonName);
-
-// TLS listener on 127.0.0.1 that demands a client certificate signed by the
-// test CA and records the Common Name it got ("" while none).
-class ClientCertServer {
-public:
-    explicit ClientCertServer(const TestPki& pki);
-    ~ClientCertServer();
-    int Port() const { return m_port; }
-    std::string WaitPeerCommonName(int timeoutMs = 5000);
-    bool Refused();
-
-private:
-    void Run();
-    void* m_ctx = nullptr;
-    int m_listenFd = -1;
-    int m_port = 0;
-    std::atomic<bool> m_stop{false};
-    std::mutex m_mutex;
-    std::string m_commonName;
-    bool m_refused = false;
-    std::thread m_thread;
-};
 
 }  // namespace ocpptest

@@ -16,9 +16,9 @@
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/Process/VariableCustom.h"
-#include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/PlugInManager.h"
+#include "FrameSchema.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -36,17 +36,13 @@ protected:
     void Open(const TempDir& folder) {
         ResetSdkState();
         OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        CVariableCache::GetInstance()->InitDefault();
-        ASSERT_EQ(CVariableCache::GetInstance()->SetStoreFile(folder.file("variablecache.json")), 1);
-        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(folder.file("VariableCharacteristicscache.json")),
-                  1);
+        ASSERT_NO_FATAL_FAILURE(OpenDeviceModel(folder));
         store = CAuthorizeCache::GetInstance();
         ASSERT_EQ(store->SetStoreFile(folder.file("authorizecache.db")), 1);
     }
     void TearDown() override {
         CAuthorizeCache::Release();
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
+        CloseDeviceModel();
         ResetSdkState();
     }
 
@@ -95,15 +91,8 @@ protected:
             return "[3,\"" + id + "\",{\"idTokenInfo\":{\"status\":\"" + status + "\"" + extra + "}}]";
         });
     }
-    size_t Authorizes() {
-        size_t n = 0;
-        for (const std::string& frame : link.Sent())
-            if (frame.find("\"Authorize\"") != std::string::npos) ++n;
-        return n;
-    }
     static void Deliver(const std::string& id, const std::string& action, const std::string& payload) {
-        const std::string frame = "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        DeliverTo20("[2,\"" + id + "\",\"" + action + "\"," + payload + "]");
     }
     // The status text of the answer to the last request delivered.
     std::string Answered() {
@@ -196,7 +185,7 @@ TEST_F(Authorize, DecisionFollowsTheDeviceModelStepByStep) {
         Online(row.online);
         CsmsSays(row.csms);
         EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", row.tokenType), row.expected);
-        EXPECT_EQ(Authorizes(), row.requests);
+        EXPECT_EQ(link.Count("Authorize"), row.requests);
         EXPECT_EQ(Ocpp20ProtocolPrivate_GetAuthorizeSource(), row.source);
         if (row.listStatus != kNone) EntriesReach(2);
     }
@@ -225,7 +214,7 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
 
     // Pre-authorized from the cache: the CSMS is not asked again.
     EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), 0);
-    EXPECT_EQ(Authorizes(), 1u);
+    EXPECT_EQ(link.Count("Authorize"), 1u);
 
     // The CSMS's own expiry is kept; a Blocked answer is cached too.
     CsmsSays("Blocked", ",\"cacheExpiryDateTime\":\"2030-01-01T00:00:00.000Z\"");
@@ -279,7 +268,7 @@ TEST_F(Authorize, AnotherThreadsLocalListLookupIsNotHeldUpByAnAuthorizeWaitingOn
     std::future<int> waiting = std::async(std::launch::async, [] {
         return Ocpp20ProtocolPrivate_Authorize("UNKNOWN", kISO14443);
     });
-    ASSERT_TRUE(WaitFor([&] { return Authorizes() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return link.Count("Authorize") == 1; }));
     std::future<int> lookup = std::async(std::launch::async, [this] {
         int status = 0;
         return store->IsTokenAcceptFromLocalList("LISTED", kISO14443, &status);
@@ -320,10 +309,7 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
     EXPECT_EQ(store->GetLocalListVersion(), 4);
 
     // The Entries maximum counts what the list will hold, the version row left out.
-    VariableDataItem limit;
-    std::memset(&limit, 0, sizeof limit);
-    CTools::CopyField(limit.componentName, "LocalAuthListCtrlr");
-    CTools::CopyField(limit.variableName, "Entries");
+    VariableDataItem limit = HostVariable("LocalAuthListCtrlr", "Entries", "");
     limit.dataType = 2;
     limit.limitFlag = 2;
     limit.maxLimit = 2;
@@ -481,5 +467,4 @@ TEST_F(AuthorizeStore, ListContentReadsAndReplacesTheHostsTokenList) {
               R"([{"ExpiryDateTime":"2030-01-01T00:00:00.000Z","groupIdToken":"G","idToken":"N'EW",)"
               R"("status":"Blocked","type":"ISO14443"}])");
     EXPECT_TRUE(EntriesReach(2));
-    CVariableCustom::Release();
 }

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -8,9 +7,8 @@
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
+#include "Engine20.h"
+#include "FrameSchema.h"
 #include "Util/TimerManager.h"
 #include "Util/Tools.h"
 
@@ -35,13 +33,16 @@ std::string BootAnswer(const std::string& id, const char* status, int interval) 
            ",\"status\":\"" + status + "\"}]";
 }
 
-class BootHeartbeat : public ::testing::Test {
+std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
+    return "[2,\"" + id + R"(","SetVariables",{"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},)" +
+           R"("variable":{"name":")" + variable + R"("},"attributeValue":")" + value + "\"}]}]";
+}
+
+class BootHeartbeat : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        CBootHeartbeat::Release();
         CConnectManager::Release();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         g_eSdkStatus = SDKSTATUS_CONNECTED;
         CTools::FreezeClock(true);
         g_clockSets.clear();
@@ -53,12 +54,11 @@ protected:
         boot->StopTimer();  // ticks come from the test
     }
     void TearDown() override {
-        CBootHeartbeat::Release();
         CConnectManager::Release();
         CTimerManager::Release();
         CBootHeartbeat::SetLastOperateSource(nullptr);
         CTools::SetSetTimeHook(nullptr);
-        ResetSdkState();
+        Engine20::TearDown();
     }
 
     // Answers BootNotification with `status` and Heartbeat with the 2030 time.
@@ -70,12 +70,6 @@ protected:
             if (last.find("\"BootNotification\"") != std::string::npos) return BootAnswer(id, status, interval);
             return "[3,\"" + id + "\",{}]";
         });
-    }
-    size_t Sent(const char* action) {
-        size_t n = 0;
-        for (const std::string& frame : link.Sent())
-            if (frame.find(std::string("\"") + action + "\"") != std::string::npos) ++n;
-        return n;
     }
     void Advance(int seconds) { CTools::AdvanceClockMs(int64_t(seconds) * 1000); }
     // One timer tick `seconds` after the previous one.
@@ -89,23 +83,20 @@ protected:
     }
 
     ClockGuard clock;
-    RecordingLink link;
-    LogCapture log;
     CBootHeartbeat* boot = nullptr;
 };
 
 TEST_F(BootHeartbeat, AcceptedBootSetsClockReportsRebootAndMarksProfileAccepted) {
     Csms("Accepted", 60);
     boot->TimerProc();
-    EXPECT_EQ(Sent("BootNotification"), 0u) << "nothing before the host asks for a boot";
+    EXPECT_EQ(link.Count("BootNotification"), 0u) << "nothing before the host asks for a boot";
 
-    BootNotificationOption option;
-    memset(&option, 0, sizeof option);
+    BootNotificationOption option{};
     CTools::CopyField(option.serialNumber, "SN-1");
     OcppProtocol_BootNotification(BOOTREASON_POWERUP, "Model-X", "Vendor-Y", &option);
     boot->TimerProc();
 
-    ASSERT_EQ(Sent("BootNotification"), 1u);
+    ASSERT_EQ(link.Count("BootNotification"), 1u);
     const std::string request = link.Sent()[0];
     EXPECT_NE(request.find("\"PowerUp\""), std::string::npos);
     EXPECT_NE(request.find("\"Model-X\""), std::string::npos);
@@ -115,13 +106,13 @@ TEST_F(BootHeartbeat, AcceptedBootSetsClockReportsRebootAndMarksProfileAccepted)
     EXPECT_EQ(boot->GetInterval(), 60);
     ASSERT_EQ(g_clockSets.size(), 1u);
     EXPECT_EQ(g_clockSets[0], k2030);
-    EXPECT_EQ(Sent("SecurityEventNotification"), 1u);
+    EXPECT_EQ(link.Count("SecurityEventNotification"), 1u);
     EXPECT_NE(link.Sent()[1].find("\"ResetOrReboot\""), std::string::npos);
     EXPECT_EQ(CConnectManager::GetInstance()->IsAcceptedByCsms(), 1);
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK) << "accepted boot hands over to the online state";
 
     Tick(2);
-    EXPECT_EQ(Sent("BootNotification"), 1u) << "no second boot once accepted";
+    EXPECT_EQ(link.Count("BootNotification"), 1u) << "no second boot once accepted";
 }
 
 TEST_F(BootHeartbeat, ClockThatCannotBeSetLeavesTheBootAccepted) {
@@ -136,42 +127,42 @@ TEST_F(BootHeartbeat, PendingAndRejectedRetryAfterTheirIntervalAndSilenceAfterTe
     Csms("Pending", 30);
     CConnectManager::GetInstance()->SetAcceptedByCsms(1);
     HostAsksForBoot();
-    ASSERT_EQ(Sent("BootNotification"), 1u);
+    ASSERT_EQ(link.Count("BootNotification"), 1u);
     EXPECT_EQ(boot->GetBootStatus(), 1);
     EXPECT_EQ(boot->GetBootPhase(), 1);
     EXPECT_EQ(CConnectManager::GetInstance()->IsAcceptedByCsms(), 0);
     EXPECT_TRUE(g_clockSets.empty()) << "only an accepted boot sets the clock";
 
     Tick(29);
-    EXPECT_EQ(Sent("BootNotification"), 1u);
+    EXPECT_EQ(link.Count("BootNotification"), 1u);
     Tick(1);
-    EXPECT_EQ(Sent("BootNotification"), 2u);
+    EXPECT_EQ(link.Count("BootNotification"), 2u);
 
     // The CSMS goes silent: the next try waits the interval plus 10 s.
     link.SetSendResult(0);
     Tick(30);
-    EXPECT_EQ(Sent("BootNotification"), 3u);
+    EXPECT_EQ(link.Count("BootNotification"), 3u);
     Tick(39);
-    EXPECT_EQ(Sent("BootNotification"), 3u);
+    EXPECT_EQ(link.Count("BootNotification"), 3u);
     Tick(1);
-    EXPECT_EQ(Sent("BootNotification"), 4u);
+    EXPECT_EQ(link.Count("BootNotification"), 4u);
 
     link.SetSendResult(1);
     Csms("Rejected", 0);
     Tick(40);
     EXPECT_EQ(boot->GetBootStatus(), 2);
-    EXPECT_EQ(Sent("BootNotification"), 5u);
+    EXPECT_EQ(link.Count("BootNotification"), 5u);
     boot->TimerProc();
-    EXPECT_EQ(Sent("BootNotification"), 6u) << "interval 0 retries on every tick";
+    EXPECT_EQ(link.Count("BootNotification"), 6u) << "interval 0 retries on every tick";
 }
 
 TEST_F(BootHeartbeat, NeverAnsweredBootRetriesEveryTenSeconds) {
     link.SetSendResult(0);
     HostAsksForBoot();
     Tick(9);
-    EXPECT_EQ(Sent("BootNotification"), 1u);
+    EXPECT_EQ(link.Count("BootNotification"), 1u);
     Tick(1);
-    EXPECT_EQ(Sent("BootNotification"), 2u);
+    EXPECT_EQ(link.Count("BootNotification"), 2u);
 }
 
 TEST_F(BootHeartbeat, NothingIsSentWhileDisconnected) {
@@ -191,20 +182,20 @@ TEST_F(BootHeartbeat, HeartbeatGoesTwoSecondsBeforeTheIntervalAndSetsTheClock) {
     g_clockSets.clear();
 
     Tick(57);
-    EXPECT_EQ(Sent("Heartbeat"), 0u);
+    EXPECT_EQ(link.Count("Heartbeat"), 0u);
     Tick(1);
-    EXPECT_EQ(Sent("Heartbeat"), 1u);
+    EXPECT_EQ(link.Count("Heartbeat"), 1u);
     ASSERT_EQ(g_clockSets.size(), 1u);
     EXPECT_EQ(g_clockSets[0], k2030);
 
     // An unanswered heartbeat only moves the schedule on.
     link.SetSendResult(0);
     Tick(58);
-    EXPECT_EQ(Sent("Heartbeat"), 2u);
+    EXPECT_EQ(link.Count("Heartbeat"), 2u);
     Tick(57);
-    EXPECT_EQ(Sent("Heartbeat"), 2u);
+    EXPECT_EQ(link.Count("Heartbeat"), 2u);
     Tick(1);
-    EXPECT_EQ(Sent("Heartbeat"), 3u);
+    EXPECT_EQ(link.Count("Heartbeat"), 3u);
     EXPECT_EQ(g_clockSets.size(), 1u);
 }
 
@@ -213,14 +204,14 @@ TEST_F(BootHeartbeat, BusyLinkPostponesHeartbeatsButNotBeyondOneDay) {
     HostAsksForBoot();
     Advance(58);
     boot->TimerProc();  // a first answer, so the day counts from here
-    ASSERT_EQ(Sent("Heartbeat"), 1u);
+    ASSERT_EQ(link.Count("Heartbeat"), 1u);
 
     int sent = 0;
     for (int elapsed = 10; elapsed <= 86400 + 10; elapsed += 10) {
         Advance(10);
         g_lastOperate = CTools::GetCurRunTimeSec();  // a frame every 10 s
         boot->TimerProc();
-        if (Sent("Heartbeat") > 1u) {
+        if (link.Count("Heartbeat") > 1u) {
             sent = elapsed;
             break;
         }
@@ -252,23 +243,66 @@ TEST_F(BootHeartbeat, DailyHeartbeatOnABusyLinkGoesOnceEvenWhenAnswersCarryNoUsa
             g_lastOperate = CTools::GetCurRunTimeSec();  // the link is busy, so only the daily clause applies
             boot->TimerProc();
         }
-        EXPECT_EQ(Sent("Heartbeat"), 1u);
+        EXPECT_EQ(link.Count("Heartbeat"), 1u);
         link.SetSendResult(1);
     }
 }
 
-TEST_F(BootHeartbeat, TriggeredBootSaysTriggeredAndIgnoresTheInterval) {
+TEST_F(BootHeartbeat, TriggeredBootIsSentWhileBootingButRefusedOnceTheStationIsAccepted) {
     Csms("Pending", 300);
     HostAsksForBoot();
     Csms("Accepted", 60);
-    EXPECT_EQ(boot->TriggerBoot(), 1);
-    ASSERT_EQ(Sent("BootNotification"), 2u);
-    EXPECT_NE(link.Sent()[1].find("\"Triggered\""), std::string::npos);
+    DeliverTo20(R"([2,"t1","TriggerMessage",{"requestedMessage":"BootNotification"}])");
+    ASSERT_EQ(link.Count("BootNotification"), 2u);
+    EXPECT_NE(link.Sent()[1].find("\"Accepted\""), std::string::npos) << "the answer goes before the boot";
     EXPECT_EQ(boot->GetBootPhase(), 2);
 
+    link.Clear();
+    DeliverTo20(R"([2,"t2","TriggerMessage",{"requestedMessage":"BootNotification"}])");
+    ASSERT_EQ(link.Count(), 1u) << "an accepted station sends no second BootNotification";
+    EXPECT_EQ(link.Last().rfind("[3,\"t2\",", 0), 0u);
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos);
+}
+
+TEST_F(BootHeartbeat, HeartbeatIntervalComesFromTheBootAnswerAndSetVariablesChangesTheNextHeartbeat) {
+    Csms("Accepted", 60);
+    HostAsksForBoot();
+    EXPECT_EQ(CVariableCache::GetInstance()->OCPPCommCtrlrHeartbeatInterval(), 60);
+    EXPECT_NE(ReadText(dir.file("variablecache.json")).find(R"("value":"60","componentname":"OCPPCommCtrlr","variablename":"HeartbeatInterval")"),
+              std::string::npos)
+        << "the interval is kept across restarts";
+    link.Clear();
+    DeliverTo20(R"([2,"g1","GetVariables",{"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":"HeartbeatInterval"}}]}])");
+    EXPECT_NE(link.Last().find("\"attributeValue\": \"60\""), std::string::npos) << link.Last();
+
+    Advance(58);
+    boot->TimerProc();
+    ASSERT_EQ(link.Count("Heartbeat"), 1u);
+    link.Clear();
+    DeliverTo20(SetCall("s1", "HeartbeatInterval", "20"));
+    DeliverTo20(SetCall("s2", "HeartbeatInterval", "-5"));
+    host.SettleSetVariables("s1");
+    host.SettleSetVariables("s2");
+    ASSERT_EQ(link.Count(), 2u);
+    EXPECT_NE(link.Sent()[0].find("\"Accepted\""), std::string::npos);
+    EXPECT_NE(link.Sent()[1].find("\"Rejected\""), std::string::npos) << "the interval is whole seconds, never negative";
+    EXPECT_EQ(CVariableCache::GetInstance()->OCPPCommCtrlrHeartbeatInterval(), 20);
+
+    Advance(17);
+    boot->TimerProc();
+    EXPECT_EQ(link.Count("Heartbeat"), 0u);
+    Advance(1);
+    boot->TimerProc();
+    EXPECT_EQ(link.Count("Heartbeat"), 1u) << "the new interval applies from the next heartbeat on";
+}
+
+// The triggered boot itself is the test above and the dispatch test's (rejected station).
+TEST_F(BootHeartbeat, TriggeredHeartbeatGoesAtOnceAndSetsTheClock) {
+    Csms("Accepted", 60);
+    HostAsksForBoot();
     g_clockSets.clear();
     EXPECT_EQ(boot->TriggerHeartBeat(), 1);
-    EXPECT_EQ(Sent("Heartbeat"), 1u);
+    EXPECT_EQ(link.Count("Heartbeat"), 1u);
     EXPECT_EQ(g_clockSets.size(), 1u);
 }
 

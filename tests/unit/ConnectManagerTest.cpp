@@ -7,7 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
 #include "RecordingHost.h"

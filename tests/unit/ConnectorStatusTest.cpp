@@ -3,16 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
-#include "Ocpp20/Process/VariableCache.h"
-#include "OcppProtocol/MessageCallBack.h"
 #include "OcppProtocol/OcppProtocol.h"
-#include "Process/BootHeartbeat.h"
 #include "Process/ConnectorManager.h"
+#include "Engine20.h"
 #include "FrameSchema.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -38,26 +32,19 @@ std::string Value(const std::string& frame, const std::string& key) {
     return frame.substr(from, frame.find_first_of(",\n}", from) - from);
 }
 
-class ConnectorStatus : public ::testing::Test {
+class ConnectorStatus : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        CBootHeartbeat::Release();
         CConnectorManager::Release();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
         g_iEvseNum = 0;
-        CVariableCache* cache = CVariableCache::GetInstance();
-        cache->InitDefault();
-        ASSERT_EQ(cache->SetStoreFile(dir.file("variablecache.json")), 1);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         // The CSMS acknowledges every StatusNotification.
         link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });
         CTools::FreezeClock(true);
     }
     void TearDown() override {
         CConnectorManager::Release();
-        CBootHeartbeat::Release();
-        CVariableCache::Release();
-        ResetSdkState();
+        Engine20::TearDown();
     }
 
     std::vector<Notification> Sent() {
@@ -76,11 +63,7 @@ protected:
         ASSERT_EQ(OcppProtocol_StatusNotification(evse, connector, error, status), 1);
     }
 
-    TempDir dir;
     ClockGuard clock;
-    RecordingHost host;
-    RecordingLink link;
-    LogCapture log;
 };
 
 }  // namespace

@@ -1,21 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
-#include "Ocpp20/Process/VariableCharacteristics.h"
-#include "Ocpp20/Process/VariableCustom.h"
-#include "Ocpp20/Ocpp20ProtocolRecv.h"
-#include "OcppProtocol/MessageCallBack.h"
-#include "OcppProtocol/OcppProtocol.h"
-#include "Process/BootHeartbeat.h"
+#include "Engine20.h"
 #include "FrameSchema.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -46,61 +36,23 @@ std::vector<std::string> Values(const std::string& frame, const std::string& key
     return out;
 }
 
-class DeviceModelRequests : public ::testing::Test {
+class DeviceModelRequests : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        CBootHeartbeat::Release();
-        Ocpp20Protocol_ClearPendingSetVariables();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        ASSERT_NO_FATAL_FAILURE(OpenDeviceModel(dir));
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         VariableDataItem declared[3] = {HostVariable("HostCtrlr", "Brightness", "50", VARIABLEMODE_READWRITE),
                                         HostVariable("HostCtrlr", "Volume", "3", VARIABLEMODE_READWRITE),
                                         HostVariable("HostCtrlr", "Pin", "1234", VARIABLEMODE_WRITEONLY)};
         ASSERT_EQ(OcppProtocol_SetVariableData(3, declared, 0), 1);
     }
-    void TearDown() override {
-        CloseDeviceModel();
-        CBootHeartbeat::Release();
-        Ocpp20Protocol_ClearPendingSetVariables();
-        ResetSdkState();
-    }
-
-    static void Deliver(const std::string& frame) {
-        DeliverTo20(frame);
-    }
-    void Drain() { ASSERT_TRUE(WaitFor([] { return CMessageCallBack::GetInstance()->Pending() == 0; })); }
-
-    // The SetVariables record the host got, as its entries.
-    std::vector<VariableDataItem> HostEntries(const std::string& id) {
-        std::vector<VariableDataItem> items;
-        const bool found = WaitFor([&] {
-            for (const HostRecord& r : host.Records()) {
-                if (r.type != SERVERRECVTYPE_SETVARIABLES) continue;
-                SetVariablesReq head;
-                memcpy(&head, r.bytes.data(), sizeof head);
-                if (id != head.base.messageId) continue;
-                EXPECT_EQ(r.bytes.size(), sizeof head + sizeof(VariableDataItem) * static_cast<size_t>(head.count));
-                items.resize(static_cast<size_t>(head.count));
-                memcpy(items.data(), r.bytes.data() + sizeof head, sizeof(VariableDataItem) * items.size());
-                return true;
-            }
-            return false;
-        });
-        if (!found) ADD_FAILURE() << "no SetVariables record for " << id;
-        return items;
-    }
+    static void Deliver(const std::string& frame) { DeliverTo20(frame); }
 
     static std::string Stored(const char* component, const char* variable, const char* instance = "") {
         VariableDataItem20 q = VariableDataItem20::Make(component, variable, instance);
         return CVariableCache::GetInstance()->GetVariableAttributeValue(q);
     }
 
-    TempDir dir;
     ClockGuard clock;
-    RecordingHost host;
-    RecordingLink link;
-    LogCapture log;
 };
 
 }  // namespace
@@ -115,9 +67,10 @@ TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAns
                   Entry("AuthCtrlr", "Enabled", "true", R"(,"attributeType":"Target")"),
                   Entry("HostCtrlr", "Volume", "11")}));
     EXPECT_EQ(link.Count(), 0u) << "nothing is answered before the host has";
+    EXPECT_EQ(Stored("AuthCtrlr", "Enabled"), "true") << "checking a request changes nothing yet";
 
-    std::vector<VariableDataItem> first = HostEntries("s1");
-    std::vector<VariableDataItem> second = HostEntries("s2");
+    std::vector<VariableDataItem> first = host.SetVariablesEntries("s1");
+    std::vector<VariableDataItem> second = host.SetVariablesEntries("s2");
     ASSERT_EQ(first.size(), 4u);
     ASSERT_EQ(second.size(), 4u);
     const int expectedFirst[] = {VARIABLESTATUS_ACCEPTED, VARIABLESTATUS_REJECTED, VARIABLESTATUS_REJECTED,

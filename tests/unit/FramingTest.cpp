@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "Ocpp20/OcppProtocol20.h"
@@ -110,8 +109,7 @@ TEST_F(Framing, HeaderHelpersSurviveAnyInput) {
 }
 
 TEST_F(Framing, BootNotificationCarriesModemOnlyWhenKnownAndCutsLongTexts) {
-    BootNotificationOption option;
-    std::memset(&option, 0, sizeof(option));
+    BootNotificationOption option{};
     CTools::CopyField(option.serialNumber, "SN-1");
     const std::string plain =
         COcppProtocol20::BootNotificationReq(BOOTREASON_POWERUP, "a-model-name-longer-than-twenty", "Vendor", option);

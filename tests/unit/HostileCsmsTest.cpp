@@ -113,29 +113,6 @@ TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehi
     RecordProperty("ResidentGrowthKiB", static_cast<int>(StatusKb("RssAnon") - anonBefore));
 }
 
-TEST_F(HostileCsms, MessageIdNeedingEscapesComesBackAsJsonInTheTimeoutErrorOnce) {
-    ASSERT_TRUE(Connect(events));
-    CTools::FreezeClock(true);
-    const std::string id = std::string("q\"b\\s") + '\x01' + "\t";
-    ASSERT_TRUE(csms.Send("[2,\"q\\\"b\\\\s\\u0001\\t\",\"Heartbeat\",{}]"));
-    ASSERT_TRUE(WaitFor([&] { return events.frames == 1; }));
-    for (int sweep = 0; sweep < 3; ++sweep) {
-        CTools::AdvanceClockMs(3000);
-        client.SweepTimeouts();
-    }
-    ASSERT_TRUE(csms.WaitMessageContaining("Request Timeout"));
-    const std::string marker = "[2,\"marker\",\"Heartbeat\",{}]";
-    ASSERT_EQ(client.SendMessage(marker.c_str(), static_cast<int>(marker.size())), 1);
-    ASSERT_TRUE(csms.WaitMessageContaining("marker"));
-    ASSERT_EQ(CountFrames("Request Timeout"), 1u) << "the time-out answer is sent once";
-    for (const std::string& m : csms.Messages()) {
-        if (m.find("Request Timeout") != std::string::npos) {
-            EXPECT_EQ(IdOf(m), id) << m;
-        }
-    }
-    EXPECT_EQ(client.WaitingCount(), 0u);
-}
-
 TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper) {
     ASSERT_TRUE(Connect(events));
     CTools::FreezeClock(true);

@@ -8,7 +8,6 @@
 #include "Log/LogManager.h"
 #include "TestSupport.h"
 #include "Util/DbDriver.h"
-#include "Util/FileUtil.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;

@@ -3,14 +3,11 @@
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/ConnectManager.h"
+#include "Engine20.h"
 #include "FrameSchema.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -20,25 +17,21 @@ namespace {
 
 size_t StoredCount(const std::string& path) { return ReadJson(path)["connectinfo"].size(); }
 
-class NetworkProfile : public ::testing::Test {
+class NetworkProfile : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
         CConnectManager::Release();
         CConnectManager::SetCertDir(dir.path());
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        store = dir.file("csmscfg.json");
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         manager = CConnectManager::GetInstance();
         manager->SetStoreFile(store);
     }
     void TearDown() override {
         CConnectManager::Release();
         CConnectManager::SetCertDir("/usrfs/conf/ocpp20/cert/");
-        ResetSdkState();
+        Engine20::TearDown();
     }
-    TempDir dir;
-    LogCapture log;
-    std::string store;
+    std::string store = dir.file("csmscfg.json");
     CConnectManager* manager = nullptr;
 };
 
@@ -49,14 +42,11 @@ std::string NetworkProfileCall(const std::string& id, int slot, int securityProf
            ",\"ocppInterface\":\"Wired0\"}}]";
 }
 
-void Deliver(const std::string& frame) { DeliverTo20(frame); }
-
 TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
-    RecordingLink link;
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 5);
     manager->BackUpCurConnectionItem(manager->GetConnItems()[0]);
 
-    Deliver(NetworkProfileCall("n1", 2, 1, "ws://two.example/ocpp"));
+    DeliverTo20(NetworkProfileCall("n1", 2, 1, "ws://two.example/ocpp"));
     ASSERT_EQ(link.Count(), 1u);
     EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
     ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
@@ -64,25 +54,24 @@ TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
     EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two.example/ocpp");
     EXPECT_EQ(StoredCount(store), 2u);
 
-    Deliver(NetworkProfileCall("n2", 3, 0, "ws://three.example/ocpp"));
+    DeliverTo20(NetworkProfileCall("n2", 3, 0, "ws://three.example/ocpp"));
     EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "security profile 0 after 1";
-    Deliver(NetworkProfileCall("n3", 4, 2, "wss://four.example/ocpp"));
+    DeliverTo20(NetworkProfileCall("n3", 4, 2, "wss://four.example/ocpp"));
     EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "no CA for security profile 2";
-    Deliver(NetworkProfileCall("n4", 5, 1, "wss://five.example/ocpp"));
+    DeliverTo20(NetworkProfileCall("n4", 5, 1, "wss://five.example/ocpp"));
     EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "wss with a plain security profile";
     EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
 
     // Same slot again replaces the profile.
-    Deliver(NetworkProfileCall("n5", 2, 1, "ws://two-b.example/ocpp"));
+    DeliverTo20(NetworkProfileCall("n5", 2, 1, "ws://two-b.example/ocpp"));
     ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
     EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two-b.example/ocpp");
 }
 
 TEST_F(NetworkProfile, CsmsMessageTimeoutIsBoundedToAnHourWhereverAProfileComesFrom) {
-    RecordingLink link;
     std::string call = NetworkProfileCall("n1", 2, 0, "ws://two.example/ocpp");
     call.replace(call.find("\"messageTimeout\":30"), 19, "\"messageTimeout\":2147483647");
-    Deliver(call);
+    DeliverTo20(call);
     EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
     ASSERT_EQ(manager->GetConnItems().size(), 1u);
     EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);

@@ -346,7 +346,8 @@ protected:
         OcppProtocol_ResetSystem();
         OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_NONE);
     }
-    bool LastSentIs(const char* action) { return link.Last().find(std::string("\"") + action + "\"") != std::string::npos; }
+    bool LastSentHas(const std::string& text) { return link.Last().find(text) != std::string::npos; }
+    bool LastSentIs(const char* action) { return LastSentHas(std::string("\"") + action + "\""); }
 
     TempDir dir;
     ClockGuard clock;
@@ -378,11 +379,13 @@ TEST_F(ProfileEntries, AHostProfileIsStoredUnderItsOwnSourceAndReportedToTheCsms
               1);
     EXPECT_EQ(store->GetChargingProfileSource(5), "Other");
     EXPECT_TRUE(LastSentIs("NotifyChargingLimit"));
+    EXPECT_TRUE(LastSentHas("\"chargingLimitSource\": \"Other\"")) << link.Last();
     EXPECT_EQ(OcppProtocol_AddCharingProfile(
                   "{\"evseId\":1,\"chargingProfile\":{\"id\":6,\"chargingLimitSource\":\"EMS\",\"stackLevel\":0,"
                   "\"chargingProfilePurpose\":\"ChargingStationExternalConstraints\"}}"),
               1);
     EXPECT_EQ(store->GetChargingProfileSource(6), "EMS");
+    EXPECT_TRUE(LastSentHas("\"chargingLimitSource\": \"EMS\"")) << link.Last();
 
     EXPECT_EQ(OcppProtocol_AddCharingProfile("{\"evseId\":"), 0);
     EXPECT_TRUE(log.Contains("ChargingProfile content error", 2));
@@ -390,6 +393,7 @@ TEST_F(ProfileEntries, AHostProfileIsStoredUnderItsOwnSourceAndReportedToTheCsms
     EXPECT_EQ(OcppProtocol_RemoveCharingProfile(1, CHARGINGLIMITSOURCE_CSO), 0) << "CSMS profiles are not the host's";
     EXPECT_EQ(OcppProtocol_RemoveCharingProfile(1, CHARGINGLIMITSOURCE_EMS), 1);
     EXPECT_TRUE(LastSentIs("ClearedChargingLimit"));
+    EXPECT_TRUE(LastSentHas("\"chargingLimitSource\": \"EMS\"") && LastSentHas("\"evseId\": 1")) << link.Last();
     EXPECT_EQ(store->GetProfieIDsFromPurpose("ChargingStationExternalConstraints"), std::list<int>({5}));
     g_eSdkStatus = SDKSTATUS_NONE;
 }
@@ -398,6 +402,7 @@ TEST_F(ProfileEntries, TheEvsWaitingRecordLastsOnlyWhileTheCsmsCanBeAsked) {
     g_eSdkStatus = SDKSTATUS_OK;
     EXPECT_EQ(OcppProtocol_RequestChargingProfile(1, ENERGYTRANSFERMODE_AC_THREE_PHASE, 0, 0), 1);
     EXPECT_TRUE(LastSentIs("NotifyEVChargingNeeds"));
+    EXPECT_TRUE(LastSentHas("\"requestedEnergyTransfer\": \"AC_three_phase\"")) << link.Last();
     EXPECT_EQ(cache->IsNeedCacheProfile(1), 1);
 
     link.SetSendResult(0);

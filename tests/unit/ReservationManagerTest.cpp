@@ -2,13 +2,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
 
 #include <Ocpp20Protocol.h>
 #include <OcppRecords.h>
 
-#include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/ReservationManager.h"
 #include "FrameSchema.h"
@@ -22,8 +20,7 @@ using namespace ocpptest;
 namespace {
 
 ReservationItem Item(uint32_t id, int64_t expiry, const char* token = "TOKEN", const char* group = "") {
-    ReservationItem item;
-    memset(&item, 0, sizeof item);
+    ReservationItem item{};
     item.id = id;
     item.tokenType = 2;
     CTools::CopyField(item.token, token);

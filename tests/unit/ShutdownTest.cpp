@@ -3,7 +3,6 @@
 
 #include <atomic>
 
-#include "OcppProtocol/OcppProtocol.h"
 #include "Process/ConnectorManager.h"
 #include "TestSupport.h"
 #include "Util/TimerManager.h"

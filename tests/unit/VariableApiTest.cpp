@@ -90,8 +90,7 @@ TEST_F(HostVariables, UpdateAndUpgradeEntries) {
     EXPECT_EQ(CVariableCache::GetInstance()->GetVariable("LocalAuthListCtrlr", "Entries").attributeValue,
               std::string("12"));
 
-    VariableUpgradeItem up;
-    memset(&up, 0, sizeof up);
+    VariableUpgradeItem up{};
     up.operation = VARIABLEUPGRADE_ADD;
     up.variable = HostVariable("HostCtrlr", "Mode", "A");
     up.variable.dataType = 5;

@@ -129,34 +129,6 @@ TEST_F(VariableStore, OlderStoreKeepsItsValuesAndGainsNewDefaultsAtTheEnd) {
     EXPECT_EQ(ReadJson(path).size(), 64u);
 }
 
-TEST_F(VariableStore, SetVariablesEntryStatusesAtTheStore) {
-    CVariableCache* cache = Open();
-    cache->SetVariables({Var("HostCtrlr", "Brightness", "50")});  // declared by the host
-
-    struct Case {
-        VariableDataItem20 item;
-        int status;
-    };
-    VariableDataItem20 target = Var("AuthCtrlr", "Enabled", "false");
-    target.attributeType = VARIABLEATTRIBUTETYPE_TARGET;
-    const Case cases[] = {
-        {Var("OCPPCommCtrlr", "OfflineThreshold", "20"), VARIABLESTATUS_ACCEPTED},
-        {Var("DeviceDataCtrlr", "ItemsPerMessage", "8", "SetVariables"), VARIABLESTATUS_REJECTED},
-        {Var("TariffCostCtrlr", "Currency", "EURO"), VARIABLESTATUS_REJECTED},
-        {Var("NoSuchCtrlr", "Enabled", "true"), VARIABLESTATUS_UNKNOWNCOMPONENT},
-        {Var("AuthCtrlr", "NoSuchVariable", "true"), VARIABLESTATUS_UNKNOWNVARIABLE},
-        {target, VARIABLESTATUS_NOTSUPPORTEDATTRIBUTETYPE},
-        {Var("HostCtrlr", "Brightness", "80"), VARIABLESTATUS_HOSTDECIDE},
-    };
-    for (const Case& c : cases) {
-        VariableDataItem20 item = c.item;
-        EXPECT_EQ(cache->CheckSetVariable(item), c.status) << item.ToString();
-        EXPECT_EQ(item.status, c.status);
-    }
-    // Checking alone changes nothing.
-    EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 10);
-}
-
 TEST_F(VariableStore, ExactVariableWithWrongAttributeStaysNotSupportedDespiteLaterVariables) {
     CVariableCache* cache = Open();
     int mode = -1;
@@ -265,13 +237,9 @@ TEST_F(VariableStore, UpgradeKeepsTheStoredValueAndDeleteRemovesTheVariable) {
     CVariableCache* cache = Open();
     cache->SetVariables({Var("HostCtrlr", "Volume", "7")});
 
-    VariableUpgradeItem upgrade;
-    memset(&upgrade, 0, sizeof upgrade);
+    VariableUpgradeItem upgrade{};
     upgrade.operation = VARIABLEUPGRADE_UPDATE;
-    CTools::CopyField(upgrade.variable.componentName, "HostCtrlr");
-    CTools::CopyField(upgrade.variable.variableName, "Volume");
-    CTools::CopyField(upgrade.variable.attributeValue, "0");
-    upgrade.variable.mode = VARIABLEMODE_READONLY;
+    upgrade.variable = HostVariable("HostCtrlr", "Volume", "0", VARIABLEMODE_READONLY);
     cache->UpgradeVariable(upgrade);
     VariableDataItem20 v = cache->GetVariable("HostCtrlr", "Volume");
     EXPECT_STREQ(v.attributeValue, "7");

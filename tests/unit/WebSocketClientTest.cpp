@@ -324,22 +324,32 @@ TEST_F(WebSocketCsms, CloseReleasesABlockedSenderPromptlyAndADuplicateIdIsRefuse
     EXPECT_EQ(client.WaitingCount(), 0u);
 }
 
-TEST_F(WebSocketCsms, UnansweredCsmsCallGetsRequestTimeoutAndTheLateHostAnswerIsDropped) {
+TEST_F(WebSocketCsms, UnansweredCsmsCallGetsOneRequestTimeoutUnderItsOwnIdAndTheLateHostAnswerIsDropped) {
     ASSERT_TRUE(Connect(2));
     CTools::FreezeClock(true);
-    ASSERT_TRUE(csms.Send("[2,\"csms-slow\",\"GetVariables\",{}]"));
+    // An id that needs escapes must come back as the same JSON text.
+    const std::string id = "slow\\\"b\\\\s\\u0001\\t";
+    ASSERT_TRUE(csms.Send("[2,\"" + id + "\",\"GetVariables\",{}]"));
     ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
-    CTools::AdvanceClockMs(3000);
-    client.SweepTimeouts();
-    ASSERT_TRUE(csms.WaitMessageContaining("csms-slow"));
-    EXPECT_EQ(csms.Messages().back(), "[4,\"csms-slow\",\"InternalError\",\"Request Timeout\",{}]");
+    for (int sweep = 0; sweep < 3; ++sweep) {
+        CTools::AdvanceClockMs(3000);
+        client.SweepTimeouts();
+    }
+    ASSERT_TRUE(csms.WaitMessageContaining("Request Timeout"));
+    EXPECT_EQ(csms.Messages().back(), "[4,\"" + id + "\",\"InternalError\",\"Request Timeout\",{}]");
 
-    EXPECT_EQ(Send(client, "[3,\"csms-slow\",{\"getVariableResult\":[]}]"), 0);
+    EXPECT_EQ(Send(client, "[3,\"" + id + "\",{\"getVariableResult\":[]}]"), 0);
     EXPECT_EQ(Send(client, "[3,\"never-asked\",{}]"), 0);
     // Let anything wrongly sent arrive before looking.
     ASSERT_EQ(Send(client, "[2,\"marker\",\"Heartbeat\",{}]"), 1);
     ASSERT_TRUE(csms.WaitMessageContaining("marker"));
-    for (const auto& m : csms.Messages()) EXPECT_EQ(m.find("getVariableResult"), std::string::npos) << m;
+    size_t timeouts = 0;
+    for (const auto& m : csms.Messages()) {
+        EXPECT_EQ(m.find("getVariableResult"), std::string::npos) << m;
+        timeouts += m.find("Request Timeout") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(timeouts, 1u) << "the time-out answer is sent once";
+    EXPECT_EQ(client.WaitingCount(), 0u);
 }
 
 TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {

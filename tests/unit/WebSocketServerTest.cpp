@@ -20,8 +20,7 @@ std::string Url(const std::string& scheme, int port) {
 }
 
 ConnectParam Credentials(const char* name, const char* password) {
-    ConnectParam p;
-    memset(&p, 0, sizeof(p));
+    ConnectParam p{};
     strncpy(p.szName, name, sizeof(p.szName) - 1);
     strncpy(p.szPwd, password, sizeof(p.szPwd) - 1);
     p.eConnType = CONNTYPE_BASIC;

@@ -6,9 +6,12 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "Ocpp20/Ocpp20Transaction.h"
 #include "Util/Singleton.h"
 
 namespace Ocpp20 {
@@ -50,8 +53,8 @@ static_assert(sizeof(TransactionItem) == 96, "TransactionItem image is 96 bytes"
 // due, seqNo, and transactioncache.bin so an open transaction survives a restart.
 class CTransactionManager : public CSingleton<CTransactionManager> {
 public:
-    static const size_t kIdBytes = 36;
-    static const size_t kRecordBytes = kIdBytes + sizeof(TransactionItem);  // 132
+    static constexpr size_t kIdBytes = 36;
+    static constexpr size_t kRecordBytes = kIdBytes + sizeof(TransactionItem);  // 132
 
     // Meter items of the event being raised, as the host passed them.
     struct Meter {
@@ -107,6 +110,15 @@ public:
     static void* OccupyTimerProc(void* argument);
     static void* TransactionTimerProc(void* argument);
 
+    // Joins the running connection: the 1-second timers and the profile
+    // store's view of open transactions.
+    void Attach();
+
+    // Where events go instead of the message builders (null: the builders).
+    // subtype 1 started, 2 updated, 3 ended; returns as the builders do.
+    using EventSink = int (*)(int subtype, const TransactionEventArgs& args, int32_t* eventParam);
+    static void SetEventSink(EventSink sink);
+
 private:
     friend class CSingleton<CTransactionManager>;
     CTransactionManager();
@@ -114,11 +126,32 @@ private:
     CTransactionManager(const CTransactionManager&) = delete;
     CTransactionManager& operator=(const CTransactionManager&) = delete;
     void ResetInPlace();
-    void Resume();
 
-    pthread_mutex_t m_mutex;  // the map and the file path
+    int SwipeCard(const char* idToken, int tokenType, const char* requiredGroup, bool* isMaster);
+    int AuthorizeStart(int remoteStartId, int reservationId, const char* idToken, int tokenType,
+                       const char* groupIdToken, bool* isMaster);
+    int OpenOrJoin(int evseId, int connectorId, const char* idToken, int tokenType, int reason, int remoteStartId,
+                   int reservationId, std::string* txId, bool* started);
+    int StartIfDue(const std::string& txId, int reason, int chargingState, const Meter& meter);
+    int SendEvent(int subtype, const TransactionEventArgs& args, int32_t* eventParam);
+    int SendUpdate(const std::string& txId, int reason, int chargingState, const Meter& meter, int isRepeat);
+    void NotifyStartTransactionPrivate(const std::string& txId);
+    bool IsNeedStartTransaction(const std::string& txId);
+    void ReleaseItem(const std::string& txId, const TransactionItem& item, int reason);
+    bool Take(const std::string& txId, TransactionItem* out);
+    void PostStartRecord(const std::string& txId, int type);
+
+    pthread_mutex_t m_mutex;      // the map and the file path
+    pthread_mutex_t m_fileMutex;  // one writer at a time, so an older image never lands last
     std::map<std::string, std::unique_ptr<TransactionItem>> m_items;
     std::map<std::string, int> m_errorCodes;
     std::map<std::string, float> m_totalCosts;
+    std::set<std::string> m_starting;  // Started on its way out: no second one meanwhile
+    // Held from numbering an event until the sender has taken it, so two
+    // threads raising events cannot hand them over out of seqNo order.
+    // Recursive: ending by token ends from inside the same call.
+    std::recursive_mutex m_eventOrder;
     std::string m_path;
+    unsigned long long m_occupyTimer = 0;
+    unsigned long long m_clearTimer = 0;
 };

@@ -93,6 +93,8 @@ void CProfileManager21::ContentUpdateColumns(std::string& set, DbParams& params,
     params.push_back(static_cast<long long>(now));
 }
 
+void CProfileManager21::ReCalculate() { Touch(CTools::CurTimeSec()); }
+
 int64_t CProfileManager21::GetProfileInstallTime(int profileId) {
     const std::list<std::string> rows =
         QueryColumn("select installtimesec from chargingprofile where profileid=?", {profileId});

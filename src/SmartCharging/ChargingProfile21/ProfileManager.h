@@ -30,6 +30,9 @@ class CProfileManager21 : public CProfileStore, public CSingleton<CProfileManage
 public:
     int64_t GetProfileInstallTime(int profileId);
 
+    // Makes the calculation start over, as a change of the store does.
+    void ReCalculate();
+
     // A transaction started on the EVSE: its relative profiles (and the station's) start now.
     int ActiveRelativeStartTime(unsigned evseId);
     // It ended; the station's relative profiles stop too when no other transaction runs.

@@ -1,0 +1,25 @@
+#pragma once
+// The 2.0.1 engine between a recording host and a recording link, with its
+// device model opened fresh in a folder of its own.
+#include <gtest/gtest.h>
+
+#include "RecordingHost.h"
+#include "RecordingLink.h"
+#include "TestSupport.h"
+
+namespace ocpptest {
+
+class Engine20 : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // Lets everything already queued for the host reach it.
+    void Drain();
+
+    TempDir dir;
+    RecordingHost host;
+    RecordingLink link;
+    LogCapture log;
+};
+
+}  // namespace ocpptest

@@ -1,0 +1,288 @@
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <OcppProtocol.h>
+
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "FrameSchema.h"
+#include "MeterBuffer.h"
+#include "Ocpp20/Ocpp20Transaction.h"
+#include "Ocpp20/OcppProtocol20.h"
+#include "Ocpp20/Process/AuthorizeCache.h"
+#include "Ocpp20/Process/TransactionManager.h"
+#include "Ocpp20/Process/VariableCache.h"
+#include "Ocpp20/Process/VariableCharacteristics.h"
+#include "OcppProtocol/OcppProtocol.h"
+#include "OcppProtocol/OutboundSender.h"
+#include "RecordingHost.h"
+#include "RecordingLink.h"
+#include "TestSupport.h"
+#include "Util/Tools.h"
+
+using namespace ocpptest;
+
+namespace {
+
+const int kISO14443 = 2;
+const int kNoAuthorization = 7;
+const uint32_t kT1 = 1700000000;
+const uint32_t kT2 = 1700000060;
+
+Json::Value Payload(const std::string& frame) {
+    Json::Value root;
+    EXPECT_TRUE(CTools::ParseJson(frame.data(), frame.size(), root)) << frame;
+    return root.isArray() && root.size() == 4 ? root[3] : Json::Value();
+}
+
+TransactionEventArgs Args(const MeterBuffer& meter) {
+    TransactionEventArgs args;
+    args.evseId = 1;
+    args.connectorId = 2;
+    args.idToken = "CARD";
+    args.tokenType = kISO14443;
+    args.transactionId = "tx-1";
+    args.meter = meter.data();
+    args.meterCount = meter.count();
+    args.timestamp = kT2;
+    return args;
+}
+
+int g_kept = 0;
+int KeepOffline(const OutboundMessage&) {
+    ++g_kept;
+    return 1;
+}
+
+class TransactionEvent : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        g_eSdkStatus = SDKSTATUS_OK;
+        link.Answer([this](const std::string& id) { return "[3,\"" + id + "\"," + answer + "]"; });
+    }
+    void TearDown() override {
+        COutboundSender::SetOfflineStore(nullptr);
+        ResetSdkState();
+    }
+    RecordingLink link;
+    std::string answer = "{}";
+};
+
+}  // namespace
+
+TEST_F(TransactionEvent, StartedUpdatedAndEndedCarryTheTransactionAsTheCsmsBillsIt) {
+    MeterBuffer meter;
+    meter.Add(0, 1200.5, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER);
+    TransactionEventArgs args = Args(meter);
+    args.reason = TRANSACTIONREASON_AUTHORIZED;
+    args.chargingState = TRANSACTIONCHARGINGSTATE_EVCONNECTED;
+    args.reservationId = 7;
+    args.remoteStartId = 42;
+    args.eventParam =
+        (3 << Ocpp20::TRANSACTIONEVENTPARAM_PHASES_SHIFT) | (32 << Ocpp20::TRANSACTIONEVENTPARAM_CABLEMAX_SHIFT);
+    int32_t param = -1;
+    ASSERT_EQ(Ocpp20ProtocolPrivate_TransactionStart(args, &param), 0);
+    EXPECT_EQ(param, args.eventParam) << "online: the offline bit stays clear";
+    Json::Value started = Payload(link.Last());
+    EXPECT_EQ(started["eventType"].asString(), "Started");
+    EXPECT_EQ(started["triggerReason"].asString(), "Authorized");
+    EXPECT_EQ(started["seqNo"].asInt(), 0);
+    EXPECT_FALSE(started.isMember("offline"));
+    EXPECT_EQ(started["numberOfPhasesUsed"].asInt(), 3);
+    EXPECT_EQ(started["cableMaxCurrent"].asInt(), 32);
+    EXPECT_EQ(started["reservationId"].asInt(), 7);
+    EXPECT_EQ(started["transactionInfo"]["transactionId"].asString(), "tx-1");
+    EXPECT_EQ(started["transactionInfo"]["chargingState"].asString(), "EVConnected");
+    EXPECT_EQ(started["transactionInfo"]["remoteStartId"].asInt(), 42);
+    EXPECT_EQ(started["idToken"]["idToken"].asString(), "CARD");
+    EXPECT_EQ(started["idToken"]["type"].asString(), "ISO14443");
+    EXPECT_EQ(started["evse"]["id"].asInt(), 1);
+    EXPECT_EQ(started["evse"]["connectorId"].asInt(), 2);
+    const Json::Value& begin = started["meterValue"][0];
+    EXPECT_EQ(begin["timestamp"].asString(), CTools::GetLocalTime(kT2)) << "an item without a time takes the event's";
+    EXPECT_EQ(begin["sampledValue"][0]["context"].asString(), "Transaction.Begin");
+    EXPECT_EQ(begin["sampledValue"][0]["measurand"].asString(), "Energy.Active.Import.Register");
+    EXPECT_DOUBLE_EQ(begin["sampledValue"][0]["value"].asDouble(), 1200.5);
+
+    args.reason = TRANSACTIONREASON_METERVALUEPERIODIC;
+    args.seqNo = 1;
+    args.tokenType = 255;
+    ASSERT_EQ(Ocpp20ProtocolPrivate_TransactionUpate(args, &param), 0);
+    Json::Value updated = Payload(link.Last());
+    EXPECT_EQ(updated["eventType"].asString(), "Updated");
+    EXPECT_FALSE(updated.isMember("reservationId")) << "a reservation is named only when the transaction starts";
+    EXPECT_FALSE(updated.isMember("idToken")) << "token type 255 is no token";
+    EXPECT_EQ(updated["meterValue"][0]["sampledValue"][0]["context"].asString(), "Sample.Periodic");
+
+    args.reason = TRANSACTIONREASON_STOPAUTHORIZED;
+    args.stopReason = TRANSACTIONSTOPREASON_LOCAL;
+    args.seqNo = 2;
+    ASSERT_EQ(Ocpp20ProtocolPrivate_TransactionEnd(args, &param), 0);
+    Json::Value ended = Payload(link.Last());
+    EXPECT_EQ(ended["eventType"].asString(), "Ended");
+    EXPECT_EQ(ended["seqNo"].asInt(), 2);
+    EXPECT_EQ(ended["transactionInfo"]["stoppedReason"].asString(), "Local");
+    EXPECT_EQ(ended["meterValue"][0]["sampledValue"][0]["context"].asString(), "Transaction.End");
+    EXPECT_EQ(link.Count(), 3u);
+}
+
+TEST_F(TransactionEvent, PlainAndSignedMeterItemsAreReadAtTheirOwnLengthAndGroupedByTime) {
+    MeterBuffer meter;
+    meter.Add(kT1, 16, SAMPLEDVALUEMEASURAND_CURRENT_IMPORT, [](MeterItem& item) {
+             item.phase = 1;     // L1
+             item.location = 5;  // Outlet
+             CTools::CopyField(item.unit, "A");
+         })
+        .AddSigned(kT2, 1500, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER, "SIGNED-DATA")
+        .Add(kT1, 2.5, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER, [](MeterItem& item) {
+            item.context = 8;  // Trigger
+            CTools::CopyField(item.unit, "kWh");
+            item.multiplier = 3;
+        })
+        .Add(kT1, 99, SAMPLEDVALUEMEASURAND_RPM)                  // no 2.0.1 name: left out
+        .Add(kT2, std::nan(""), SAMPLEDVALUEMEASURAND_VOLTAGE);  // no JSON number: left out
+
+    TransactionEventArgs args = Args(meter);
+    args.reason = TRANSACTIONREASON_TRIGGER;
+    const std::string frame = COcppProtocol20::TransactionUpdateReq(args, false);
+    EXPECT_EQ(FrameSchemaProblem(frame), "");
+    const Json::Value values = Payload(frame)["meterValue"];
+    ASSERT_EQ(values.size(), 2u);
+    EXPECT_EQ(values[0]["timestamp"].asString(), CTools::GetLocalTime(kT1));
+    ASSERT_EQ(values[0]["sampledValue"].size(), 2u);
+    const Json::Value& a = values[0]["sampledValue"][0];
+    EXPECT_EQ(a["phase"].asString(), "L1");
+    EXPECT_EQ(a["location"].asString(), "Outlet");
+    EXPECT_EQ(a["unitOfMeasure"]["unit"].asString(), "A");
+    EXPECT_EQ(a["context"].asString(), "Trigger") << "a Trigger event's items are Trigger readings";
+    const Json::Value& kwh = values[0]["sampledValue"][1];
+    EXPECT_EQ(kwh["unitOfMeasure"]["multiplier"].asInt(), 3);
+    EXPECT_EQ(kwh["context"].asString(), "Trigger");
+    ASSERT_EQ(values[1]["sampledValue"].size(), 1u);
+    const Json::Value& signedValue = values[1]["sampledValue"][0];
+    EXPECT_DOUBLE_EQ(signedValue["value"].asDouble(), 1500);
+    EXPECT_EQ(signedValue["signedMeterValue"]["signedMeterData"].asString(), "SIGNED-DATA");
+    EXPECT_EQ(signedValue["signedMeterValue"]["encodingMethod"].asString(), "OCMF");
+    EXPECT_FALSE(signedValue.isMember("unitOfMeasure"));
+}
+
+TEST_F(TransactionEvent, EventWhileNotOnlineIsMarkedOfflineAndIsRefusedOnlyWhenNothingKeepsIt) {
+    MeterBuffer meter;
+    TransactionEventArgs args = Args(meter);
+    args.eventParam = 2 << Ocpp20::TRANSACTIONEVENTPARAM_PHASES_SHIFT;
+    g_eSdkStatus = SDKSTATUS_DISCONNECTED;
+    int32_t param = 0;
+    EXPECT_NE(Ocpp20ProtocolPrivate_TransactionStart(args, &param), 0) << "no offline store: the event is lost";
+    EXPECT_EQ(param, args.eventParam | Ocpp20::TRANSACTIONEVENTPARAM_OFFLINE);
+
+    COutboundSender::SetOfflineStore(&KeepOffline);
+    EXPECT_EQ(Ocpp20ProtocolPrivate_TransactionStart(args, &param), 0);
+    EXPECT_EQ(g_kept, 1);
+    EXPECT_EQ(link.Count(), 0u);
+    EXPECT_TRUE(Payload(COcppProtocol20::TransactionStartReq(args, true))["offline"].asBool());
+
+    // Back online, the next event is no longer offline.
+    g_eSdkStatus = SDKSTATUS_OK;
+    args.eventParam = param;
+    ASSERT_EQ(Ocpp20ProtocolPrivate_TransactionUpate(args, &param), 0);
+    EXPECT_EQ(param & Ocpp20::TRANSACTIONEVENTPARAM_OFFLINE, 0);
+    EXPECT_FALSE(Payload(link.Last()).isMember("offline"));
+
+    args.stopReason = 40;
+    EXPECT_NE(Ocpp20ProtocolPrivate_TransactionEnd(args, &param), 0) << "a stop reason outside the list is not sent";
+}
+
+// The host's record of `type`, as it received it.
+template <class T>
+T RecordOf(RecordingHost& host, int32_t type) {
+    T record{};
+    EXPECT_TRUE(host.WaitForType(type));
+    for (const HostRecord& r : host.Records())
+        if (r.type == type && r.bytes.size() == sizeof record) std::memcpy(&record, r.bytes.data(), sizeof record);
+    return record;
+}
+
+class TransactionAnswerTest : public TransactionEvent {
+protected:
+    void SetUp() override {
+        TransactionEvent::SetUp();
+        CVariableCache::GetInstance()->InitDefault();
+        ASSERT_EQ(CVariableCache::GetInstance()->SetStoreFile(dir.file("variablecache.json")), 1);
+        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")),
+                  1);
+        ASSERT_EQ(CAuthorizeCache::GetInstance()->SetStoreFile(dir.file("authorizecache.db")), 1);
+        SetCacheEnabled("true");
+    }
+    void TearDown() override {
+        CAuthorizeCache::Release();
+        CVariableCache::Release();
+        CVariableCharacteristics::Release();
+        TransactionEvent::TearDown();
+    }
+    static void SetCacheEnabled(const char* value) {
+        VariableDataItem20 item = VariableDataItem20::Make("AuthCacheCtrlr", "Enabled");
+        CTools::CopyField(item.attributeValue, value);
+        ASSERT_EQ(CVariableCache::GetInstance()->UpdateVariableValue(item), VARIABLESTATUS_ACCEPTED);
+    }
+    static std::string Request(const char* token, int type) {
+        MeterBuffer meter;
+        TransactionEventArgs args = Args(meter);
+        args.idToken = token;
+        args.tokenType = type;
+        return COcppProtocol20::TransactionUpdateReq(args, false);
+    }
+    static int Answer(const std::string& request, const std::string& answer) {
+        return Ocpp20ProtocolPrivate_OnTransactionEventAnswer(request.data(), request.size(), answer.data(),
+                                                              answer.size(), true);
+    }
+    static bool Cached(const char* token, int type, int status) {
+        const std::unique_ptr<AuthorizeItem> item = CAuthorizeCache::GetInstance()->GetAuthorizeCacheItem(token, type);
+        return item != nullptr && item->status == status;
+    }
+    TempDir dir;
+};
+
+TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePersonalMessage) {
+    RecordingHost host;
+    const std::string blocked =
+        "[3,\"m1\",{\"totalCost\":12.5,\"idTokenInfo\":{\"status\":\"Blocked\"},"
+        "\"updatedPersonalMessage\":{\"format\":\"UTF8\",\"language\":\"de\",\"content\":\"Danke\"}}]";
+    EXPECT_EQ(Answer(Request("CARD", kISO14443), blocked), 1) << "the token's status (Blocked)";
+    EXPECT_TRUE(Cached("CARD", kISO14443, 1));
+
+    const PersonalMsg msg = RecordOf<PersonalMsg>(host, SERVERRECVTYPE_PERSONALMSG);
+    EXPECT_EQ(+msg.evseId, 1);
+    EXPECT_STREQ(msg.transactionId, "tx-1");
+    EXPECT_EQ(+msg.format, 3);
+    EXPECT_STREQ(msg.language, "de");
+    EXPECT_STREQ(msg.content, "Danke");
+    const UpdatedTransactionCostReq cost =
+        RecordOf<UpdatedTransactionCostReq>(host, SERVERRECVTYPE_UPDATEDTRANSACTIONCOST);
+    EXPECT_STREQ(cost.transactionId, "tx-1");
+    EXPECT_STREQ(cost.totalCost, "12.5");
+
+    // A NoAuthorization token is never cached, nor is anything while the cache is switched off.
+    const std::string accepted = "[3,\"m2\",{\"idTokenInfo\":{\"status\":\"Accepted\"}}]";
+    EXPECT_EQ(Answer(Request("FREE", kNoAuthorization), accepted), 0);
+    EXPECT_EQ(CAuthorizeCache::GetInstance()->GetAuthorizeCacheItem("FREE", kNoAuthorization), nullptr);
+    SetCacheEnabled("false");
+    EXPECT_EQ(Answer(Request("CARD", kISO14443), accepted), 0);
+    EXPECT_TRUE(Cached("CARD", kISO14443, 1)) << "still the Blocked entry";
+
+    // No idTokenInfo is no status; a CALLERROR is no answer at all.
+    EXPECT_EQ(Answer(Request("CARD", kISO14443), "[3,\"m3\",{}]"), 0);
+    EXPECT_EQ(Answer(Request("CARD", kISO14443), "[4,\"m4\",\"InternalError\",\"\",{}]"), TRANSACTIONANSWER_NORESULT);
+}
+
+TEST_F(TransactionAnswerTest, SynchronousSendReadsTheAnswerItself) {
+    answer = "{\"idTokenInfo\":{\"status\":\"Invalid\"}}";
+    MeterBuffer meter;
+    int32_t param = 0;
+    EXPECT_EQ(Ocpp20ProtocolPrivate_TransactionStart(Args(meter), &param), 0) << "sent and answered: the event went";
+    EXPECT_TRUE(Cached("CARD", kISO14443, 4));
+}
