@@ -18,7 +18,7 @@ OCPP_E2E_CAPTURE="$work/e2e.txt" node --test --test-concurrency=2 \
     $(ls tests/e2e/*.test.mjs | grep -v hostile) >/dev/null || echo "(an e2e test failed; its frames are kept anyway)"
 
 step "seeds: store files"
-for store in variablecache.json VariableCharacteristicscache.json csmscfg.json reservation.json; do
+for store in variablecache.json VariableCharacteristicscache.json csmscfg.json reservation.json transactioncache.bin; do
     mkdir -p "$work/stores"
     build/tests/store_writer "$work/stores" "$store" write > "$work/ready" &
     pid=$!

@@ -8,7 +8,8 @@ import os
 import re
 import sys
 
-STORES = ["variablecache.json", "VariableCharacteristicscache.json", "csmscfg.json", "reservation.json"]
+STORES = ["variablecache.json", "VariableCharacteristicscache.json", "csmscfg.json", "reservation.json",
+          "transactioncache.bin"]
 MAX_FRAME = 64 * 1024
 PER_ACTION = 2
 

@@ -22,7 +22,7 @@ using namespace ocpptest;
 namespace {
 
 const char* const kStores[] = {"variablecache.json", "VariableCharacteristicscache.json", "csmscfg.json",
-                               "reservation.json"};
+                               "reservation.json", "transactioncache.bin"};
 
 // Runs the writer; with `killAfterMs` >= 0 it is killed that long after it said "ready".
 std::string RunWriter(const std::string& dir, const char* store, const char* mode, int killAfterMs) {
@@ -64,7 +64,7 @@ TEST(PowerCut, StoreRewrittenWhenThePowerFailsComesBackOldOrNewNeverAsDefaults) 
     std::mt19937 random(20261123);
     for (const char* store : kStores) {
         TempDir dir;
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(6);
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         int cuts = 0;
         int seen[3] = {0, 0, 0};
         // A few cuts even where a start takes a second (sanitizers, emulation), more where it is quick.

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Ocpp20/Process/TransactionFile.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Process/ConnectManager.h"
@@ -77,6 +78,30 @@ int ReadReservations() {
     return 0;
 }
 
+// The transaction file is written whole by its own layer: one open transaction, old or new.
+std::string g_transactionFile;
+const char* const kTxIds[] = {"", "TX-OLD", "TX-NEW"};
+int OpenTransactions(const std::string& path) {
+    g_transactionFile = path;
+    return 1;
+}
+void WriteTransactions(int version) {
+    TransactionItem item;
+    memset(&item, 0, sizeof item);
+    item.evseId = 1;
+    item.connectorId = 1;
+    item.seqNo = version;
+    CTools::CopyField(item.idToken, "TOKEN");
+    CTransactionFile::Write(g_transactionFile, CTransactionFile::Encode({{kTxIds[version], item}}));
+}
+int ReadTransactions() {
+    CTransactionFile::Records records;
+    if (!CTransactionFile::Read(g_transactionFile, &records) || records.size() != 1) return 0;
+    for (int version = 1; version <= 2; ++version)
+        if (records[0].first == kTxIds[version] && records[0].second.seqNo == version) return version;
+    return 0;
+}
+
 struct Store {
     const char* file;
     int (*open)(const std::string& path);
@@ -94,7 +119,7 @@ const Store kStores[] = {
      &WriteProfiles, &ReadProfiles},
     {"reservation.json", [](const std::string& p) { return CReservationManager::GetInstance()->SetStoreFile(p); },
      &WriteReservations, &ReadReservations},
-    // transactioncache.bin joins here once the transaction store has landed.
+    {"transactioncache.bin", &OpenTransactions, &WriteTransactions, &ReadTransactions},
 };
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "FuzzSupport.h"
 #include "Ocpp20/Process/VariableCache.h"
+#include "Ocpp20/Process/TransactionManager.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Process/ConnectManager.h"
 #include "Process/ReservationManager.h"
@@ -38,7 +39,11 @@ const Store kStores[] = {
          CReservationManager::GetInstance()->SetStoreFile(path);
          CReservationManager::Release();
      }},
-    // transactioncache.bin joins here once the transaction store has landed.
+    {"transactioncache.bin",
+     [](const std::string& path) {
+         CTransactionManager::GetInstance()->SetStoreFile(path);
+         CTransactionManager::Release();
+     }},
 };
 
 }  // namespace
