@@ -81,12 +81,23 @@ private:
 
 }  // namespace
 
-CInboundFrame::CInboundFrame(char* text, size_t len) : m_text(text), m_len(len) {}
+namespace {
+// A frame's document takes about twice its text; large frames grow in RapidJSON's usual 64 KiB chunks.
+size_t PoolChunkFor(size_t len) {
+    const size_t kUsualChunk = 64 * 1024;
+    const size_t chunk = 2 * len + 256;
+    return chunk < kUsualChunk ? chunk : kUsualChunk;
+}
+}  // namespace
+
+CInboundFrame::CInboundFrame(char* text, size_t len)
+    : m_text(text), m_len(len), m_pool(PoolChunkFor(len)), m_doc(&m_pool) {}
 
 CInboundFrame::~CInboundFrame() {
     free(m_text);
     // The document's pool goes first, so that the heap handed back includes it.
     rapidjson::Document().Swap(m_doc);
+    m_pool.Clear();
     if (m_len >= kGiveBackBytes) GiveBackHeap();
 }
 

@@ -57,5 +57,7 @@ private:
     char* m_text;
     size_t m_len;
     bool m_parsed = false;
+    // Sized to the text: a queue of small frames must not hold a default-sized pool each.
+    rapidjson::MemoryPoolAllocator<> m_pool;
     rapidjson::Document m_doc;
 };

@@ -155,19 +155,26 @@ void* CMessageCallBack::MessageProc(void* arg) {
 void CMessageCallBack::Loop(uint64_t generation) {
     for (;;) {
         Queued item{nullptr, nullptr};
+        bool drained = false;
         {
             OCPP_SECTION_NAMED(guard, &m_mutex);
             while (m_generation == generation && m_priority.empty() && m_frames.empty()) {
                 m_wake.wait_for(guard, kIdleWait);
             }
             if (m_generation != generation) return;
+            const size_t backlog = m_priority.size() + m_frames.size();
+            if (backlog > m_backlogPeak) m_backlogPeak = backlog;
             std::list<Queued>& from = m_priority.empty() ? m_frames : m_priority;
             item = from.front();
             from.pop_front();
+            drained = backlog == 1 && m_backlogPeak >= kGiveBackBacklog;
+            if (drained) m_backlogPeak = 0;
         }
         Dispatch(item);
         // The frame's document goes as soon as its handler is done.
         Free(item);
+        // A burst of small frames leaves the heap in pieces no single frame would give back.
+        if (drained) CInboundFrame::GiveBackHeap();
     }
 }
 

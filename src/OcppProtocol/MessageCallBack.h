@@ -41,6 +41,8 @@ public:
 
     static const uint32_t kMaxPackageLen = 65535;
     static const uint32_t kMaxRecordLen = 10 * kMaxPackageLen;  // longer records are refused
+    // A backlog this long hands the heap back once it has drained.
+    static const size_t kGiveBackBacklog = 256;
 
 private:
     friend class CSingleton<CMessageCallBack>;
@@ -69,6 +71,7 @@ private:
     std::list<Queued> m_priority;
     std::atomic<bool> m_closed{true};
     uint64_t m_generation = 0;  // a worker runs while this still equals the value it started with
+    size_t m_backlogPeak = 0;   // longest queue since the heap was last handed back
     bool m_hasThread = false;
     pthread_t m_thread{};
 

@@ -582,7 +582,8 @@ int CWebSocketClient::WriteFrame(const char* message, int length, const char* fa
         }
         written = frame->done ? frame->written : 0;
         if (written >= length) {
-            m_iLastOperateTime = CTools::GetCurRunTimeSec();
+            // The link may have gone down while this sender waited to wake: it stays inactive.
+            if (m_iState == 2) m_iLastOperateTime = CTools::GetCurRunTimeSec();
             return 1;
         }
     }

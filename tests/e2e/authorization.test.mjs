@@ -27,6 +27,12 @@ test('Authorize answers are cached, the CSMS keeps the local list, and offline t
     versionNumber: 1, updateType: 'Full', localAuthorizationList: [entry("O'NEIL", 'Accepted')],
   });
   assert.equal(sent.status, 'Accepted');
+  // The station answers before it writes the list: a slow (sanitizer) build needs a moment.
+  for (let i = 0; i < 100; i++) {
+    const list = await s.station.command({ cmd: 'tokenList' });
+    if ((list.items ?? []).some((item) => item.token === "O'NEIL")) break;
+    await new Promise((resolve) => setTimeout(resolve, 50));
+  }
   assert.deepEqual(await authorize(s.station, "O'NEIL"), ['Accepted', 'localList']);
 
   // Offline: an unknown token passes only with OfflineTxForUnknownIdEnabled, a blocked one never.

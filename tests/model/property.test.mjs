@@ -9,6 +9,7 @@ import { spawn } from 'node:child_process';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 import readline from 'node:readline';
+import { mkdirSync, writeFileSync } from 'node:fs';
 
 const sourceDir = process.env.OCPP_SOURCE_DIR || path.resolve(path.dirname(new URL(import.meta.url).pathname), '../..');
 const require = createRequire(path.join(sourceDir, 'package.json'));
@@ -16,6 +17,9 @@ const Ajv = require('ajv');
 const addFormats = require('ajv-formats');
 const schemas = require('ocpp-rpc/lib/schemas/ocpp2_0_1.json');
 const program = process.env.MODEL_ROUNDTRIP;
+// FUZZ_SEEDS=dir keeps one valid frame per message there (scripts/fuzz-seeds.sh makes the fuzz corpora of them).
+const seedDir = process.env.FUZZ_SEEDS;
+if (seedDir) mkdirSync(seedDir, { recursive: true });
 
 // Deterministic, so a failure repeats; change SEED to explore.
 let seed = Number(process.env.SEED || 20240501);
@@ -261,6 +265,7 @@ for (const schema of schemas) {
             const g = generate(schema, defs, mode, edge);
             assert.ok(validate(g.value), `generated payload invalid: ${JSON.stringify(validate.errors)}`);
             const id = `id-${mode}-${between(1, 1e6)}`;
+            if (seedDir && mode === 'full' && !edge) writeFileSync(path.join(seedDir, msg.type), frameFor(msg, id, g.value));
             const res = await rt.run(msg.type, frameFor(msg, id, g.value));
             assert.equal(res.threw, false, `${mode} payload refused: ${res.error}`);
             const head = msg.isRequest ? `[2,"${id}","${msg.action}",\n` : `[3,"${id}",\n`;

@@ -15,7 +15,7 @@
 
 using namespace ocpptest;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__arm__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
 constexpr bool kMemoryFiguresMeaningful = false;
 #else
 constexpr bool kMemoryFiguresMeaningful = true;
@@ -88,7 +88,7 @@ TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehi
     EXPECT_EQ(events.frames, 0) << "an oversize frame must never reach the protocol engine";
 
     // A 1 MiB array payload: memory proportional to the text, and given back afterwards.
-    // The sanitizer's allocator keeps freed blocks, and an emulator's own memory counts as
+    // A sanitizer's allocator keeps freed blocks, and an emulator's own memory counts as
     // ours: the figures mean something only in a plain native build.
     if (!kMemoryFiguresMeaningful) return;
     OcppProtocol_SetMaxFrameBytes(2 * 1024 * 1024);

@@ -1,6 +1,7 @@
 // A CSMS for the end-to-end tests: an ocpp-rpc server in strict mode that
 // records every call the station makes and answers with scripted defaults.
 import { EventEmitter } from 'node:events';
+import { appendFileSync } from 'node:fs';
 import https from 'node:https';
 import rpc from 'ocpp-rpc';
 
@@ -73,6 +74,9 @@ export class Csms extends EventEmitter {
 
   #attach(client) {
     this.clients.push(client);
+    // OCPP_E2E_CAPTURE=file keeps every frame sent to the station, one per line (fuzzing seeds).
+    const capture = process.env.OCPP_E2E_CAPTURE;
+    if (capture) client.on('message', (m) => { if (m.outbound) appendFileSync(capture, `${m.message}\n`); });
     client.on('strictValidationFailure', (e) => {
       this.failures.push({ method: e.method, outbound: e.outbound, isCall: e.isCall, error: String(e.error) });
     });
