@@ -163,6 +163,36 @@ test('the CSMS starts and stops sessions remotely, with or without a charging pr
   assert.ok(txEvents(csms, plugged).some((e) => e.transactionInfo.remoteStartId === 9), 'the session carries the remote start id');
 });
 
+test('a session is stopped by its own token, a token of its group or a master pass, which cannot start one', async (t) => {
+  const { csms, station } = await online(t);
+  const groups = { 'CARD-A': 'FLEET', 'CARD-B': 'FLEET', 'CARD-C': 'OTHER', MASTER: 'MASTERS' };
+  csms.handle('Authorize', ({ params }) => ({ idTokenInfo: { status: 'Accepted',
+    groupIdToken: { idToken: groups[params.idToken.idToken] ?? 'NONE', type: 'Central' } } }));
+  assert.deepEqual(await setVariables(csms.client, 'AuthCtrlr', { MasterPassGroupId: 'MASTERS' }), ['Accepted']);
+  await act(station, { cmd: 'plug' });
+  const stop = async (token, expect) => {
+    const r = await act(station, { cmd: 'token', token, reason: token === 'MASTER' ? 'MasterPass' : 'Local' }, expect ? 1 : 0);
+    assert.equal(r.open, !expect, `${token} ${expect ? 'ends' : 'leaves'} the session`);
+    return r;
+  };
+
+  let tx = (await act(station, { cmd: 'token', token: 'CARD-A' })).transactionId;
+  await stop('CARD-A', true);
+  tx = (await act(station, { cmd: 'token', token: 'CARD-A' })).transactionId;
+  assert.equal((await stop('CARD-C', false)).status, 'Invalid');
+  await stop('CARD-B', true);
+  const byGroup = await waitForEvent(csms, { transactionId: tx, eventType: 'Ended' });
+  assert.equal(byGroup.transactionInfo.stoppedReason, 'Local');
+
+  const master = await act(station, { cmd: 'token', token: 'MASTER' }, 0);
+  assert.deepEqual([master.action, master.status, master.errorCode], ['start', 'Invalid', 1]);
+  tx = (await act(station, { cmd: 'token', token: 'CARD-C' })).transactionId;
+  await stop('MASTER', true);
+  const byMaster = await waitForEvent(csms, { transactionId: tx, eventType: 'Ended' });
+  assert.equal(byMaster.transactionInfo.stoppedReason, 'MasterPass');
+  assert.equal(txEvents(csms).filter((e) => e.eventType === 'Started').length, 3, 'the master pass started nothing');
+});
+
 test('meter values while charging, periodic ones switched off by TxUpdatedInterval 0, and GetTransactionStatus', async (t) => {
   const { csms, station } = await online(t);
   const { client } = csms;
@@ -170,6 +200,9 @@ test('meter values while charging, periodic ones switched off by TxUpdatedInterv
   await act(station, { cmd: 'plug' });
   const tx = (await act(station, { cmd: 'token', token: 'CARD-M' })).transactionId;
   await act(station, { cmd: 'charge', state: 'Charging', power: 7200, current: 31 });
+  assert.deepEqual(await client.call('GetTransactionStatus', { transactionId: tx }),
+    { ongoingIndicator: true, messagesInQueue: false });
+  assert.deepEqual(await client.call('GetTransactionStatus', {}), { messagesInQueue: true });
 
   await act(station, { cmd: 'meter', energy: 1000, soc: 40, interval: 1 });
   const periodicCount = () => txEvents(csms, tx).filter((e) => e.triggerReason === 'MeterValuePeriodic').length;
@@ -196,6 +229,8 @@ test('meter values while charging, periodic ones switched off by TxUpdatedInterv
   await act(station, { cmd: 'unplug' });
   await waitForEvent(csms, { transactionId: tx, eventType: 'Ended' });
   await station.waitFor({ event: 'meter', transactionId: tx, stopped: true });
+  assert.deepEqual(await client.call('GetTransactionStatus', { transactionId: tx }),
+    { ongoingIndicator: false, messagesInQueue: false });
   assert.deepEqual(await client.call('GetTransactionStatus', {}), { messagesInQueue: false });
 });
 
