@@ -217,6 +217,9 @@ TEST_F(OfflineQueue, SilentCsmsSeesTheEventMessageAttemptsTimesUnderNewIdsWithGr
     EXPECT_EQ(link.Count(), 1u);
     CTools::AdvanceClockMs(10000);
     ASSERT_TRUE(WaitFor([&] { return link.Count() == 2; }));
+    // The pause is measured from after the failed send: let it begin before moving the clock.
+    ASSERT_TRUE(WaitFor([&] { return log.Count("20:MsgSendTimerProc going attempts<tx-1>") == 2; }));
+    CTools::SleepMs(300);
     CTools::AdvanceClockMs(10000);
     CTools::SleepMs(300);
     EXPECT_EQ(link.Count(), 2u) << "the second pause is twice the interval";
