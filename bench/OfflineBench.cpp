@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "LinkSeam.h"
 #include "Ocpp20/TransactionMsgQueue.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OcppSendSeam.h"
@@ -16,11 +17,8 @@
 
 namespace {
 
-int DropSend(const char*, int) { return 1; }
-int EchoRequest(const char* id, const char*, int, char* response, int capacity, int* responseLen) {
-    *responseLen = snprintf(response, static_cast<size_t>(capacity), "[3,\"%s\",\n{}]", id);
-    return 1;
-}
+using benchlink::DropSend;
+using benchlink::EchoRequest;
 bool Up() { return true; }
 
 // On disk, not tmpfs: the figure must include the fsync.

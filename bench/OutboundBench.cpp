@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "LinkSeam.h"
 #include "Ocpp20/OcppProtocol20.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OcppSendSeam.h"
@@ -12,12 +13,8 @@
 
 namespace {
 
-int DropSend(const char*, int) { return 1; }
-int EchoRequest(const char* id, const char*, int, char* response, int capacity, int* responseLen) {
-    const int n = snprintf(response, static_cast<size_t>(capacity), "[3,\"%s\",\n{}]", id);
-    *responseLen = n;
-    return 1;
-}
+using benchlink::DropSend;
+using benchlink::EchoRequest;
 
 void BM_StatusNotificationRoundTrip(benchmark::State& state) {
     const OCPPPROTOCOL protocol = g_eOcppProtocol.load();

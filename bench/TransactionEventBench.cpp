@@ -10,17 +10,15 @@
 #include <cstdio>
 #include <vector>
 
+#include "LinkSeam.h"
 #include "Ocpp20/Ocpp20Transaction.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OcppSendSeam.h"
 
 namespace {
 
-int DropSend(const char*, int) { return 1; }
-int EchoRequest(const char* id, const char*, int, char* response, int capacity, int* responseLen) {
-    *responseLen = snprintf(response, static_cast<size_t>(capacity), "[3,\"%s\",\n{}]", id);
-    return 1;
-}
+using benchlink::DropSend;
+using benchlink::EchoRequest;
 
 void BM_TransactionUpdateTenMeterItems(benchmark::State& state) {
     const OCPPPROTOCOL protocol = g_eOcppProtocol.load();
