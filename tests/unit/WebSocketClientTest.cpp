@@ -5,6 +5,7 @@
 #include <cstring>
 #include <future>
 #include <limits>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,26 +13,14 @@
 #include "TestSupport.h"
 #include "Util/Tools.h"
 #include "WebSocket/WebSocketClient.h"
+#include "WebSocket/WebSocketConnect.h"
 #include "WsTestPeers.h"
 
 using namespace ocpptest;
 
 namespace {
-std::string Url(int port, const std::string& path = "ocpp/CP001") {
-    return "ocpp2.0.1://127.0.0.1:" + std::to_string(port) + "/" + path;
-}
-
-// Our own server insists on Basic authentication, so these clients always carry it.
-bool ConnectToCsms(CWebSocketClient& client, RecordingClientEvents& link, RecordingCsms& csms, int64_t timeoutSec = 5) {
-    client.SetNamePwd("CP001", "secret");
-    if (!client.Init(Url(csms.Port()).c_str(), &link, timeoutSec)) return false;
-    return WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000) && csms.WaitSession();
-}
-
-// The bare server needs no credentials.
-bool ConnectToRaw(CWebSocketClient& client, RecordingClientEvents& link, RawWsServer& raw, int64_t timeoutSec = 5) {
-    return client.Init(Url(raw.Port()).c_str(), &link, timeoutSec) == 1 &&
-           WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000);
+std::string Url(int port, const std::string& scheme = "ocpp2.0.1") {
+    return scheme + "://127.0.0.1:" + std::to_string(port) + "/ocpp/CP001";
 }
 
 int64_t ElapsedMs(std::chrono::steady_clock::time_point since) {
@@ -51,16 +40,88 @@ std::future<int> RequestAsync(CWebSocketClient& client, const std::string& id) {
         return client.SendMessage(id.c_str(), request.c_str(), static_cast<int>(request.size()), answer, &len);
     });
 }
-}  // namespace
 
-// Every test declares its RecordingClientEvents before the client: upcalls may come until the client
+// The station end of a link. The events come first: upcalls may come until the client
 // has closed, which its destructor does last.
+struct StationLink {
+    bool Start(int port, const std::string& scheme = "ocpp2.0.1", int64_t timeoutSec = 5) {
+        return client.Init(Url(port, scheme).c_str(), &link, timeoutSec) == 1;
+    }
+    bool Connects(int port, const std::string& scheme = "ocpp2.0.1", int64_t timeoutSec = 5) {
+        return Start(port, scheme, timeoutSec) && WaitFor([&] { return link.connected == 1; }, 5000);
+    }
+    // The link fails without ever coming up.
+    bool Refused(int port) {
+        return Start(port) && WaitFor([&] { return link.errors == 1; }, 5000) && link.connected == 0;
+    }
+    RecordingClientEvents link;
+    CWebSocketClient client;
+};
 
-namespace {
+// A security-profile-2 client trusting `ca`.
+void ConfigureProfile2(CWebSocketClient& client, const std::string& ca) {
+    client.SetConnType(CONNTYPE_TLS_BASIC);
+    client.SetNamePwd("CP001", "secret");
+    client.SetSsl(nullptr, nullptr, ca.c_str());
+}
+
+std::string Dump(LogCapture& log) {
+    std::string all;
+    for (const auto& line : log.Lines()) all += line.text + "\n";
+    return all;
+}
+
+// A host that answers every message from inside its callback.
+class AnsweringHost : public CWebSocketServerCallBack {
+public:
+    void OnNewSession(CWebSocketServer*, struct lws* connection) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        session = connection;
+        ++opened;
+    }
+    void OnCloseSession(CWebSocketServer*, struct lws*) override { ++closed; }
+    void OnMessage(CWebSocketServer* server, struct lws* connection, const char* data, int length) override {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            messages.emplace_back(data, static_cast<size_t>(length));
+        }
+        replied = server->SendMessage(connection, "[3,\"echo\",{}]");
+    }
+    struct lws* Session() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return session;
+    }
+    std::mutex mutex;
+    struct lws* session = nullptr;
+    std::vector<std::string> messages;
+    std::atomic<int> opened{0};
+    std::atomic<int> closed{0};
+    std::atomic<int> replied{-1};
+};
+
+// An upper layer that, wrongly, makes a synchronous request from the connect callback.
+class RequestingLink : public RecordingClientEvents {
+public:
+    void OnConnectSuccess() override {
+        const std::string frame = "[2,\"cb-1\",\"BootNotification\",{}]";
+        char answer[256];
+        int len = sizeof(answer);
+        result = client->SendMessage("cb-1", frame.c_str(), static_cast<int>(frame.size()), answer, &len);
+        RecordingClientEvents::OnConnectSuccess();
+    }
+    CWebSocketClient* client = nullptr;
+    std::atomic<int> result{-1};
+};
+
 // A client linked to the library's own server playing the CSMS; the clock is restored afterwards.
 class WebSocketCsms : public ::testing::Test {
 protected:
-    bool Connect(int64_t timeoutSec = 5) { return csms.Started() && ConnectToCsms(client, link, csms, timeoutSec); }
+    // Our own server insists on Basic authentication.
+    bool Connect(int64_t timeoutSec = 5) {
+        client.SetNamePwd("CP001", "secret");
+        return csms.Started() && client.Init(Url(csms.Port()).c_str(), &link, timeoutSec) == 1 &&
+               WaitFor([&] { return link.connected == 1; }, 5000) && csms.WaitSession();
+    }
     ClockGuard clock;
     RecordingCsms csms;
     RecordingClientEvents link;
@@ -117,11 +178,10 @@ TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthOnlyWithCreden
     };
     for (const Case& c : cases) {
         RawWsServer raw;
-        RecordingClientEvents link;
-        CWebSocketClient client;
-        client.SetConnType(CONNTYPE_WS);  // the header depends on the credentials, not the type
-        if (c.user != nullptr) client.SetNamePwd(c.user, c.password);
-        ASSERT_EQ(client.Init(Url(raw.Port()).c_str(), &link, 5), 1);
+        StationLink station;
+        station.client.SetConnType(CONNTYPE_WS);  // the header depends on the credentials, not the type
+        if (c.user != nullptr) station.client.SetNamePwd(c.user, c.password);
+        ASSERT_TRUE(station.Start(raw.Port()));
         const std::string request = raw.WaitRequest();
         EXPECT_EQ(request.rfind("GET /ocpp/CP001 HTTP/1.1\r\n", 0), 0u) << request;
         EXPECT_NE(request.find("Sec-WebSocket-Protocol: ocpp2.0.1"), std::string::npos) << request;
@@ -130,7 +190,7 @@ TEST(WebSocketHandshake, RequestCarriesSubprotocolPathAndBasicAuthOnlyWithCreden
         } else {
             EXPECT_EQ(request.find("Authorization:"), std::string::npos) << request;
         }
-        EXPECT_TRUE(WaitFor([&] { return link.connected == 1; }));
+        EXPECT_TRUE(WaitFor([&] { return station.link.connected == 1; }));
     }
 }
 
@@ -163,13 +223,13 @@ TEST_F(WebSocketCsms, ConnectsReportsOnceAndExchangesFramesBothWays) {
 
 TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndFailsWaitingRequestsAtTheNextSweep) {
     RawWsServer raw;
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToRaw(client, link, raw, 60));
+    StationLink station;
+    ASSERT_TRUE(station.Connects(raw.Port(), "ocpp2.0.1", 60));
+    CWebSocketClient& client = station.client;
     auto pending = RequestAsync(client, "in-flight");
     ASSERT_TRUE(WaitFor([&] { return !raw.Received().empty(); }, 5000));
     raw.CloseConnection();
-    ASSERT_TRUE(WaitFor([&] { return link.errors >= 1; }, 5000));
+    ASSERT_TRUE(WaitFor([&] { return station.link.errors >= 1; }, 5000));
     EXPECT_EQ(client.IsWebSocketConnected(), 0);
     EXPECT_EQ(client.GetLastOperateTimeSec(), 0);
     EXPECT_EQ(Send(client, "[2,\"x\",\"Heartbeat\",{}]"), 0);
@@ -177,24 +237,8 @@ TEST(WebSocketLink, ServerDroppingTheLinkIsReportedOnceAndFailsWaitingRequestsAt
     ASSERT_EQ(pending.wait_for(std::chrono::seconds(2)), std::future_status::ready);
     EXPECT_EQ(pending.get(), 0);
     client.Close();
-    EXPECT_EQ(link.errors, 1);
+    EXPECT_EQ(station.link.errors, 1);
 }
-
-namespace {
-// An upper layer that, wrongly, makes a synchronous request from the connect callback.
-class RequestingLink : public RecordingClientEvents {
-public:
-    void OnConnectSuccess() override {
-        const std::string frame = "[2,\"cb-1\",\"BootNotification\",{}]";
-        char answer[256];
-        int len = sizeof(answer);
-        result = client->SendMessage("cb-1", frame.c_str(), static_cast<int>(frame.size()), answer, &len);
-        RecordingClientEvents::OnConnectSuccess();
-    }
-    CWebSocketClient* client = nullptr;
-    std::atomic<int> result{-1};
-};
-}  // namespace
 
 TEST(WebSocketLink, RequestFromInsideALinkCallbackIsRefusedInsteadOfStallingTheLink) {
     RecordingCsms csms;
@@ -216,20 +260,17 @@ TEST(WebSocketLink, UnreachableCsmsReportsAConnectionError) {
         RawWsServer closed;  // take a free port, then free it again
         port = closed.Port();
     }
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_EQ(client.Init(Url(port).c_str(), &link, 5), 1);
-    EXPECT_TRUE(WaitFor([&] { return link.errors == 1; }, 5000));
-    EXPECT_EQ(link.connected, 0);
-    client.Close();
-    EXPECT_EQ(link.errors, 1);
+    StationLink station;
+    EXPECT_TRUE(station.Refused(port));
+    station.client.Close();
+    EXPECT_EQ(station.link.errors, 1);
 }
 
 TEST(WebSocketReceive, FragmentedAndLargeFramesArriveWhole) {
     RawWsServer raw;
-    RecordingClientEvents link;
-    CWebSocketClient client;
-    ASSERT_TRUE(ConnectToRaw(client, link, raw));
+    StationLink station;
+    ASSERT_TRUE(station.Connects(raw.Port()));
+    RecordingClientEvents& link = station.link;
 
     // Text frame without FIN, a continuation, then the final continuation.
     ASSERT_TRUE(raw.SendFrame(0x01, "[2,\"frag-1\","));
@@ -355,14 +396,14 @@ TEST_F(WebSocketCsms, UnansweredCsmsCallGetsOneRequestTimeoutUnderItsOwnIdAndThe
 TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     ClockGuard clock;
     RawWsServer raw;  // never answers pings
-    RecordingClientEvents link;
-    CWebSocketClient client;
+    StationLink station;
+    CWebSocketClient& client = station.client;
     LogCapture log;
     client.SetPingInterval(30);
     // Frozen before connecting: the link's last activity and the checks below
     // must see the same second, however slow the machine.
     CTools::FreezeClock(true);
-    ASSERT_TRUE(ConnectToRaw(client, link, raw));
+    ASSERT_TRUE(station.Connects(raw.Port()));
 
     CTools::AdvanceClockMs(30000);
     client.CheckPing();
@@ -373,16 +414,16 @@ TEST(WebSocketPing, MissedPongMarksTheLinkLostOnceEvenWhileFramesArrive) {
     EXPECT_EQ(raw.Received()[0] & 0x0f, 0x9) << "a ping frame goes out first";
 
     ASSERT_TRUE(raw.SendFrame(0x81, "[2,\"still\",\"Heartbeat\",{}]"));
-    ASSERT_TRUE(WaitFor([&] { return link.Messages().size() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return station.link.Messages().size() == 1; }));
     CTools::AdvanceClockMs(31000);
     client.CheckPing();
-    EXPECT_EQ(link.errors, 1);
+    EXPECT_EQ(station.link.errors, 1);
     EXPECT_EQ(client.IsWebSocketConnected(), 0);
     EXPECT_EQ(client.GetLastOperateTimeSec(), 0);
     EXPECT_TRUE(log.Contains("PONG NOT RECEIVE"));
     CTools::AdvanceClockMs(31000);
     client.CheckPing();
-    EXPECT_EQ(link.errors, 1) << "a lost link is reported once";
+    EXPECT_EQ(station.link.errors, 1) << "a lost link is reported once";
 }
 
 TEST_F(WebSocketCsms, AnsweredPingKeepsTheLinkUp) {
@@ -432,4 +473,145 @@ TEST_F(WebSocketCsms, HostileFramesFromTheCsmsAreDroppedAndTheLinkStaysUsable) {
     EXPECT_EQ(link.errors, 0);
     EXPECT_EQ(Send(client, "[3,\"after\",{\"status\":\"Accepted\"}]"), 1);
     EXPECT_TRUE(csms.WaitMessageContaining("after"));
+}
+
+TEST(WebSocketTls, CsmsCertificateFromAnUnknownCaIsRefusedAndOneSignedByTheProfileCaCarriesFrames) {
+    TempDir dir, otherDir;
+    TestPki pki = MakeTestPki(dir.path(), "127.0.0.1");
+    TestPki other = MakeTestPki(otherDir.path(), "127.0.0.1");
+    ASSERT_FALSE(pki.serverCert.empty()) << "openssl could not make the test certificates";
+    ASSERT_FALSE(other.caCert.empty());
+    RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, pki.caCert);
+    ASSERT_TRUE(csms.Started());
+    LogCapture log;
+    {
+        StationLink untrusting;
+        ConfigureProfile2(untrusting.client, other.caCert);
+        ASSERT_TRUE(untrusting.Refused(csms.Port()));
+        EXPECT_EQ(untrusting.client.GetTlsFailures(), TLSFAIL_CSMS_CERTIFICATE) << Dump(log);
+        EXPECT_EQ(csms.sessionsOpened, 0);
+    }
+    log.Clear();
+    StationLink station;
+    ConfigureProfile2(station.client, pki.caCert);
+    ASSERT_TRUE(station.Connects(csms.Port()));
+    EXPECT_TRUE(log.Contains("===>Enable Ssl"));
+    // The session is logged just after the link is announced, on the service thread.
+    EXPECT_TRUE(WaitFor([&] { return log.Contains("Cipher Suite: TLS_"); }, 5000));
+    EXPECT_TRUE(log.Contains("get peer certificate subject=/CN=127.0.0.1"));
+    ASSERT_TRUE(csms.WaitSession());
+    ASSERT_TRUE(csms.Send("[2,\"tls-1\",\"Reset\",{}]"));
+    ASSERT_TRUE(WaitFor([&] { return station.link.Messages().size() == 1; }));
+    EXPECT_EQ(Send(station.client, "[3,\"tls-1\",{\"status\":\"Accepted\"}]"), 1);
+    EXPECT_TRUE(csms.WaitMessageContaining("tls-1"));
+    EXPECT_EQ(station.client.GetTlsFailures(), 0);
+    station.client.Close();
+    EXPECT_EQ(station.link.errors, 0);
+}
+
+TEST(WebSocketTls, WildcardCertificateOfTheConfiguredTestDomainIsRefused) {
+    TempDir dir;
+    TestPki pki = MakeTestPki(dir.path(), "*.certlab.example");
+    ASSERT_FALSE(pki.serverCert.empty());
+    RecordingCsms csms("ocpp2.0.1", pki.serverCert, pki.serverKey, pki.caCert);
+    {
+        // Without the setting the same certificate is fine (its address entry matches),
+        // so a refusal below is the Common Name rule and nothing else.
+        CWebSocketClient::SetWildcardRefusedDomain("");
+        StationLink station;
+        ConfigureProfile2(station.client, pki.caCert);
+        ASSERT_TRUE(station.Connects(csms.Port()));
+    }
+    CWebSocketClient::SetWildcardRefusedDomain("certlab");
+    LogCapture log;
+    StationLink station;
+    ConfigureProfile2(station.client, pki.caCert);
+    ASSERT_TRUE(station.Refused(csms.Port()));
+    EXPECT_TRUE(log.Contains("verify peer certificate CommonName fail=*.certlab.example"));
+    EXPECT_EQ(station.client.GetTlsFailures(), TLSFAIL_CSMS_CERTIFICATE);
+    station.client.Close();
+    CWebSocketClient::SetWildcardRefusedDomain("");
+
+    EXPECT_FALSE(CWebSocketClient::IsRefusedWildcardCommonName("*.certlab.example"));
+    CWebSocketClient::SetWildcardRefusedDomain("certlab");
+    EXPECT_TRUE(CWebSocketClient::IsRefusedWildcardCommonName("*.certlab.example"));
+    EXPECT_FALSE(CWebSocketClient::IsRefusedWildcardCommonName("csms.certlab.example")) << "only wildcards";
+    EXPECT_FALSE(CWebSocketClient::IsRefusedWildcardCommonName("*.other.example"));
+    CWebSocketClient::SetWildcardRefusedDomain("");
+}
+
+TEST(LocalServer, SessionsWithoutBasicAuthenticationAreRefusedAndThePasswordIsNotLogged) {
+    RecordingCsms csms;
+    LogCapture log;
+    {
+        StationLink anonymous;
+        ASSERT_TRUE(anonymous.Refused(csms.Port()));
+        EXPECT_TRUE(log.Contains("missing basic"));
+        EXPECT_EQ(csms.sessionsOpened, 0);
+    }
+    StationLink station;
+    station.client.SetNamePwd("CP001", "s3cr3t");
+    ASSERT_TRUE(station.Connects(csms.Port()));
+    EXPECT_TRUE(log.Contains("AUTHORIZATION:CP001:"));
+    for (const auto& line : log.Lines()) EXPECT_EQ(line.text.find("s3cr3t"), std::string::npos) << line.text;
+}
+
+TEST(LocalServer, HostStartsServerAnswersFromItsCallbackAndCanDropASession) {
+    AnsweringHost host;
+    CWebSocketServer* server = OcppProtocol_StartWebSocketServer(0, &host);
+    ASSERT_NE(server, nullptr);
+    StationLink station;
+    station.client.SetNamePwd("host", "pw");
+    // The scheme names the subprotocol: "ws" is the local server's.
+    ASSERT_TRUE(station.Connects(server->GetPort(), "ws"));
+    ASSERT_TRUE(WaitFor([&] { return host.opened == 1; }));
+    const std::string frame = "[2,\"h-1\",\"Heartbeat\",{}]";
+    ASSERT_EQ(Send(station.client, frame), 1);
+    ASSERT_TRUE(WaitFor([&] { return station.link.Messages().size() == 1; }));
+    EXPECT_EQ(station.link.Messages()[0], "[3,\"echo\",{}]");
+    {
+        std::lock_guard<std::mutex> lock(host.mutex);
+        ASSERT_EQ(host.messages.size(), 1u);
+        EXPECT_EQ(host.messages[0], frame);
+    }
+    EXPECT_EQ(host.replied, 1);
+
+    // From another thread the host learns what the write did.
+    EXPECT_EQ(server->SendMessage(host.Session(), "[2,\"h-2\",\"Reset\",{}]"), 1);
+    ASSERT_TRUE(WaitFor([&] { return station.link.Messages().size() == 2; }));
+    EXPECT_EQ(server->SendMessage(nullptr, "x"), 0) << "unknown session";
+
+    server->RemoveConnection(host.Session());
+    EXPECT_TRUE(WaitFor([&] { return station.link.errors == 1; }, 5000)) << "a dropped session ends the client's link";
+    EXPECT_TRUE(WaitFor([&] { return host.closed == 1; }, 5000));
+    EXPECT_EQ(OcppProtocol_StopWebSocketServer(&server), 1);
+    EXPECT_EQ(server, nullptr);
+    EXPECT_EQ(OcppProtocol_StopWebSocketServer(&server), 0);
+    EXPECT_EQ(OcppProtocol_StopWebSocketServer(nullptr), 0);
+}
+
+TEST(ConnectionProbe, ReportsWhetherAProfileCanConnectWithinItsTimeout) {
+    RecordingCsms csms;
+    ConnectParam good{};
+    strncpy(good.szName, "CP001", sizeof(good.szName) - 1);
+    strncpy(good.szPwd, "secret", sizeof(good.szPwd) - 1);
+    good.eConnType = CONNTYPE_BASIC;
+    CWebSocketConnect probe;
+    EXPECT_EQ(probe.CheckConnection(Url(csms.Port()).c_str(), 5, &good), 1);
+    EXPECT_TRUE(WaitFor([&] { return csms.sessionsClosed == 1; }, 5000)) << "the probe leaves no session behind";
+
+    // Our server needs Basic authentication: an empty parameter block cannot connect.
+    CWebSocketConnect refused;
+    EXPECT_EQ(refused.CheckConnection(Url(csms.Port()).c_str(), 5, nullptr), 0);
+
+    RawWsServer silent(false);  // accepts TCP but never completes the handshake
+    LogCapture log;
+    CWebSocketConnect slow;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(slow.CheckConnection(Url(silent.Port()).c_str(), 1, &good), 0);
+    EXPECT_GE(ElapsedMs(start), 900);
+    EXPECT_LT(ElapsedMs(start), 3000);
+    EXPECT_TRUE(log.Contains("TestConnect Timieout"));
+    EXPECT_NE(silent.WaitRequest(100).find("Authorization: Basic Q1AwMDE6c2VjcmV0"), std::string::npos)
+        << "the probe authenticates like the client";
 }
