@@ -7,6 +7,10 @@
 #include <thread>
 #include <vector>
 
+#include "Engine20.h"
+#include "FrameSchema.h"
+#include "Ocpp20/Process/VariableCache.h"
+#include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
 #include "RecordingHost.h"
@@ -19,6 +23,14 @@
 using namespace ocpptest;
 
 namespace {
+
+// The profile ids in the order the store file lists them.
+std::vector<int> StoredIds(const std::string& path) {
+    const Json::Value root = ReadJson(path);
+    std::vector<int> ids;
+    for (const Json::Value& v : root["connectinfo"]) ids.push_back(v["id"].asInt());
+    return ids;
+}
 
 class ConnectManagerTest : public ::testing::Test {
 protected:
@@ -133,11 +145,8 @@ TEST_F(ConnectManagerTest, ConcurrentChangesLeaveTheStoreEqualToTheFinalState) {
 
     EXPECT_EQ(log.Count("SyncToFile: "), 0u) << "no write may fail";
     EXPECT_FALSE(CFileUtil::Exists(store + "1"));
-    const Json::Value root = ReadJson(store);
-    EXPECT_EQ(root["isacceptedbycsms"].asInt(), 1);
-    std::vector<int> stored;
-    for (const Json::Value& v : root["connectinfo"]) stored.push_back(v["id"].asInt());
-    EXPECT_EQ(stored, Ids(manager->GetConnItems()));
+    EXPECT_EQ(ReadJson(store)["isacceptedbycsms"].asInt(), 1);
+    EXPECT_EQ(StoredIds(store), Ids(manager->GetConnItems()));
 }
 
 TEST_F(ConnectManagerTest, BackOffDefaultsToThreeSecondsAndThresholdsGuardTheParameters) {
@@ -224,11 +233,8 @@ TEST_F(ConnectManagerTest, ActivationProbesListedSlotsByPriorityAndDropsWeakerPr
 
     // Connected on security profile 2: profiles 0 and 1 are gone for good.
     ASSERT_TRUE(WaitFor([&] { return ReadJson(store)["connectpriority"].asString() == "3"; }, 3000));
-    const Json::Value root = ReadJson(store);
-    std::vector<int> stored;
-    for (const Json::Value& v : root["connectinfo"]) stored.push_back(v["id"].asInt());
-    EXPECT_EQ(stored, (std::vector<int>{4, 3, 5}));
-    EXPECT_EQ(root["curconnection"]["id"].asInt(), 3);
+    EXPECT_EQ(StoredIds(store), (std::vector<int>{4, 3, 5}));
+    EXPECT_EQ(ReadJson(store)["curconnection"]["id"].asInt(), 3);
     EXPECT_TRUE(log.Contains("^^^^^^^^^^^^^^Test Connect Succcess^^^^^^^^^^^^^^^^^^^^\n"));
 }
 
@@ -301,6 +307,91 @@ TEST_F(ConnectManagerTest, ReleaseWakesASenderBlockedOnTheCsmsAndLeavesNothingBe
         << "the sender still waits for its 30 s time-out";
     EXPECT_EQ(sender.get(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
+// Profiles the CSMS changes: SetNetworkProfile and NetworkConfigurationPriority.
+class NetworkProfile : public Engine20 {
+protected:
+    void SetUp() override {
+        CConnectManager::Release();
+        CConnectManager::SetCertDir(dir.path());
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
+        manager = CConnectManager::GetInstance();
+        manager->SetStoreFile(store);
+    }
+    void TearDown() override {
+        CConnectManager::Release();
+        CConnectManager::SetCertDir("/usrfs/conf/ocpp20/cert/");
+        Engine20::TearDown();
+    }
+    std::string store = dir.file("csmscfg.json");
+    CConnectManager* manager = nullptr;
+};
+
+std::string NetworkProfileCall(const std::string& id, int slot, int securityProfile, const std::string& url,
+                               int messageTimeout = 30) {
+    return "[2,\"" + id + "\",\"SetNetworkProfile\",{\"configurationSlot\":" + std::to_string(slot) +
+           ",\"connectionData\":{\"ocppVersion\":\"OCPP20\",\"ocppTransport\":\"JSON\",\"ocppCsmsUrl\":\"" + url +
+           "\",\"messageTimeout\":" + std::to_string(messageTimeout) +
+           ",\"securityProfile\":" + std::to_string(securityProfile) +
+           ",\"ocppInterface\":\"Wired0\"}}]";
+}
+
+TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 5);
+    manager->BackUpCurConnectionItem(manager->GetConnItems()[0]);
+
+    DeliverTo20(NetworkProfileCall("n1", 2, 1, "ws://two.example/ocpp"));
+    ASSERT_EQ(link.Count(), 1u);
+    EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
+    ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
+    EXPECT_EQ(manager->GetConnItems()[1].messageTimeout, 30);
+    EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two.example/ocpp");
+    EXPECT_EQ(StoredIds(store), (std::vector<int>{1, 2}));
+
+    DeliverTo20(NetworkProfileCall("n2", 3, 0, "ws://three.example/ocpp"));
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "security profile 0 after 1";
+    DeliverTo20(NetworkProfileCall("n3", 4, 2, "wss://four.example/ocpp"));
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "no CA for security profile 2";
+    DeliverTo20(NetworkProfileCall("n4", 5, 1, "wss://five.example/ocpp"));
+    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos) << "wss with a plain security profile";
+    EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
+
+    // Same slot again replaces the profile.
+    DeliverTo20(NetworkProfileCall("n5", 2, 1, "ws://two-b.example/ocpp"));
+    ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
+    EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two-b.example/ocpp");
+}
+
+TEST_F(NetworkProfile, CsmsMessageTimeoutIsBoundedToAnHourWhereverAProfileComesFrom) {
+    DeliverTo20(NetworkProfileCall("n1", 2, 0, "ws://two.example/ocpp", 2147483647));
+    EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
+    ASSERT_EQ(manager->GetConnItems().size(), 1u);
+    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
+
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 2147483647);
+    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
+
+    WriteText(store, "{\"connectinfo\":[{\"id\":3,\"messagetimeout\":2147483647,\"url\":\"ws://x/y\"}]}");
+    CConnectManager::Release();
+    manager = CConnectManager::GetInstance();
+    manager->SetStoreFile(store);
+    ASSERT_EQ(manager->GetConnItems().size(), 1u);
+    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
+}
+
+TEST_F(NetworkProfile, NetworkPriorityVariableReordersProfilesOrIsRejected) {
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
+    manager->AddConnItem(Profile(2, CONNTYPE_WS, "ws://two.example/ocpp"));
+    VariableDataItem20 item = VariableDataItem20::Make("OCPPCommCtrlr", "NetworkConfigurationPriority", "");
+    CTools::CopyField(item.attributeValue, "2,1");
+    EXPECT_EQ(CVariableCache::GetInstance()->CheckSetVariable(item), VARIABLESTATUS_REBOOTREQUIRED);
+    EXPECT_EQ(manager->GetConnectPriority(), "2,1");
+    EXPECT_EQ(manager->GetConnItems()[1].priority, 2);
+
+    CTools::CopyField(item.attributeValue, "3,1");
+    EXPECT_EQ(CVariableCache::GetInstance()->CheckSetVariable(item), VARIABLESTATUS_REJECTED);
+    EXPECT_EQ(manager->GetConnectPriority(), "2,1");
 }
 
 }  // namespace
