@@ -3,11 +3,9 @@
 #include <Ocpp20Protocol.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -81,6 +79,18 @@ struct Var {
     const char* value;
 };
 
+std::string Entry(const std::string& token, const std::string& status) {
+    const std::string info = status.empty() ? "" : ",\"idTokenInfo\":{\"status\":\"" + status + "\"}";
+    return "{\"idToken\":{\"idToken\":\"" + token + "\",\"type\":\"ISO14443\"}" + info + "}";
+}
+
+std::string LocalList(int version, const char* type, const std::vector<std::string>& entries) {
+    std::string list;
+    for (const std::string& e : entries) list += (list.empty() ? "" : ",") + e;
+    return "{\"versionNumber\":" + std::to_string(version) + ",\"updateType\":\"" + type +
+           "\",\"localAuthorizationList\":[" + list + "]}";
+}
+
 class Authorize : public AuthorizeStore {
 protected:
     void Online(bool online) { g_eSdkStatus = online ? SDKSTATUS_OK : SDKSTATUS_DISCONNECTED; }
@@ -94,6 +104,11 @@ protected:
     static void Deliver(const std::string& id, const std::string& action, const std::string& payload) {
         DeliverTo20("[2,\"" + id + "\",\"" + action + "\"," + payload + "]");
     }
+    // The status the station answers a SendLocalList with.
+    std::string SendLocalList(int version, const char* type, const std::vector<std::string>& entries) {
+        Deliver("sll", "SendLocalList", LocalList(version, type, entries));
+        return Answered();
+    }
     // The status text of the answer to the last request delivered.
     std::string Answered() {
         const std::string last = link.Last();
@@ -105,19 +120,6 @@ protected:
 
     RecordingLink link;
 };
-
-std::string Entry(const std::string& token, const std::string& status) {
-    const std::string info = status.empty() ? "" : ",\"idTokenInfo\":{\"status\":\"" + status + "\"}";
-    return "{\"idToken\":{\"idToken\":\"" + token + "\",\"type\":\"ISO14443\"}" + info + "}";
-}
-
-std::string LocalList(int version, const char* type, const std::vector<std::string>& entries) {
-    std::string list;
-    for (const std::string& e : entries) list += (list.empty() ? "" : ",") + e;
-    return "{\"versionNumber\":" + std::to_string(version) + ",\"updateType\":\"" + type +
-           "\",\"localAuthorizationList\":[" + list + "]}";
-}
-
 
 const char kQuote[] = "O'Brien";
 const char kInjection[] = "x' or '1'='1";
@@ -256,12 +258,10 @@ TEST_F(Authorize, WithThePricingPlugInListedItsReadingOfTheAnswerIsCachedAndItsT
 TEST_F(Authorize, AnotherThreadsLocalListLookupIsNotHeldUpByAnAuthorizeWaitingOnASilentCsms) {
     ASSERT_EQ(store->UpdateLocalList(1, {Item("LISTED", kISO14443, 0)}, 1), 1);
     EntriesReach(2);
-    std::mutex m;
-    std::condition_variable cv;
-    bool release = false;
-    link.Answer([&](const std::string&) {
-        std::unique_lock<std::mutex> lock(m);
-        cv.wait_for(lock, std::chrono::seconds(5), [&] { return release; });
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    link.Answer([released](const std::string&) {
+        released.wait_for(std::chrono::seconds(5));
         return std::string();
     });
     Online(true);
@@ -275,26 +275,19 @@ TEST_F(Authorize, AnotherThreadsLocalListLookupIsNotHeldUpByAnAuthorizeWaitingOn
     });
     EXPECT_EQ(lookup.wait_for(std::chrono::seconds(2)), std::future_status::ready)
         << "the store's lock is held across the network call";
-    {
-        std::lock_guard<std::mutex> lock(m);
-        release = true;
-    }
-    cv.notify_all();
+    release.set_value();
     EXPECT_EQ(lookup.get(), 1);
     EXPECT_EQ(waiting.get(), kNone);
 }
 
 TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDifferential) {
-    Deliver("s1", "SendLocalList", LocalList(5, "Full", {Entry("A", "Accepted"), Entry("B", "Blocked")}));
-    EXPECT_EQ(Answered(), "Accepted");
+    EXPECT_EQ(SendLocalList(5, "Full", {Entry("A", "Accepted"), Entry("B", "Blocked")}), "Accepted");
     EXPECT_EQ(store->GetLocalListVersion(), 5);
-    Deliver("s2", "SendLocalList", LocalList(5, "Differential", {Entry("C", "Accepted")}));
-    EXPECT_EQ(Answered(), "VersionMismatch");
-    Deliver("s3", "SendLocalList", LocalList(3, "Full", {Entry("A", "Accepted")}));
-    EXPECT_EQ(Answered(), "Accepted") << "a Full update is taken whatever its version";
+    EXPECT_EQ(SendLocalList(5, "Differential", {Entry("C", "Accepted")}), "VersionMismatch");
+    EXPECT_EQ(SendLocalList(3, "Full", {Entry("A", "Accepted")}), "Accepted")
+        << "a Full update is taken whatever its version";
     EXPECT_EQ(store->GetLocalListItem("B", kISO14443), nullptr) << "a Full update replaces the whole list";
-    Deliver("s4", "SendLocalList", LocalList(4, "Differential", {Entry("A", ""), Entry("C", "Accepted")}));
-    EXPECT_EQ(Answered(), "Accepted");
+    EXPECT_EQ(SendLocalList(4, "Differential", {Entry("A", ""), Entry("C", "Accepted")}), "Accepted");
     EXPECT_EQ(store->GetLocalListItem("A", kISO14443), nullptr) << "an entry without idTokenInfo is removed";
     EXPECT_NE(store->GetLocalListItem("C", kISO14443), nullptr);
     EXPECT_TRUE(EntriesReach(2));
@@ -303,9 +296,8 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
     EXPECT_NE(link.Last().find("\"versionNumber\": 4"), std::string::npos) << link.Last();
 
     Set("LocalAuthListCtrlr", "ItemsPerMessage", "2");
-    Deliver("s5", "SendLocalList", LocalList(6, "Full", {Entry("A", "Accepted"), Entry("B", "Accepted"),
-                                                         Entry("D", "Accepted")}));
-    EXPECT_EQ(Answered(), "Failed") << "more entries than ItemsPerMessage";
+    const std::vector<std::string> three = {Entry("A", "Accepted"), Entry("B", "Accepted"), Entry("D", "Accepted")};
+    EXPECT_EQ(SendLocalList(6, "Full", three), "Failed") << "more entries than ItemsPerMessage";
     EXPECT_EQ(store->GetLocalListVersion(), 4);
 
     // The Entries maximum counts what the list will hold, the version row left out.
@@ -315,15 +307,14 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
     limit.maxLimit = 2;
     ASSERT_EQ(CVariableCharacteristics::GetInstance()->AddVariableCharacteristics(limit), 1);
     Set("LocalAuthListCtrlr", "ItemsPerMessage", "0");
-    Deliver("s7", "SendLocalList", LocalList(5, "Differential", {Entry("D", "Accepted"), Entry("E", "Accepted")}));
-    EXPECT_EQ(Answered(), "Failed") << "1 stored + 2 new over a maximum of 2";
-    Deliver("s8", "SendLocalList", LocalList(5, "Differential", {Entry("C", ""), Entry("D", "Accepted")}));
-    EXPECT_EQ(Answered(), "Accepted") << "a removal is not counted";
+    EXPECT_EQ(SendLocalList(5, "Differential", {Entry("D", "Accepted"), Entry("E", "Accepted")}), "Failed")
+        << "1 stored + 2 new over a maximum of 2";
+    EXPECT_EQ(SendLocalList(5, "Differential", {Entry("C", ""), Entry("D", "Accepted")}), "Accepted")
+        << "a removal is not counted";
     EXPECT_TRUE(EntriesReach(2));
 
     Set("LocalAuthListCtrlr", "Enabled", "false");
-    Deliver("s6", "SendLocalList", LocalList(7, "Full", {Entry("A", "Accepted")}));
-    EXPECT_EQ(Answered(), "Failed");
+    EXPECT_EQ(SendLocalList(7, "Full", {Entry("A", "Accepted")}), "Failed");
     Deliver("v2", "GetLocalListVersion", "{}");
     EXPECT_NE(link.Last().find("\"versionNumber\": 0"), std::string::npos) << "a disabled list reads as version 0";
 }

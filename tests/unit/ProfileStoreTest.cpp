@@ -104,6 +104,7 @@ protected:
         store->WaitEntriesWriters(2000);
         Manager::Release();
         CVariableCache::Release();
+        g_eSdkStatus = SDKSTATUS_NONE;
     }
     int Add(int evseId, const ProfileFields& fields, const char* source = "CSO") {
         return store->AddChargingProfile(evseId, Profile(fields).c_str(), "", source);
@@ -321,7 +322,6 @@ TEST_F(ProfileStore21, ProfilesPastTheirOfflineDurationAreParkedAndComeBackOnlin
     store->OfflineProcess({});
     EXPECT_EQ(store->FilterChargingProfileIDs(-1, -1, ""), std::vector<int>({1})) << "stopAfterOffline is gone for good";
     EXPECT_EQ(store->GetOfflineSinceSec(), 0);
-    g_eSdkStatus = SDKSTATUS_NONE;
 }
 
 // ---- the host and the CSMS around the stores --------------------------------
@@ -345,6 +345,7 @@ protected:
         CProfileManager21::GetInstance()->WaitEntriesWriters(2000);
         OcppProtocol_ResetSystem();
         OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_NONE);
+        g_eSdkStatus = SDKSTATUS_NONE;
     }
     bool LastSentHas(const std::string& text) { return link.Last().find(text) != std::string::npos; }
     bool LastSentIs(const char* action) { return LastSentHas(std::string("\"") + action + "\""); }
@@ -395,7 +396,6 @@ TEST_F(ProfileEntries, AHostProfileIsStoredUnderItsOwnSourceAndReportedToTheCsms
     EXPECT_TRUE(LastSentIs("ClearedChargingLimit"));
     EXPECT_TRUE(LastSentHas("\"chargingLimitSource\": \"EMS\"") && LastSentHas("\"evseId\": 1")) << link.Last();
     EXPECT_EQ(store->GetProfieIDsFromPurpose("ChargingStationExternalConstraints"), std::list<int>({5}));
-    g_eSdkStatus = SDKSTATUS_NONE;
 }
 
 TEST_F(ProfileEntries, TheEvsWaitingRecordLastsOnlyWhileTheCsmsCanBeAsked) {
@@ -412,7 +412,6 @@ TEST_F(ProfileEntries, TheEvsWaitingRecordLastsOnlyWhileTheCsmsCanBeAsked) {
     g_eSdkStatus = SDKSTATUS_DISCONNECTED;
     EXPECT_EQ(OcppProtocol_RequestChargingProfile(3, ENERGYTRANSFERMODE_DC, 0, 0), 255) << "no TxDefault to send";
     EXPECT_EQ(cache->IsNeedCacheProfile(3), 0);
-    g_eSdkStatus = SDKSTATUS_NONE;
 }
 
 TEST_F(ProfileEntries, TheHostsScheduleChoiceStoresThePendingProfileOnce) {
