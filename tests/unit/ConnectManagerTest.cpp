@@ -121,11 +121,12 @@ TEST_F(ConnectManagerTest, BrokenOrOversizedStoreLeavesDefaults) {
 
     // Keys present are read, absent ones keep their defaults; a wrong type counts as absent.
     WriteText(store, "{\"connectinfo\":[{\"id\":3,\"priority\":2,\"conntype\":1,\"protocol\":1,"
-                     "\"messagetimeout\":9,\"url\":\"ws://x/y\"},{\"id\":4}],\"isacceptedbycsms\":\"1\","
-                     "\"offlinetimesec\":1700000000}");
+                     "\"messagetimeout\":9,\"url\":\"ws://x/y\"},{\"id\":4},{\"id\":5,\"messagetimeout\":2147483647,"
+                     "\"url\":\"ws://x/z\"}],\"isacceptedbycsms\":\"1\",\"offlinetimesec\":1700000000}");
     manager = Fresh();
-    ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{3}));
+    ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{3, 5}));
     EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 9);
+    EXPECT_EQ(manager->GetConnItems()[1].messageTimeout, 3600) << "a stored time-out is bounded to an hour too";
     EXPECT_EQ(manager->IsAcceptedByCsms(), 0);
     EXPECT_EQ(manager->GetOfflineTimeSec(), 1700000000);
     EXPECT_EQ(manager->GetConnectPriority(), "1");
@@ -363,20 +364,13 @@ TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
     EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two-b.example/ocpp");
 }
 
-TEST_F(NetworkProfile, CsmsMessageTimeoutIsBoundedToAnHourWhereverAProfileComesFrom) {
+TEST_F(NetworkProfile, CsmsAndHostMessageTimeoutsAreBoundedToAnHour) {
     DeliverTo20(NetworkProfileCall("n1", 2, 0, "ws://two.example/ocpp", 2147483647));
     EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
     ASSERT_EQ(manager->GetConnItems().size(), 1u);
     EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
 
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 2147483647);
-    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
-
-    WriteText(store, "{\"connectinfo\":[{\"id\":3,\"messagetimeout\":2147483647,\"url\":\"ws://x/y\"}]}");
-    CConnectManager::Release();
-    manager = CConnectManager::GetInstance();
-    manager->SetStoreFile(store);
-    ASSERT_EQ(manager->GetConnItems().size(), 1u);
     EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
 }
 
