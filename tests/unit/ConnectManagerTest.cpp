@@ -10,7 +10,6 @@
 #include "Engine20.h"
 #include "FrameSchema.h"
 #include "Ocpp20/Process/VariableCache.h"
-#include "OcppProtocol/OcppProtocol.h"
 #include "Process/BootHeartbeat.h"
 #include "Process/ConnectManager.h"
 #include "RecordingHost.h"
