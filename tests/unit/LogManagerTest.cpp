@@ -94,6 +94,9 @@ LogExportJob Job(const std::string& dir, int64_t startMs, int64_t endMs) {
     return job;
 }
 
+// The exported text file next to the archive the host is told about.
+std::string LogFileOf(const std::string& archive) { return archive.substr(0, archive.size() - 7) + ".log"; }
+
 std::vector<std::string> Lines(const std::string& text) {
     std::vector<std::string> out;
     size_t start = 0;
@@ -114,7 +117,9 @@ std::string Gunzip(const std::string& path) {
 }
 }  // namespace
 
-TEST_F(LogManagerTest, StoreFileWritesExactZlogConfigAndCreatesTheTable) {
+TEST_F(LogManagerTest, StoreFileWritesExactZlogConfigAndCreatesTheTableButAnUnusableFolderSetsNoStore) {
+    EXPECT_EQ(Manager()->SetStoreFile(dir.file("absent/log.db")), 0);
+    EXPECT_EQ(Manager()->GetStoreFile(), "");
     LogCapture log;
     OpenStore();
     const std::string d = dir.path();
@@ -136,12 +141,7 @@ TEST_F(LogManagerTest, StoreFileWritesExactZlogConfigAndCreatesTheTable) {
     EXPECT_EQ(CLogManager::BuildZlogConf(std::string(300, 'x')), "") << "a config over 510 bytes is refused";
 }
 
-TEST_F(LogManagerTest, UnusableStoreFolderLeavesNoStoreSet) {
-    EXPECT_EQ(Manager()->SetStoreFile(dir.file("absent/log.db")), 0);
-    EXPECT_EQ(Manager()->GetStoreFile(), "");
-}
-
-TEST_F(LogManagerTest, AppendedRecordsAreStoredInOrderWithQuotesIntact) {
+TEST_F(LogManagerTest, AppendedRecordsAreStoredInOrderWithQuotesIntactAndShutdownStoresThePendingOnes) {
     OpenStore();
     const std::vector<std::string> texts = {"gun plugged", "it's charging", "x' OR '1'='1", "50% done", "last"};
     for (size_t i = 0; i < texts.size(); ++i)
@@ -152,6 +152,12 @@ TEST_F(LogManagerTest, AppendedRecordsAreStoredInOrderWithQuotesIntact) {
     std::string expected;
     for (const auto& t : texts) expected += t + "\n";
     EXPECT_EQ(ReadText(dir.file("ocpp.log")), expected);
+
+    for (int i = 0; i < 40; ++i) OcppProtocol_AppendLog(LOGTYPE_SYSTEM, 1, CTools::StringFormat("rec %d", i).c_str());
+    CLogManager::Release();
+    const std::vector<std::string> stored = Contents();
+    ASSERT_EQ(stored.size(), texts.size() + 40u);
+    EXPECT_EQ(stored.back(), "rec 39");
 }
 
 TEST_F(LogManagerTest, PurgeDeletesRecordsOlderThanThirtyDaysOncePerDay) {
@@ -189,9 +195,9 @@ TEST_F(LogManagerTest, ExportSelectsTheWindowTypeAndTextAndReportsProgress) {
 
     LogExportJob job = Job(dir.path(), base + 1000, base + 3000);
     ASSERT_EQ(Manager()->RunExport(job), 1);
-    ASSERT_EQ(seen.success.size() > 7, true);
+    ASSERT_GT(seen.success.size(), 7u);
     EXPECT_EQ(seen.success.substr(seen.success.size() - 7), ".tar.gz");
-    const std::string logFile = seen.success.substr(0, seen.success.size() - 7) + ".log";
+    const std::string logFile = LogFileOf(seen.success);
     const std::vector<std::string> lines = Lines(ReadText(logFile));
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[0], "[" + CTools::FormatLocalTime(base + 1000) + "] 1 session started");
@@ -244,8 +250,7 @@ TEST_F(LogManagerTest, ExportWithEndZeroReachesThePresentInPagesInOrder) {
     }));
     CLogManager::Release();  // joins the export thread
     ASSERT_EQ(seen.failures, 0);
-    const std::string log = seen.success.substr(0, seen.success.size() - 7) + ".log";
-    const std::vector<std::string> lines = Lines(ReadText(log));
+    const std::vector<std::string> lines = Lines(ReadText(LogFileOf(seen.success)));
     ASSERT_EQ(lines.size(), 250u);
     EXPECT_NE(lines.front().find("rec 000"), std::string::npos);
     EXPECT_NE(lines.back().find("rec 249"), std::string::npos);
@@ -266,13 +271,4 @@ TEST_F(LogManagerTest, ExportWithoutStoreFileDoesNothingAndIntoAMissingFolderRep
     EXPECT_EQ(Manager()->RunExport(Job(dir.file("no/such"), 0, CTools::CurTimeMilSec())), 0);
     EXPECT_EQ(seen.failures, 1);
     EXPECT_TRUE(seen.success.empty());
-}
-
-TEST_F(LogManagerTest, ShutdownStoresEveryPendingRecordFirst) {
-    OpenStore();
-    for (int i = 0; i < 40; ++i) OcppProtocol_AppendLog(LOGTYPE_SYSTEM, 1, CTools::StringFormat("rec %d", i).c_str());
-    CLogManager::Release();
-    const std::vector<std::string> stored = Contents();
-    ASSERT_EQ(stored.size(), 40u);
-    EXPECT_EQ(stored.back(), "rec 39");
 }
