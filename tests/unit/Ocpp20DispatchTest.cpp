@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include <OcppRecords.h>
 
 #include "OcppProtocol/InboundFrame.h"
 #include "OcppProtocol/MessageCallBack.h"
@@ -211,12 +214,11 @@ TEST_F(Dispatch, OutOfRangeNumbersAndDeepNestingDoNotStopTheNextRequest) {
 TEST_F(Dispatch, RejectedStationRefusesRequestsExceptBootTrigger) {
     CBootHeartbeat::GetInstance()->SetBootStatus(2);
     Deliver(Call("g1", "GetVariables", R"({"getVariableData":[]})"));
-    EXPECT_EQ(link.Last(), "[4,\"g1\",\"SecurityError\",\"\",{}]\n");
     Deliver(Call("g2", "Reset", R"({"type":"Immediate"})"));
-    EXPECT_EQ(link.Last(), "[4,\"g2\",\"SecurityError\",\"\",{}]\n");
     Deliver(Call("g3", "TriggerMessage", R"({"requestedMessage":"Heartbeat"})"));
-    EXPECT_EQ(link.Last(), "[4,\"g3\",\"SecurityError\",\"\",{}]\n");
-    EXPECT_EQ(link.Count(), 3u);
+    EXPECT_EQ(link.Sent(), (std::vector<std::string>{"[4,\"g1\",\"SecurityError\",\"\",{}]\n",
+                                                     "[4,\"g2\",\"SecurityError\",\"\",{}]\n",
+                                                     "[4,\"g3\",\"SecurityError\",\"\",{}]\n"}));
 
     // The library answers a boot trigger itself and boots again.
     Deliver(Call("t1", "TriggerMessage", R"({"requestedMessage":"BootNotification"})"));
@@ -267,4 +269,26 @@ TEST_F(Dispatch, InstalledCertificatesAreListedInTheAnswer) {
     EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i2", 0, items, 2), 0);
     EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i3", 0, nullptr, 1), 0);
     EXPECT_EQ(link.Count(), 1u);
+}
+
+// Hosts parse records by byte offset; a moved field breaks every host silently.
+// The request records above are checked field by field; these the library fills itself.
+TEST(RecordLayout, StatusTransactionMessageAndVariableLengthRecordsKeepTheirByteOffsets) {
+    EXPECT_EQ(offsetof(SdkStatusChange, status), 41u);
+    EXPECT_EQ(offsetof(SdkStatusChange, statusChangeOption), 45u);
+    EXPECT_EQ(offsetof(SdkStatusChange, protocol), 49u);
+    EXPECT_EQ(offsetof(SdkStatusChange, needReportVariables), 53u);
+    EXPECT_EQ(offsetof(SdkStatusChange, resetFactoryConfig), 57u);
+    EXPECT_EQ(offsetof(NotifyTransactionStop, transactionId), 41u);
+    EXPECT_EQ(offsetof(NotifyTransactionStop, stopReason), 78u);
+    EXPECT_EQ(offsetof(PersonalMsg, evseId), 41u);
+    EXPECT_EQ(offsetof(PersonalMsg, transactionId), 45u);
+    EXPECT_EQ(offsetof(PersonalMsg, format), 82u);
+    EXPECT_EQ(offsetof(PersonalMsg, language), 86u);
+    EXPECT_EQ(offsetof(PersonalMsg, content), 95u);
+    EXPECT_EQ(sizeof(((PersonalMsg*)0)->content), 513u);
+    // A variable-length record's tail follows its head.
+    EXPECT_EQ(offsetof(ChargingProfileChange, evseId), 41u);
+    EXPECT_EQ(offsetof(ChargingProfileChange, value), 42u);
+    EXPECT_EQ(offsetof(ChargingProfileChange, textLength), 46u);
 }
