@@ -1,8 +1,5 @@
-// What a certifying CSMS checks on the station: requests that break their
-// schema are refused before anything acts on them, every answer is one a strict
-// CSMS accepts, and beyond the schemas: cancelled reservations and durable
-// SetVariables (the triggered boot and the heartbeat interval variable are in
-// the boot and heartbeat tests).
+// What a certifying CSMS checks on the station beyond the schemas (the triggered
+// boot and the heartbeat interval variable are in the boot and heartbeat tests).
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -45,17 +42,15 @@ std::string SetCall(const std::string& id, const std::string& variable, const st
 
 }  // namespace
 
+// Which rule a payload breaks is the schema check test's; here each kind of break is refused the same way.
 TEST_F(Conformance, RequestBreakingItsSchemaIsRefusedAndNeverReachesTheHost) {
     const struct {
         const char* action;
         std::string payload;
     } cases[] = {
-        {"Reset", R"({"evseId":1})"},                                           // required member missing
         {"Reset", R"({"type":"Sometime"})"},                                    // text outside the enumeration
         {"TriggerMessage", R"({"requestedMessage":"Coffee"})"},                 // the same, on a library-decided row
-        {"GetVariables", R"({"getVariableData":[]})"},                          // required array empty
         {"CertificateSigned", "{\"certificateChain\":\"" + std::string(10001, 'C') + "\"}"},  // string too long
-        {"Reset", R"({"type":"Immediate","colour":"red"})"},                   // member the schema does not know
         {"Reset", R"(["Immediate"])"},                                          // payload not an object
         {"Reset", R"({"type":0})"},                                             // member of the wrong JSON type
         {"GetVariables", R"({"getVariableData":{"component":{}}})"},            // object where an array belongs
