@@ -28,13 +28,6 @@ std::string Call(const std::string& id, const std::string& action, const std::st
 
 std::string Error(const std::string& id, const char* code) { return "[4,\"" + id + "\",\"" + code + "\",\"\",{}]\n"; }
 
-VariableDataItem ConnectorVariable(const char* variable, uint8_t connectorId) {
-    VariableDataItem v = HostVariable("Connector", variable, "x", VARIABLEMODE_READONLY);
-    v.evseId = 1;
-    v.connectorId = connectorId;
-    return v;
-}
-
 std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
     return Call(id, "SetVariables", R"({"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":")" +
                                         variable + R"("},"attributeValue":")" + value + "\"}]}");
@@ -78,28 +71,6 @@ TEST_F(Conformance, ActionOutsideOcppIsNotImplementedAtOnce) {
     EXPECT_EQ(link.Last(), Error("u3", "SecurityError"));
     Drain();
     EXPECT_EQ(host.Count(), 0u);
-}
-
-TEST_F(Conformance, GetVariablesAnswersEveryEntryItCannotRead) {
-    VariableDataItem declared[3] = {ConnectorVariable("AvailabilityState", 1), ConnectorVariable("ConnectorType", 1),
-                                    ConnectorVariable("AvailabilityState", 2)};
-    ASSERT_EQ(OcppProtocol_SetVariableData(3, declared, 0), 1);
-    DeliverTo20(Call("g1", "GetVariables",
-                     R"({"getVariableData":[)"
-                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":9}},"variable":{"name":"AvailabilityState"}},)"
-                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":2}},"variable":{"name":"ConnectorType"}},)"
-                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":2}},"variable":{"name":"AvailabilityState"}}]})"));
-    ASSERT_EQ(link.Count(), 1u);
-    const std::string answer = link.Last();
-    const size_t unknownComponent = answer.find("\"attributeStatus\": \"UnknownComponent\"");
-    const size_t unknownVariable = answer.find("\"attributeStatus\": \"UnknownVariable\"");
-    const size_t accepted = answer.find("\"attributeStatus\": \"Accepted\"");
-    ASSERT_NE(unknownComponent, std::string::npos) << "no connector 9 on EVSE 1:\n" << answer;
-    ASSERT_NE(unknownVariable, std::string::npos) << "connector 2 has no ConnectorType:\n" << answer;
-    ASSERT_NE(accepted, std::string::npos) << answer;
-    EXPECT_LT(unknownComponent, unknownVariable) << "results keep the order of the request";
-    EXPECT_LT(unknownVariable, accepted);
-    EXPECT_NE(answer.find("\"connectorId\": 9"), std::string::npos) << "the result names what was asked for";
 }
 
 TEST_F(Conformance, FrameCheckRefusesWhatAStrictCsmsRefuses) {

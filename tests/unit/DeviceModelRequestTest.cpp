@@ -40,10 +40,19 @@ class DeviceModelRequests : public Engine20 {
 protected:
     void SetUp() override {
         ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
-        VariableDataItem declared[3] = {HostVariable("HostCtrlr", "Brightness", "50", VARIABLEMODE_READWRITE),
+        VariableDataItem declared[6] = {HostVariable("HostCtrlr", "Brightness", "50", VARIABLEMODE_READWRITE),
                                         HostVariable("HostCtrlr", "Volume", "3", VARIABLEMODE_READWRITE),
-                                        HostVariable("HostCtrlr", "Pin", "1234", VARIABLEMODE_WRITEONLY)};
-        ASSERT_EQ(OcppProtocol_SetVariableData(3, declared, 0), 1);
+                                        HostVariable("HostCtrlr", "Pin", "1234", VARIABLEMODE_WRITEONLY),
+                                        ConnectorVariable("AvailabilityState", 1, "Available"),
+                                        ConnectorVariable("ConnectorType", 1, "cType2"),
+                                        ConnectorVariable("AvailabilityState", 2, "Occupied")};
+        ASSERT_EQ(OcppProtocol_SetVariableData(6, declared, 0), 1);
+    }
+    static VariableDataItem ConnectorVariable(const char* variable, uint8_t connectorId, const char* value) {
+        VariableDataItem v = HostVariable("Connector", variable, value, VARIABLEMODE_READONLY);
+        v.evseId = 1;
+        v.connectorId = connectorId;
+        return v;
     }
     static void Deliver(const std::string& frame) { DeliverTo20(frame); }
 
@@ -145,19 +154,28 @@ TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost)
                                                      "[4,\"heavy-get\",\"FormatViolation\",\"\",{}]\n"}));
 }
 
-TEST_F(DeviceModelRequests, GetVariablesAnswersFromTheStoreAndHidesWriteOnlyValues) {
+TEST_F(DeviceModelRequests, GetVariablesAnswersEveryEntryInOrderFromTheStoreAndHidesWriteOnlyValues) {
     CTools::FreezeClock(true);
     Deliver(Call("g1", "GetVariables",
                  {R"({"component":{"name":"ClockCtrlr"},"variable":{"name":"DateTime"}})",
                   R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Pin"}})",
                   R"({"component":{"name":"NoSuchCtrlr"},"variable":{"name":"X"}})",
                   R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Volume"},"attributeType":"MaxSet"})"}));
-    ASSERT_EQ(link.Count(), 1u);
-    const std::string answer = link.Last();
-    EXPECT_EQ(answer.rfind("[3,\"g1\",\n", 0), 0u);
-    EXPECT_EQ(Values(answer, "attributeStatus"),
+    const std::string connector = R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":%d}},"variable":{"name":"%s"}})";
+    Deliver(Call("g2", "GetVariables",
+                 {CTools::StringFormat(connector.c_str(), 9, "AvailabilityState"),
+                  CTools::StringFormat(connector.c_str(), 2, "ConnectorType"),
+                  CTools::StringFormat(connector.c_str(), 2, "AvailabilityState")}));
+    const std::vector<std::string> sent = link.Sent();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0].rfind("[3,\"g1\",\n", 0), 0u);
+    EXPECT_EQ(Values(sent[0], "attributeStatus"),
               (std::vector<std::string>{"Accepted", "Rejected", "UnknownComponent", "NotSupportedAttributeType"}));
-    EXPECT_EQ(Values(answer, "attributeValue"), (std::vector<std::string>{CTools::GetLocalTime(CTools::CurTimeSec())}))
+    EXPECT_EQ(Values(sent[0], "attributeValue"), (std::vector<std::string>{CTools::GetLocalTime(CTools::CurTimeSec())}))
         << "the clock is read now, and a write-only value never leaves";
-    EXPECT_EQ(answer.find("1234"), std::string::npos);
+    EXPECT_EQ(sent[0].find("1234"), std::string::npos);
+    EXPECT_EQ(Values(sent[1], "attributeStatus"), (std::vector<std::string>{"UnknownComponent", "UnknownVariable", "Accepted"}))
+        << "no connector 9 on EVSE 1, and connector 2 has no ConnectorType";
+    EXPECT_EQ(Values(sent[1], "attributeValue"), (std::vector<std::string>{"Occupied"}));
+    EXPECT_NE(sent[1].find("\"connectorId\": 9"), std::string::npos) << "the result names what was asked for";
 }
