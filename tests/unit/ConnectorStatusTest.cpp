@@ -48,6 +48,7 @@ protected:
         // The CSMS acknowledges every StatusNotification.
         link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });
         CTools::FreezeClock(true);
+        OcppProtocol_SetStatus(SDKSTATUS_OK);
     }
     void TearDown() override {
         CConnectorManager::Release();
@@ -76,7 +77,6 @@ protected:
 }  // namespace
 
 TEST_F(ConnectorStatus, OnlineStatusIsSentOncePerRealChangeAndTheHighestEvseOnlyGrows) {
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
     ASSERT_EQ(Sent().size(), 1u) << "a repeated status is not a change";
@@ -97,7 +97,6 @@ TEST_F(ConnectorStatus, OnlineStatusIsSentOncePerRealChangeAndTheHighestEvseOnly
 }
 
 TEST_F(ConnectorStatus, ShortOutageSendsOnlyTheChangesWithTheTimeEachHappened) {
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
     Report(2, 1, CONNECTORSTATUS_AVAILABLE);
     Report(3, 1, CONNECTORSTATUS_AVAILABLE);
@@ -123,7 +122,6 @@ TEST_F(ConnectorStatus, ShortOutageSendsOnlyTheChangesWithTheTimeEachHappened) {
 }
 
 TEST_F(ConnectorStatus, LongOutageReportsEveryConnectorWithTheCurrentTime) {
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
     Report(1, 2, CONNECTORSTATUS_AVAILABLE);
     Report(2, 1, CONNECTORSTATUS_AVAILABLE);
@@ -147,7 +145,6 @@ TEST_F(ConnectorStatus, LongOutageReportsEveryConnectorWithTheCurrentTime) {
 }
 
 TEST_F(ConnectorStatus, TriggerMessageReportsTheConnectorEvseOrStationItNames) {
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
     Report(1, 2, CONNECTORSTATUS_OCCUPIED);
     Report(2, 1, CONNECTORSTATUS_FAULTED);

@@ -70,26 +70,22 @@ protected:
 
 }  // namespace
 
-TEST_F(VariableStore, NewStationStartsWithTheBuiltInDefaults) {
+TEST_F(VariableStore, NewDamagedOrEmptyStoreStartsWithTheBuiltInDefaults) {
     CVariableCache* cache = Open();
-    const Json::Value file = ReadJson(path);
-    ASSERT_TRUE(file.isArray());
-    ASSERT_EQ(file.size(), 64u);
+    ASSERT_TRUE(ReadJson(path).isArray());
+    ASSERT_EQ(ReadJson(path).size(), 64u);
     EXPECT_EQ(ReadText(path).find('\n'), std::string::npos) << "the store is one compact line";
-
     // Not in the register and not declared by the host: neutral values, no failure.
     EXPECT_EQ(cache->OCPPCommCtrlrMessageTimeout(), 0);
     EXPECT_FALSE(cache->TxCtrlrStopTxOnInvalidId());
     EXPECT_EQ(cache->SampledDataCtrlrTxUpdatedInterval(), 0);
-}
 
-TEST_F(VariableStore, DamagedOrEmptyStoreFallsBackToDefaults) {
     const std::string deep(5000, '[');
     for (const std::string& content : {std::string("{not json"), std::string(""), std::string("[]"),
                                        std::string("{\"type\":0}"), std::string("42"), deep}) {
         LogCapture log;
         WriteText(path, content);
-        CVariableCache* cache = Reopen();
+        cache = Reopen();
         EXPECT_EQ(cache->GetFullVariables().size(), 64u) << content.substr(0, 20);
         EXPECT_EQ(ReadJson(path).size(), 64u) << "the defaults must be written back";
         if (content != "[]") {
