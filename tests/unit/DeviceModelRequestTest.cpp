@@ -122,18 +122,23 @@ TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAns
 }
 
 TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost) {
-    std::vector<std::string> five(5, Entry("AuthCtrlr", "Enabled", "true"));
-    Deliver(Call("many", "SetVariables", five));
+    Deliver(Call("many", "SetVariables", std::vector<std::string>(5, Entry("AuthCtrlr", "Enabled", "true"))));
     // Heavy but valid: vendor data is free in size.
     const std::string heavyEntry = R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Brightness"},)"
                                    R"("attributeValue":"1","customData":{"vendorId":"v","pad":")" +
                                    std::string(1200, 'x') + "\"}}";
-    std::vector<std::string> heavy(4, heavyEntry);
-    Deliver(Call("heavy", "SetVariables", heavy));
-    const std::vector<std::string> sent = link.Sent();
-    ASSERT_EQ(sent.size(), 2u);
-    EXPECT_EQ(sent[0], "[4,\"many\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
-    EXPECT_EQ(sent[1], "[4,\"heavy\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
+    Deliver(Call("heavy", "SetVariables", std::vector<std::string>(4, heavyEntry)));
+    // GetVariables answers its two limits with two different errors.
+    Deliver(Call("many-get", "GetVariables",
+                 std::vector<std::string>(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})")));
+    Deliver(Call("heavy-get", "GetVariables",
+                 std::vector<std::string>(3, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"},)"
+                                                 R"("customData":{"vendorId":"v","pad":")" + std::string(2000, 'i') +
+                                                 "\"}}")));
+    EXPECT_EQ(link.Sent(), (std::vector<std::string>{"[4,\"many\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
+                                                     "[4,\"heavy\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
+                                                     "[4,\"many-get\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
+                                                     "[4,\"heavy-get\",\"FormatViolation\",\"\",{}]\n"}));
     EXPECT_TRUE(log.Contains("Too many variables:5 max:4"));
     Drain();
     EXPECT_EQ(host.Count(SERVERRECVTYPE_SETVARIABLES), 0u);
@@ -141,17 +146,6 @@ TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost)
     // Exactly at the item limit is fine.
     Deliver(Call("four", "SetVariables", std::vector<std::string>(4, Entry("AuthCtrlr", "Enabled", "true"))));
     EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_SETVARIABLES));
-
-    // GetVariables answers its two limits with two different errors.
-    link.Clear();
-    Deliver(Call("many-get", "GetVariables",
-                 std::vector<std::string>(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})")));
-    Deliver(Call("heavy-get", "GetVariables",
-                 std::vector<std::string>(3, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"},)"
-                                                 R"("customData":{"vendorId":"v","pad":")" + std::string(2000, 'i') +
-                                                 "\"}}")));
-    EXPECT_EQ(link.Sent(), (std::vector<std::string>{"[4,\"many-get\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
-                                                     "[4,\"heavy-get\",\"FormatViolation\",\"\",{}]\n"}));
 }
 
 TEST_F(DeviceModelRequests, GetVariablesAnswersEveryEntryInOrderFromTheStoreAndHidesWriteOnlyValues) {

@@ -48,11 +48,10 @@ long StatusKb(const char* field) {
 class HostileCsms : public ::testing::Test {
 protected:
     void TearDown() override { OcppProtocol_SetMaxFrameBytes(CInboundFrame::kDefaultReceiveBytes); }
-    template <typename Events>
-    bool Connect(Events& events, int64_t timeoutSec = 2) {
+    bool Connect() {
         client.SetNamePwd("CP001", "secret");
         const std::string url = "ocpp2.0.1://127.0.0.1:" + std::to_string(csms.Port()) + "/ocpp/CP001";
-        return csms.Started() && client.Init(url.c_str(), &events, timeoutSec) &&
+        return csms.Started() && client.Init(url.c_str(), &events, 2) &&
                WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000) && csms.WaitSession();
     }
     size_t CountFrames(const std::string& needle) {
@@ -69,7 +68,7 @@ protected:
 }  // namespace
 
 TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehind) {
-    ASSERT_TRUE(Connect(events));
+    ASSERT_TRUE(Connect());
     OcppProtocol_SetMaxFrameBytes(64 * 1024);
     ASSERT_TRUE(csms.Send("[2,\"big\\\"1\",\"DataTransfer\",{\"data\":\"" + std::string(100000, 'x') + "\"}]"));
     ASSERT_TRUE(csms.WaitMessageContaining("FormatViolation"));
@@ -103,7 +102,7 @@ TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehi
 }
 
 TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper) {
-    ASSERT_TRUE(Connect(events));
+    ASSERT_TRUE(Connect());
     CTools::FreezeClock(true);
     LogCapture log;
     const std::string longPrefix(37, 'L');
