@@ -111,11 +111,8 @@ TEST_F(Framing, BootNotificationCarriesModemOnlyWhenKnownAndCutsLongTexts) {
     CTools::CopyField(option.serialNumber, "SN-1");
     const std::string plain =
         COcppProtocol20::BootNotificationReq(BOOTREASON_POWERUP, "a-model-name-longer-than-twenty", "Vendor", option);
-    EXPECT_NE(plain.find("\"BootNotification\",\n{"), std::string::npos);
     EXPECT_EQ(plain.find("modem"), std::string::npos);
     EXPECT_NE(plain.find("\"model\": \"a-model-name-longer-\""), std::string::npos);
-    EXPECT_NE(plain.find("\"reason\": \"PowerUp\""), std::string::npos);
-    EXPECT_NE(plain.find("\"serialNumber\": \"SN-1\""), std::string::npos);
 
     CTools::CopyField(option.imsi, "001010123456789");
     const std::string withModem = COcppProtocol20::BootNotificationReq(BOOTREASON_WATCHDOG, "M", "V", option);
