@@ -89,7 +89,6 @@ TEST_F(ConnectorStatus, OnlineStatusIsSentOncePerRealChangeAndTheHighestEvseOnly
     ASSERT_EQ(sent.size(), 3u);
     EXPECT_EQ(sent[2], (Notification{1, 1, "Occupied", At(CTools::CurTimeSec())}));
 
-    // The highest EVSE number only grows.
     Report(3, 1, CONNECTORSTATUS_AVAILABLE);
     Report(2, 1, CONNECTORSTATUS_AVAILABLE);
     EXPECT_EQ(OcppProtocol_GetMaxEvse(), 3);

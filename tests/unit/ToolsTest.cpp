@@ -74,7 +74,7 @@ TEST(ValueChecks, IntegersDecimalsAndBooleans) {
     EXPECT_FALSE(CTools::IsBool("True"));
 }
 
-TEST(TokenPrivacy, LogsShowOnlyTheHashOfAnIdToken) {
+TEST(TokenPrivacy, LogsShowOnlyTheHashOfAnIdTokenAndOtherFramesAsReceived) {
     EXPECT_EQ(CCryptoUtil::GenSha256("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     EXPECT_EQ(CTools::Hash12("abc"), "ba7816bf8f01");
     EXPECT_EQ(CTools::Hash12(""), "");
@@ -82,9 +82,7 @@ TEST(TokenPrivacy, LogsShowOnlyTheHashOfAnIdToken) {
         CTools::MaskIdTokenFromJson(R"([2,"1","Authorize",{"idToken":{"idToken":"SECRET42","type":"ISO14443"}}])");
     EXPECT_EQ(masked.find("SECRET42"), std::string::npos);
     EXPECT_NE(masked.find(CTools::Hash12("SECRET42")), std::string::npos);
-}
 
-TEST(TokenPrivacy, CsmsFrameLogShowsTokenHashesAndOtherFramesAsReceived) {
     const std::string plain = "[2,\"a\",\"Reset\",\n{ \"type\": \"Immediate\" }]";
     EXPECT_EQ(CInboundFrame::Copy(plain.data(), plain.size())->MaskedText(), plain);
     const std::string start =
