@@ -169,8 +169,13 @@ TEST_F(ConnectorStatus, TriggerMessageReportsTheConnectorEvseOrStationItNames) {
         const std::vector<Notification> sent = Sent();
         EXPECT_EQ(sent.size(), c.frames) << c.payload;
         for (const Notification& n : sent) {
-            if (c.frames < 3) EXPECT_EQ(n.evse, 1) << c.payload;
-            if (c.frames == 1) EXPECT_EQ(n.status, "Occupied") << "connector " << n.connector;
+            if (c.frames < 3) {
+                EXPECT_EQ(n.evse, 1) << c.payload;
+            }
+            if (c.frames == 1) {
+                EXPECT_EQ(n.connector, 2);
+                EXPECT_EQ(n.status, "Occupied");
+            }
         }
     }
     EXPECT_EQ(host.Count(SERVERRECVTYPE_TRIGGERMESSAGE), 0u) << "the host is not asked";
