@@ -1,8 +1,5 @@
-// What a certifying CSMS checks on the station: requests that break their
-// schema are refused before anything acts on them, every answer is one a strict
-// CSMS accepts, and beyond the schemas: cancelled reservations and durable
-// SetVariables (the triggered boot and the heartbeat interval variable are in
-// the boot and heartbeat tests).
+// What a certifying CSMS checks on the station beyond the schemas (the triggered
+// boot and the heartbeat interval variable are in the boot and heartbeat tests).
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -31,13 +28,6 @@ std::string Call(const std::string& id, const std::string& action, const std::st
 
 std::string Error(const std::string& id, const char* code) { return "[4,\"" + id + "\",\"" + code + "\",\"\",{}]\n"; }
 
-VariableDataItem ConnectorVariable(const char* variable, uint8_t connectorId) {
-    VariableDataItem v = HostVariable("Connector", variable, "x", VARIABLEMODE_READONLY);
-    v.evseId = 1;
-    v.connectorId = connectorId;
-    return v;
-}
-
 std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
     return Call(id, "SetVariables", R"({"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":")" +
                                         variable + R"("},"attributeValue":")" + value + "\"}]}");
@@ -45,17 +35,15 @@ std::string SetCall(const std::string& id, const std::string& variable, const st
 
 }  // namespace
 
+// Which rule a payload breaks is the schema check test's; here each kind of break is refused the same way.
 TEST_F(Conformance, RequestBreakingItsSchemaIsRefusedAndNeverReachesTheHost) {
     const struct {
         const char* action;
         std::string payload;
     } cases[] = {
-        {"Reset", R"({"evseId":1})"},                                           // required member missing
         {"Reset", R"({"type":"Sometime"})"},                                    // text outside the enumeration
         {"TriggerMessage", R"({"requestedMessage":"Coffee"})"},                 // the same, on a library-decided row
-        {"GetVariables", R"({"getVariableData":[]})"},                          // required array empty
         {"CertificateSigned", "{\"certificateChain\":\"" + std::string(10001, 'C') + "\"}"},  // string too long
-        {"Reset", R"({"type":"Immediate","colour":"red"})"},                   // member the schema does not know
         {"Reset", R"(["Immediate"])"},                                          // payload not an object
         {"Reset", R"({"type":0})"},                                             // member of the wrong JSON type
         {"GetVariables", R"({"getVariableData":{"component":{}}})"},            // object where an array belongs
@@ -83,28 +71,6 @@ TEST_F(Conformance, ActionOutsideOcppIsNotImplementedAtOnce) {
     EXPECT_EQ(link.Last(), Error("u3", "SecurityError"));
     Drain();
     EXPECT_EQ(host.Count(), 0u);
-}
-
-TEST_F(Conformance, GetVariablesAnswersEveryEntryItCannotRead) {
-    VariableDataItem declared[3] = {ConnectorVariable("AvailabilityState", 1), ConnectorVariable("ConnectorType", 1),
-                                    ConnectorVariable("AvailabilityState", 2)};
-    ASSERT_EQ(OcppProtocol_SetVariableData(3, declared, 0), 1);
-    DeliverTo20(Call("g1", "GetVariables",
-                     R"({"getVariableData":[)"
-                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":9}},"variable":{"name":"AvailabilityState"}},)"
-                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":2}},"variable":{"name":"ConnectorType"}},)"
-                     R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":2}},"variable":{"name":"AvailabilityState"}}]})"));
-    ASSERT_EQ(link.Count(), 1u);
-    const std::string answer = link.Last();
-    const size_t unknownComponent = answer.find("\"attributeStatus\": \"UnknownComponent\"");
-    const size_t unknownVariable = answer.find("\"attributeStatus\": \"UnknownVariable\"");
-    const size_t accepted = answer.find("\"attributeStatus\": \"Accepted\"");
-    ASSERT_NE(unknownComponent, std::string::npos) << "no connector 9 on EVSE 1:\n" << answer;
-    ASSERT_NE(unknownVariable, std::string::npos) << "connector 2 has no ConnectorType:\n" << answer;
-    ASSERT_NE(accepted, std::string::npos) << answer;
-    EXPECT_LT(unknownComponent, unknownVariable) << "results keep the order of the request";
-    EXPECT_LT(unknownVariable, accepted);
-    EXPECT_NE(answer.find("\"connectorId\": 9"), std::string::npos) << "the result names what was asked for";
 }
 
 TEST_F(Conformance, FrameCheckRefusesWhatAStrictCsmsRefuses) {

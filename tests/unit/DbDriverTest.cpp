@@ -21,20 +21,17 @@ struct TokenDb {
 }  // namespace
 
 TEST(DbDriver, TablesAreLaidOutInColumnNameOrder) {
-    TempDir dir;
-    CDbDriver db;
-    ASSERT_EQ(db.OpenDB(dir.file("t.db")), 1);
-    ASSERT_EQ(db.CreateTable("t", {{"b", "text"}, {"a", "integer"}}), 1);
-    const auto names = db.QuerySQL2("select name from pragma_table_info('t') order by cid");
+    TokenDb t;
+    ASSERT_EQ(t.db.CreateTable("t", {{"b", "text"}, {"a", "integer"}}), 1);
+    const auto names = t.db.QuerySQL2("select name from pragma_table_info('t') order by cid");
     EXPECT_EQ(std::vector<std::string>(names.begin(), names.end()), (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(db.CreateTable("empty", {}), 0) << "an empty column map creates nothing";
+    EXPECT_EQ(t.db.CreateTable("empty", {}), 0) << "an empty column map creates nothing";
 }
 
 TEST(DbDriver, LogOutputLevelControlsTraceAndErrorLines) {
-    TempDir dir;
+    TokenDb t;
+    CDbDriver& db = t.db;
     LogCapture log;
-    CDbDriver db;
-    ASSERT_EQ(db.OpenDB(dir.file("t.db")), 1);
     db.CreateTable("t", {{"a", "integer"}});
 
     db.ExecuteSQL("insert into t(a)values('%d')", 7);

@@ -40,10 +40,19 @@ class DeviceModelRequests : public Engine20 {
 protected:
     void SetUp() override {
         ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
-        VariableDataItem declared[3] = {HostVariable("HostCtrlr", "Brightness", "50", VARIABLEMODE_READWRITE),
+        VariableDataItem declared[6] = {HostVariable("HostCtrlr", "Brightness", "50", VARIABLEMODE_READWRITE),
                                         HostVariable("HostCtrlr", "Volume", "3", VARIABLEMODE_READWRITE),
-                                        HostVariable("HostCtrlr", "Pin", "1234", VARIABLEMODE_WRITEONLY)};
-        ASSERT_EQ(OcppProtocol_SetVariableData(3, declared, 0), 1);
+                                        HostVariable("HostCtrlr", "Pin", "1234", VARIABLEMODE_WRITEONLY),
+                                        ConnectorVariable("AvailabilityState", 1, "Available"),
+                                        ConnectorVariable("ConnectorType", 1, "cType2"),
+                                        ConnectorVariable("AvailabilityState", 2, "Occupied")};
+        ASSERT_EQ(OcppProtocol_SetVariableData(6, declared, 0), 1);
+    }
+    static VariableDataItem ConnectorVariable(const char* variable, uint8_t connectorId, const char* value) {
+        VariableDataItem v = HostVariable("Connector", variable, value, VARIABLEMODE_READONLY);
+        v.evseId = 1;
+        v.connectorId = connectorId;
+        return v;
     }
     static void Deliver(const std::string& frame) { DeliverTo20(frame); }
 
@@ -113,18 +122,23 @@ TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAns
 }
 
 TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost) {
-    std::vector<std::string> five(5, Entry("AuthCtrlr", "Enabled", "true"));
-    Deliver(Call("many", "SetVariables", five));
+    Deliver(Call("many", "SetVariables", std::vector<std::string>(5, Entry("AuthCtrlr", "Enabled", "true"))));
     // Heavy but valid: vendor data is free in size.
     const std::string heavyEntry = R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Brightness"},)"
                                    R"("attributeValue":"1","customData":{"vendorId":"v","pad":")" +
                                    std::string(1200, 'x') + "\"}}";
-    std::vector<std::string> heavy(4, heavyEntry);
-    Deliver(Call("heavy", "SetVariables", heavy));
-    const std::vector<std::string> sent = link.Sent();
-    ASSERT_EQ(sent.size(), 2u);
-    EXPECT_EQ(sent[0], "[4,\"many\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
-    EXPECT_EQ(sent[1], "[4,\"heavy\",\"OccurrenceConstraintViolation\",\"\",{}]\n");
+    Deliver(Call("heavy", "SetVariables", std::vector<std::string>(4, heavyEntry)));
+    // GetVariables answers its two limits with two different errors.
+    Deliver(Call("many-get", "GetVariables",
+                 std::vector<std::string>(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})")));
+    Deliver(Call("heavy-get", "GetVariables",
+                 std::vector<std::string>(3, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"},)"
+                                                 R"("customData":{"vendorId":"v","pad":")" + std::string(2000, 'i') +
+                                                 "\"}}")));
+    EXPECT_EQ(link.Sent(), (std::vector<std::string>{"[4,\"many\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
+                                                     "[4,\"heavy\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
+                                                     "[4,\"many-get\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
+                                                     "[4,\"heavy-get\",\"FormatViolation\",\"\",{}]\n"}));
     EXPECT_TRUE(log.Contains("Too many variables:5 max:4"));
     Drain();
     EXPECT_EQ(host.Count(SERVERRECVTYPE_SETVARIABLES), 0u);
@@ -132,32 +146,30 @@ TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost)
     // Exactly at the item limit is fine.
     Deliver(Call("four", "SetVariables", std::vector<std::string>(4, Entry("AuthCtrlr", "Enabled", "true"))));
     EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_SETVARIABLES));
-
-    // GetVariables answers its two limits with two different errors.
-    link.Clear();
-    Deliver(Call("many-get", "GetVariables",
-                 std::vector<std::string>(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})")));
-    Deliver(Call("heavy-get", "GetVariables",
-                 std::vector<std::string>(3, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"},)"
-                                                 R"("customData":{"vendorId":"v","pad":")" + std::string(2000, 'i') +
-                                                 "\"}}")));
-    EXPECT_EQ(link.Sent(), (std::vector<std::string>{"[4,\"many-get\",\"OccurrenceConstraintViolation\",\"\",{}]\n",
-                                                     "[4,\"heavy-get\",\"FormatViolation\",\"\",{}]\n"}));
 }
 
-TEST_F(DeviceModelRequests, GetVariablesAnswersFromTheStoreAndHidesWriteOnlyValues) {
+TEST_F(DeviceModelRequests, GetVariablesAnswersEveryEntryInOrderFromTheStoreAndHidesWriteOnlyValues) {
     CTools::FreezeClock(true);
     Deliver(Call("g1", "GetVariables",
                  {R"({"component":{"name":"ClockCtrlr"},"variable":{"name":"DateTime"}})",
                   R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Pin"}})",
                   R"({"component":{"name":"NoSuchCtrlr"},"variable":{"name":"X"}})",
                   R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Volume"},"attributeType":"MaxSet"})"}));
-    ASSERT_EQ(link.Count(), 1u);
-    const std::string answer = link.Last();
-    EXPECT_EQ(answer.rfind("[3,\"g1\",\n", 0), 0u);
-    EXPECT_EQ(Values(answer, "attributeStatus"),
+    const std::string connector = R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":%d}},"variable":{"name":"%s"}})";
+    Deliver(Call("g2", "GetVariables",
+                 {CTools::StringFormat(connector.c_str(), 9, "AvailabilityState"),
+                  CTools::StringFormat(connector.c_str(), 2, "ConnectorType"),
+                  CTools::StringFormat(connector.c_str(), 2, "AvailabilityState")}));
+    const std::vector<std::string> sent = link.Sent();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0].rfind("[3,\"g1\",\n", 0), 0u);
+    EXPECT_EQ(Values(sent[0], "attributeStatus"),
               (std::vector<std::string>{"Accepted", "Rejected", "UnknownComponent", "NotSupportedAttributeType"}));
-    EXPECT_EQ(Values(answer, "attributeValue"), (std::vector<std::string>{CTools::GetLocalTime(CTools::CurTimeSec())}))
+    EXPECT_EQ(Values(sent[0], "attributeValue"), (std::vector<std::string>{CTools::GetLocalTime(CTools::CurTimeSec())}))
         << "the clock is read now, and a write-only value never leaves";
-    EXPECT_EQ(answer.find("1234"), std::string::npos);
+    EXPECT_EQ(sent[0].find("1234"), std::string::npos);
+    EXPECT_EQ(Values(sent[1], "attributeStatus"), (std::vector<std::string>{"UnknownComponent", "UnknownVariable", "Accepted"}))
+        << "no connector 9 on EVSE 1, and connector 2 has no ConnectorType";
+    EXPECT_EQ(Values(sent[1], "attributeValue"), (std::vector<std::string>{"Occupied"}));
+    EXPECT_NE(sent[1].find("\"connectorId\": 9"), std::string::npos) << "the result names what was asked for";
 }

@@ -20,6 +20,8 @@ protected:
     void TearDown() override { ResetSdkState(); }
     RecordingLink link;
     LogCapture log;
+    char answer[kOcppResponseBufferLen] = {0};
+    int answerLen = 0;
 };
 
 // A CALL frame whose payload is `size` bytes of padding in one string member.
@@ -73,16 +75,12 @@ TEST_F(Framing, FailedSendIsLoggedWithTheMessageIdAndWithoutALinkEverySendFails)
     const std::string heartbeat = COcppProtocol20::HeartbeatReq();
     EXPECT_EQ(OcppProtocol_SendMessage(heartbeat.c_str(), static_cast<int>(heartbeat.size())), 0);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    char answer[kOcppResponseBufferLen] = {0};
-    int answerLen = 0;
     EXPECT_EQ(OcppProtocol_SendMessage(heartbeat.c_str(), static_cast<int>(heartbeat.size()), answer, &answerLen), 0);
 }
 
 TEST_F(Framing, RequestWaitsOnlyUnderTheTwoZeroEngines) {
     link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\"}]"; });
     const std::string frame = COcppProtocol20::HeartbeatReq();
-    char answer[kOcppResponseBufferLen] = {0};
-    int answerLen = 0;
 
     EXPECT_EQ(OcppProtocol_SendMessage(frame.c_str(), static_cast<int>(frame.size()), answer, &answerLen), 0);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
@@ -113,11 +111,8 @@ TEST_F(Framing, BootNotificationCarriesModemOnlyWhenKnownAndCutsLongTexts) {
     CTools::CopyField(option.serialNumber, "SN-1");
     const std::string plain =
         COcppProtocol20::BootNotificationReq(BOOTREASON_POWERUP, "a-model-name-longer-than-twenty", "Vendor", option);
-    EXPECT_NE(plain.find("\"BootNotification\",\n{"), std::string::npos);
     EXPECT_EQ(plain.find("modem"), std::string::npos);
     EXPECT_NE(plain.find("\"model\": \"a-model-name-longer-\""), std::string::npos);
-    EXPECT_NE(plain.find("\"reason\": \"PowerUp\""), std::string::npos);
-    EXPECT_NE(plain.find("\"serialNumber\": \"SN-1\""), std::string::npos);
 
     CTools::CopyField(option.imsi, "001010123456789");
     const std::string withModem = COcppProtocol20::BootNotificationReq(BOOTREASON_WATCHDOG, "M", "V", option);

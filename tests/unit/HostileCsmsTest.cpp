@@ -1,7 +1,6 @@
 // A CSMS that sends what no well-behaved one would: the station answers what it
 // can, once, and its memory and log stay where they were.
 #include <gtest/gtest.h>
-#include <json/json.h>
 
 #include <atomic>
 #include <fstream>
@@ -46,24 +45,13 @@ long StatusKb(const char* field) {
     return -1;
 }
 
-// Element 1 of a frame the station sent, decoded; "" when it is not JSON.
-std::string IdOf(const std::string& frame) {
-    Json::Value v;
-    Json::CharReaderBuilder b;
-    std::string errs;
-    std::unique_ptr<Json::CharReader> r(b.newCharReader());
-    if (!r->parse(frame.data(), frame.data() + frame.size(), &v, &errs) || !v.isArray() || v.size() < 2) return "";
-    return v[1].asString();
-}
-
 class HostileCsms : public ::testing::Test {
 protected:
     void TearDown() override { OcppProtocol_SetMaxFrameBytes(CInboundFrame::kDefaultReceiveBytes); }
-    template <typename Events>
-    bool Connect(Events& events, int64_t timeoutSec = 2) {
+    bool Connect() {
         client.SetNamePwd("CP001", "secret");
         const std::string url = "ocpp2.0.1://127.0.0.1:" + std::to_string(csms.Port()) + "/ocpp/CP001";
-        return csms.Started() && client.Init(url.c_str(), &events, timeoutSec) &&
+        return csms.Started() && client.Init(url.c_str(), &events, 2) &&
                WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000) && csms.WaitSession();
     }
     size_t CountFrames(const std::string& needle) {
@@ -80,7 +68,7 @@ protected:
 }  // namespace
 
 TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehind) {
-    ASSERT_TRUE(Connect(events));
+    ASSERT_TRUE(Connect());
     OcppProtocol_SetMaxFrameBytes(64 * 1024);
     ASSERT_TRUE(csms.Send("[2,\"big\\\"1\",\"DataTransfer\",{\"data\":\"" + std::string(100000, 'x') + "\"}]"));
     ASSERT_TRUE(csms.WaitMessageContaining("FormatViolation"));
@@ -114,7 +102,7 @@ TEST_F(HostileCsms, FrameOverTheCapIsRefusedByIdAndALargeFrameLeavesNoMemoryBehi
 }
 
 TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper) {
-    ASSERT_TRUE(Connect(events));
+    ASSERT_TRUE(Connect());
     CTools::FreezeClock(true);
     LogCapture log;
     const std::string longPrefix(37, 'L');
@@ -127,7 +115,7 @@ TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper
     ASSERT_TRUE(WaitFor([&] { return CountFrames("FormatViolation") == 200; }, 5000));
     EXPECT_EQ(events.frames, 1) << "only the 36-character id reaches the protocol engine";
     EXPECT_EQ(client.WaitingCount(), 1u);
-    EXPECT_EQ(IdOf(csms.Messages().back()).compare(0, 37, longPrefix), 0) << "the id goes back as sent";
+    EXPECT_EQ(csms.Messages().back().rfind("[4,\"" + longPrefix, 0), 0u) << "the id goes back as sent";
 
     for (int sweep = 0; sweep < 5; ++sweep) {
         CTools::AdvanceClockMs(3000);
@@ -136,7 +124,7 @@ TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper
     ASSERT_TRUE(csms.WaitMessageContaining("Request Timeout"));
     EXPECT_EQ(CountFrames("FormatViolation"), 200u);
     EXPECT_EQ(CountFrames("Request Timeout"), 1u);
-    EXPECT_EQ(IdOf(csms.Messages().back()), kept);
+    EXPECT_EQ(csms.Messages().back().rfind("[4,\"" + kept + "\",", 0), 0u);
     EXPECT_EQ(log.Count("answer for unknown or expired CSMS request"), 0u);
     EXPECT_EQ(client.WaitingCount(), 0u);
 }

@@ -3,11 +3,14 @@
 
 #include <ctime>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "Log/LogManager.h"
+#include "Log/RotatingLogFile.h"
 #include "TestSupport.h"
 #include "Util/DbDriver.h"
+#include "Util/FileUtil.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -94,6 +97,12 @@ LogExportJob Job(const std::string& dir, int64_t startMs, int64_t endMs) {
     return job;
 }
 
+// The exported text file next to the archive the host is told about.
+std::string LogFileOf(const std::string& archive) { return archive.substr(0, archive.size() - 7) + ".log"; }
+
+// 39 characters plus the newline: 40 bytes a line.
+std::string Line(char c) { return std::string(39, c); }
+
 std::vector<std::string> Lines(const std::string& text) {
     std::vector<std::string> out;
     size_t start = 0;
@@ -114,7 +123,9 @@ std::string Gunzip(const std::string& path) {
 }
 }  // namespace
 
-TEST_F(LogManagerTest, StoreFileWritesExactZlogConfigAndCreatesTheTable) {
+TEST_F(LogManagerTest, StoreFileWritesExactZlogConfigAndCreatesTheTableButAnUnusableFolderSetsNoStore) {
+    EXPECT_EQ(Manager()->SetStoreFile(dir.file("absent/log.db")), 0);
+    EXPECT_EQ(Manager()->GetStoreFile(), "");
     LogCapture log;
     OpenStore();
     const std::string d = dir.path();
@@ -136,12 +147,7 @@ TEST_F(LogManagerTest, StoreFileWritesExactZlogConfigAndCreatesTheTable) {
     EXPECT_EQ(CLogManager::BuildZlogConf(std::string(300, 'x')), "") << "a config over 510 bytes is refused";
 }
 
-TEST_F(LogManagerTest, UnusableStoreFolderLeavesNoStoreSet) {
-    EXPECT_EQ(Manager()->SetStoreFile(dir.file("absent/log.db")), 0);
-    EXPECT_EQ(Manager()->GetStoreFile(), "");
-}
-
-TEST_F(LogManagerTest, AppendedRecordsAreStoredInOrderWithQuotesIntact) {
+TEST_F(LogManagerTest, AppendedRecordsAreStoredInOrderWithQuotesIntactAndShutdownStoresThePendingOnes) {
     OpenStore();
     const std::vector<std::string> texts = {"gun plugged", "it's charging", "x' OR '1'='1", "50% done", "last"};
     for (size_t i = 0; i < texts.size(); ++i)
@@ -152,6 +158,12 @@ TEST_F(LogManagerTest, AppendedRecordsAreStoredInOrderWithQuotesIntact) {
     std::string expected;
     for (const auto& t : texts) expected += t + "\n";
     EXPECT_EQ(ReadText(dir.file("ocpp.log")), expected);
+
+    for (int i = 0; i < 40; ++i) OcppProtocol_AppendLog(LOGTYPE_SYSTEM, 1, CTools::StringFormat("rec %d", i).c_str());
+    CLogManager::Release();
+    const std::vector<std::string> stored = Contents();
+    ASSERT_EQ(stored.size(), texts.size() + 40u);
+    EXPECT_EQ(stored.back(), "rec 39");
 }
 
 TEST_F(LogManagerTest, PurgeDeletesRecordsOlderThanThirtyDaysOncePerDay) {
@@ -189,9 +201,9 @@ TEST_F(LogManagerTest, ExportSelectsTheWindowTypeAndTextAndReportsProgress) {
 
     LogExportJob job = Job(dir.path(), base + 1000, base + 3000);
     ASSERT_EQ(Manager()->RunExport(job), 1);
-    ASSERT_EQ(seen.success.size() > 7, true);
+    ASSERT_GT(seen.success.size(), 7u);
     EXPECT_EQ(seen.success.substr(seen.success.size() - 7), ".tar.gz");
-    const std::string logFile = seen.success.substr(0, seen.success.size() - 7) + ".log";
+    const std::string logFile = LogFileOf(seen.success);
     const std::vector<std::string> lines = Lines(ReadText(logFile));
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[0], "[" + CTools::FormatLocalTime(base + 1000) + "] 1 session started");
@@ -244,8 +256,7 @@ TEST_F(LogManagerTest, ExportWithEndZeroReachesThePresentInPagesInOrder) {
     }));
     CLogManager::Release();  // joins the export thread
     ASSERT_EQ(seen.failures, 0);
-    const std::string log = seen.success.substr(0, seen.success.size() - 7) + ".log";
-    const std::vector<std::string> lines = Lines(ReadText(log));
+    const std::vector<std::string> lines = Lines(ReadText(LogFileOf(seen.success)));
     ASSERT_EQ(lines.size(), 250u);
     EXPECT_NE(lines.front().find("rec 000"), std::string::npos);
     EXPECT_NE(lines.back().find("rec 249"), std::string::npos);
@@ -268,11 +279,62 @@ TEST_F(LogManagerTest, ExportWithoutStoreFileDoesNothingAndIntoAMissingFolderRep
     EXPECT_TRUE(seen.success.empty());
 }
 
-TEST_F(LogManagerTest, ShutdownStoresEveryPendingRecordFirst) {
-    OpenStore();
-    for (int i = 0; i < 40; ++i) OcppProtocol_AppendLog(LOGTYPE_SYSTEM, 1, CTools::StringFormat("rec %d", i).c_str());
-    CLogManager::Release();
-    const std::vector<std::string> stored = Contents();
-    ASSERT_EQ(stored.size(), 40u);
-    EXPECT_EQ(stored.back(), "rec 39");
+// The text file beside the store, rotated by size.
+TEST(RotatingLogFile, RotatesIntoTwoNumberedFilesNewestFirst) {
+    TempDir dir;
+    CRotatingLogFile file(100);
+    file.SetEchoToStdout(false);
+    ASSERT_EQ(file.Open(dir.path(), "ocpp"), 1);
+    EXPECT_EQ(file.Path(), dir.file("ocpp.log"));
+    for (char c : {'a', 'b', 'c', 'd', 'e', 'f', 'g'}) ASSERT_EQ(file.Write(Line(c).c_str()), 1);
+
+    EXPECT_EQ(ReadText(dir.file("ocpp.log")), Line('g') + "\n");
+    EXPECT_EQ(ReadText(dir.file("ocpp.log.0")), Line('e') + "\n" + Line('f') + "\n");
+    EXPECT_EQ(ReadText(dir.file("ocpp.log.1")), Line('c') + "\n" + Line('d') + "\n");
+    EXPECT_FALSE(CFileUtil::Exists(dir.file("ocpp.log.2"))) << "only two rotated files are kept";
+}
+
+TEST(RotatingLogFile, ReopeningAppendsAndCountsWhatIsThere) {
+    TempDir dir;
+    {
+        CRotatingLogFile file(100);
+        file.SetEchoToStdout(false);
+        ASSERT_EQ(file.Open(dir.path()), 1);
+        file.Write(Line('a').c_str());
+        file.Write(Line('b').c_str());
+    }
+    CRotatingLogFile file(100);
+    file.SetEchoToStdout(false);
+    ASSERT_EQ(file.Open(dir.path()), 1);
+    file.Write(Line('c').c_str());
+    EXPECT_EQ(ReadText(dir.file("ocpp.log.0")), Line('a') + "\n" + Line('b') + "\n")
+        << "a restart must not let the file grow past its limit";
+    EXPECT_EQ(ReadText(dir.file("ocpp.log")), Line('c') + "\n");
+}
+
+TEST(RotatingLogFile, ConcurrentWritersNeverInterleaveLines) {
+    TempDir dir;
+    CRotatingLogFile file;
+    file.SetEchoToStdout(false);
+    ASSERT_EQ(file.Open(dir.path()), 1);
+    std::vector<std::thread> threads;
+    for (char c : {'p', 'q', 'r', 's'})
+        threads.emplace_back([&file, c] {
+            for (int i = 0; i < 300; ++i) file.Write(Line(c).c_str());
+        });
+    for (auto& t : threads) t.join();
+    const std::string text = ReadText(dir.file("ocpp.log"));
+    ASSERT_EQ(text.size(), 4u * 300u * 40u);
+    for (size_t pos = 0; pos < text.size(); pos += 40)
+        ASSERT_EQ(text.substr(pos, 40), Line(text[pos]) + "\n") << "line at byte " << pos;
+}
+
+TEST(RotatingLogFile, WritesWithoutAFolderAreDroppedSafely) {
+    TempDir dir;
+    CRotatingLogFile file;
+    file.SetEchoToStdout(false);
+    EXPECT_EQ(file.Write("nowhere"), 0);
+    EXPECT_EQ(file.Open(dir.file("no/such/folder")), 0);
+    EXPECT_FALSE(file.IsOpen());
+    EXPECT_EQ(file.Write(nullptr), 0);
 }

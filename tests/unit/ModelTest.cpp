@@ -7,6 +7,7 @@
 
 #include "Ocpp20/Protocol/Base.h"
 #include "Ocpp20/Protocol/JsonText.h"
+#include "Ocpp20/Protocol/SchemaCheck.h"
 #include "TestSupport.h"
 #include "models/Models.h"
 
@@ -33,6 +34,22 @@ rapidjson::Document PayloadOf(const std::string& frame) {
     return payload;
 }
 
+// The reason text for a payload of `action`, empty when the payload passes.
+std::string Why(const char* action, const char* payload, bool request = true) {
+    rapidjson::Document d;
+    d.Parse(payload);
+    EXPECT_FALSE(d.HasParseError()) << payload;
+    std::string why;
+    const bool ok = models::ValidatePayload(action, request, d, &why);
+    EXPECT_EQ(ok, why.empty()) << action << " " << payload << " -> " << why;
+    return why;
+}
+
+std::string GetVariables(const std::string& secondComponent) {
+    return R"({"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":"HeartbeatInterval"}},)"
+           R"({"component":{"name":")" + secondComponent + R"(","evse":{"id":1}},"variable":{"name":"Available"}}]})";
+}
+
 }  // namespace
 
 // Wrongly typed members of every message are refused by the schema round trip.
@@ -40,20 +57,22 @@ TEST(ModelReading, OutOfRangeIntegersAreRefusedAndAbsentMembersKeepDefaults) {
     EXPECT_THROW(ReadReset(R"({"type":"Immediate","evseId":3000000000})"), CustomException)
         << "an id that does not fit 32 bits must not be cut silently";
 
-    models::resetRequest_t r = ReadReset(R"({"type":"OnIdle"})");
-    EXPECT_EQ(r.type, "OnIdle");
-    EXPECT_EQ(r.evseId, -1);
-    EXPECT_FALSE(r.evseId_present);
-
-    r = ReadReset(R"({"evseId":2})");
-    EXPECT_EQ(r.type, "");
-    EXPECT_EQ(r.evseId, 2);
-
-    r = ReadReset(R"({"type":null,"evseId":null})");
-    EXPECT_EQ(r.type, "");
-    EXPECT_EQ(r.evseId, -1);
-
-    EXPECT_EQ(ReadReset(R"({"type":"Immediate","evseId":4.0})").evseId, 4) << "4.0 is an integer in JSON";
+    const struct {
+        const char* payload;
+        const char* type;
+        int evseId;
+    } reads[] = {
+        {R"({"type":"OnIdle"})", "OnIdle", -1},
+        {R"({"evseId":2})", "", 2},
+        {R"({"type":null,"evseId":null})", "", -1},
+        {R"({"type":"Immediate","evseId":4.0})", "Immediate", 4},  // 4.0 is an integer in JSON
+    };
+    for (const auto& c : reads) {
+        const models::resetRequest_t r = ReadReset(c.payload);
+        EXPECT_EQ(r.type, c.type) << c.payload;
+        EXPECT_EQ(r.evseId, c.evseId) << c.payload;
+        EXPECT_EQ(r.evseId_present, c.evseId >= 0) << c.payload;
+    }
 }
 
 TEST(ModelReading, BrokenFramesGiveAnEmptyRecordAndNeverCrash) {
@@ -181,4 +200,46 @@ TEST(JsonText, CutNeverSplitsACharacter) {
     std::string out;
     CJsonText::AppendString(out, "\xC0\xAF" "x", 0);  // overlong '/', must not pass as UTF-8
     EXPECT_EQ(out, "\"??x\"");
+}
+
+// The generated schema check of CSMS payloads; agreement with the official validator
+// rule by rule is the model property test's job (tests/model).
+TEST(SchemaCheck, OnlyOcppActionsAreKnownAndTheirNamesMatchExactly) {
+    EXPECT_TRUE(models::IsOcppAction("Reset"));
+    EXPECT_TRUE(models::IsOcppAction("Get15118EVCertificate"));
+    for (const char* name : {"reset", "Resett", "", static_cast<const char*>(nullptr), "AFRRSignal" /* 2.1 only */})
+        EXPECT_FALSE(models::IsOcppAction(name)) << (name ? name : "null");
+    EXPECT_EQ(models::FindPayloadValidator("Reset", true), &models::ValidateResetRequest);
+    EXPECT_EQ(models::FindPayloadValidator("Reset", false), &models::ValidateResetResponse);
+    EXPECT_EQ(Why("NotAnAction", "{}"), "not an OCPP 2.0.1 action");
+}
+
+TEST(SchemaCheck, ALogLineNamesTheMemberAndTheRuleBroken) {
+    EXPECT_EQ(Why("GetVariables", GetVariables("EVSE").c_str()), "");
+    EXPECT_EQ(Why("GetVariables", GetVariables(std::string(51, 'c')).c_str()),
+              "getVariableData[1].component.name: longer than 50 characters");
+    EXPECT_EQ(Why("GetVariables", R"({"getVariableData":[]})"), "getVariableData: needs at least 1 item(s)");
+    EXPECT_EQ(Why("TriggerMessage", R"({"requestedMessage":"Reboot"})"), "requestedMessage: not in enumeration");
+    EXPECT_EQ(Why("Reset", R"({"type":"Immediate","delay":5})"), "delay: unknown member");
+    EXPECT_EQ(Why("Reset", R"({"evseId":1})"), "type: required member missing");
+    EXPECT_EQ(Why("Reset", R"({"type":"OnIdle","evseId":1.5})"), "evseId: not an integer");
+    EXPECT_EQ(Why("Reset", R"([])"), "payload: not an object");
+    EXPECT_EQ(Why("BootNotification", R"({"status":"Accepted","currentTime":"2024-02-30T00:00:00Z","interval":1})",
+                  false),
+              "currentTime: not a date-time");
+    // Extra members are the vendor's business inside customData only.
+    EXPECT_EQ(Why("Reset", R"({"type":"OnIdle","customData":{"vendorId":"v","x":[1]}})"), "");
+    // A member name is cut in the log, however long it is.
+    const std::string huge = R"({")" + std::string(5000, 'n') + R"(":1,"type":"OnIdle"})";
+    EXPECT_EQ(Why("Reset", huge.c_str()), std::string(64, 'n') + ": unknown member");
+}
+
+TEST(SchemaCheck, AnIntegerMemberTakesOnlyFiniteWholeNumbers) {
+    rapidjson::Document d;
+    d.Parse(R"({"type":"OnIdle","evseId":3.0})");
+    EXPECT_TRUE(models::ValidateResetRequest(d, nullptr));
+    d["evseId"].SetDouble(std::numeric_limits<double>::infinity());
+    EXPECT_FALSE(models::ValidateResetRequest(d, nullptr));
+    d["evseId"].SetDouble(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_FALSE(models::ValidateResetRequest(d, nullptr));
 }

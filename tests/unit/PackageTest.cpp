@@ -89,7 +89,7 @@ TEST(PacketCodec, CorruptedPacketsAreRefused) {
     EXPECT_FALSE(parsed.Parse(nullptr, 20));
 }
 
-TEST(PacketCodec, EmptyPayloadRoundTripsWithAOneByteBuffer) {
+TEST(PacketCodec, EmptyPayloadRoundTripsWithAOneByteBufferAndOneTooLongForTheLengthFieldIsRefused) {
     CPackage package;
     ASSERT_TRUE(package.Build(0xBEEF, nullptr, 0, 0xAA, 0x55));
     ASSERT_EQ(package.GetPacketLength(), 11u);
@@ -103,11 +103,8 @@ TEST(PacketCodec, EmptyPayloadRoundTripsWithAOneByteBuffer) {
     EXPECT_EQ(parsed.GetDataLength(), 0u);
     ASSERT_NE(parsed.GetData(), nullptr);
     EXPECT_EQ(parsed.GetData()[0], 0);
-}
 
-TEST(PacketCodec, PayloadTooLongForTheLengthFieldIsRefused) {
     std::vector<uint8_t> tooLong(CPackage::kMaxPayload + 1, 0x5A);
-    CPackage package;
     EXPECT_FALSE(package.Build(1, tooLong.data(), static_cast<uint32_t>(tooLong.size()), 0, 0));
     EXPECT_EQ(package.GetPacketLength(), 0u);
     EXPECT_TRUE(package.Build(1, tooLong.data(), CPackage::kMaxPayload, 0, 0));

@@ -39,14 +39,13 @@ protected:
     }
     int Read(const std::string& text) {
         WriteText(listFile, text);
-        return CPlugInManager::GetInstance()->ReadAllPlugInInfo(listFile);
+        return manager->ReadAllPlugInInfo(listFile);
     }
     std::string Ask(const std::string& name, const std::string& message, int capacity = 64, int* result = nullptr) {
         char answer[256];
         memset(answer, '#', sizeof answer);
         int length = capacity;
-        const int rc = CPlugInManager::GetInstance()->SendMsgToPlugIn(name, message.data(),
-                                                                      static_cast<int>(message.size()), answer, &length);
+        const int rc = manager->SendMsgToPlugIn(name, message.data(), static_cast<int>(message.size()), answer, &length);
         if (result != nullptr) *result = rc;
         if (rc == 0) return "<failed>";
         EXPECT_EQ(answer[length], '\0');
@@ -57,11 +56,11 @@ protected:
     TempDir dir;
     std::string listFile = dir.file("pluginlist.json");
     LogCapture log;
+    CPlugInManager* manager = CPlugInManager::GetInstance();
 };
 
 TEST_F(PlugIns, AutorunPlugInIsStartedOnceAndAnswersSynchronousMessages) {
     ASSERT_EQ(Read("[" + Entry("TestPlugIn", OCPP_TEST_PLUGIN_PATH, true) + "]"), 1);
-    CPlugInManager* manager = CPlugInManager::GetInstance();
     EXPECT_EQ(manager->IsSupportPlugIn("TestPlugIn"), 1);
     EXPECT_EQ(manager->IsUsingPlugIn("TestPlugIn"), 1);
     EXPECT_TRUE(log.Contains("test plugin started 1", OCPP_LOG_INFO)) << "plug-in log callback not installed";
@@ -77,7 +76,6 @@ TEST_F(PlugIns, AutorunPlugInIsStartedOnceAndAnswersSynchronousMessages) {
 
 TEST_F(PlugIns, ListedPlugInLoadsOnFirstUseAndUnloadsCleanly) {
     ASSERT_EQ(Read("[" + Entry("TestPlugIn", OCPP_TEST_PLUGIN_PATH, false) + "]"), 1);
-    CPlugInManager* manager = CPlugInManager::GetInstance();
     EXPECT_EQ(manager->IsUsingPlugIn("TestPlugIn"), 0);
     EXPECT_EQ(Ask("TestPlugIn", "hello"), "<failed>");
     EXPECT_TRUE(log.Contains("TestPlugIn not use"));
@@ -99,7 +97,6 @@ TEST_F(PlugIns, UnloadingWhileAMessageIsWithThePlugInNeitherBlocksNorPullsItAway
     ASSERT_EQ(Read("[" + Entry("TestPlugIn", OCPP_TEST_PLUGIN_PATH, true) + "," +
                    Entry("Second", OCPP_TEST_PLUGIN_PATH, true) + "]"),
               1);
-    CPlugInManager* manager = CPlugInManager::GetInstance();
     std::string answer;
     std::thread sender([&] { answer = Ask("TestPlugIn", "wait"); });
     ASSERT_TRUE(WaitFor([&] { return Ask("Second", "waiting?") == "yes"; }));
@@ -120,14 +117,13 @@ TEST_F(PlugIns, PlugInClaimingALongerAnswerThanItsBufferCannotOverrunTheCaller) 
     // Short buffers and bad lengths from the caller are refused, not passed on.
     int length = 0;
     char one[1];
-    EXPECT_EQ(CPlugInManager::GetInstance()->SendMsgToPlugIn("TestPlugIn", "x", 1, one, &length), 0);
-    EXPECT_EQ(CPlugInManager::GetInstance()->SendMsgToPlugIn("TestPlugIn", "x", -5), 0);
+    EXPECT_EQ(manager->SendMsgToPlugIn("TestPlugIn", "x", 1, one, &length), 0);
+    EXPECT_EQ(manager->SendMsgToPlugIn("TestPlugIn", "x", -5), 0);
 }
 
 TEST_F(PlugIns, WhiteListCommandFromPlugInReachesTheHostAsRecord40) {
     RecordingHost host;
     ASSERT_EQ(Read("[" + Entry("TestPlugIn", OCPP_TEST_PLUGIN_PATH, true) + "]"), 1);
-    CPlugInManager* manager = CPlugInManager::GetInstance();
 
     EXPECT_EQ(manager->SendMsgToPlugIn("TestPlugIn", "other", 5), 1);
     EXPECT_EQ(manager->SendMsgToPlugIn("TestPlugIn", "short", 5), 1);
@@ -144,7 +140,6 @@ TEST_F(PlugIns, WhiteListCommandFromPlugInReachesTheHostAsRecord40) {
 }
 
 TEST_F(PlugIns, ListSizeMustBeOneToAHundredEntries) {
-    CPlugInManager* manager = CPlugInManager::GetInstance();
     ASSERT_EQ(Read(List(100)), 1);
     EXPECT_EQ(manager->IsSupportPlugIn("p99"), 1);
 
@@ -163,7 +158,6 @@ TEST_F(PlugIns, ListSizeMustBeOneToAHundredEntries) {
 }
 
 TEST_F(PlugIns, BrokenOrMissingListOrLibraryIsRefused) {
-    CPlugInManager* manager = CPlugInManager::GetInstance();
     EXPECT_EQ(manager->ReadAllPlugInInfo(dir.file("missing.json")), 0);
     EXPECT_TRUE(log.Contains(dir.file("missing.json") + " not exist"));
     EXPECT_EQ(Read("[{\"name\":\"a\",\"path\":"), 0);

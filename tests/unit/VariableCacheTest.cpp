@@ -7,6 +7,8 @@
 
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
+#include "Ocpp20/Process/VariableCustom.h"
+#include "RecordingLink.h"
 #include "TestSupport.h"
 #include "Util/Tools.h"
 
@@ -41,10 +43,7 @@ VariableDataItem20 Var(const char* component, const char* variable, const char* 
 class VariableStore : public ::testing::Test {
 protected:
     void SetUp() override { path = dir.file("variablecache.json"); }
-    void TearDown() override {
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
-    }
+    void TearDown() override { CloseDeviceModel(); }
     CVariableCache* Open() {
         CVariableCache* cache = CVariableCache::GetInstance();
         cache->InitDefault();
@@ -59,28 +58,34 @@ protected:
     std::string path;
 };
 
+// The host's calls, with the device model opened as a connection opens it.
+class HostVariables : public VariableStore {
+protected:
+    void SetUp() override {
+        VariableStore::SetUp();
+        ASSERT_NO_FATAL_FAILURE(OpenDeviceModel(dir));
+    }
+    RecordingLink link;  // the answer to the CSMS must leave for the call to succeed
+};
+
 }  // namespace
 
-TEST_F(VariableStore, NewStationStartsWithTheBuiltInDefaults) {
+TEST_F(VariableStore, NewDamagedOrEmptyStoreStartsWithTheBuiltInDefaults) {
     CVariableCache* cache = Open();
-    const Json::Value file = ReadJson(path);
-    ASSERT_TRUE(file.isArray());
-    ASSERT_EQ(file.size(), 64u);
+    ASSERT_TRUE(ReadJson(path).isArray());
+    ASSERT_EQ(ReadJson(path).size(), 64u);
     EXPECT_EQ(ReadText(path).find('\n'), std::string::npos) << "the store is one compact line";
-
     // Not in the register and not declared by the host: neutral values, no failure.
     EXPECT_EQ(cache->OCPPCommCtrlrMessageTimeout(), 0);
     EXPECT_FALSE(cache->TxCtrlrStopTxOnInvalidId());
     EXPECT_EQ(cache->SampledDataCtrlrTxUpdatedInterval(), 0);
-}
 
-TEST_F(VariableStore, DamagedOrEmptyStoreFallsBackToDefaults) {
     const std::string deep(5000, '[');
     for (const std::string& content : {std::string("{not json"), std::string(""), std::string("[]"),
                                        std::string("{\"type\":0}"), std::string("42"), deep}) {
         LogCapture log;
         WriteText(path, content);
-        CVariableCache* cache = Reopen();
+        cache = Reopen();
         EXPECT_EQ(cache->GetFullVariables().size(), 64u) << content.substr(0, 20);
         EXPECT_EQ(ReadJson(path).size(), 64u) << "the defaults must be written back";
         if (content != "[]") {
@@ -191,10 +196,7 @@ TEST_F(VariableStore, StationClockIsReadLiveNotFromTheStore) {
     ASSERT_EQ(cache->GetVariable(&query), 1);
     EXPECT_EQ(query.attributeValue, now);
     EXPECT_EQ(query.status, VARIABLESTATUS_ACCEPTED);
-
-    const std::vector<VariableDataItem20> answers = cache->AnswerGetVariables({Var("ClockCtrlr", "DateTime")});
-    ASSERT_EQ(answers.size(), 1u);
-    EXPECT_EQ(answers[0].attributeValue, now);
+    // The GetVariables answer is checked by the device model request test.
     for (const VariableDataItem20& v : cache->FilterFromVariableMode(VARIABLEMODE_READONLY)) {
         if (strcmp(v.variableName, "DateTime") == 0) {
             EXPECT_EQ(v.attributeValue, now);
@@ -225,32 +227,6 @@ TEST_F(VariableStore, LooseLookupMatchesEveryEvseButExactLookupDoesNot) {
     EXPECT_EQ(cache->GetVariables(q, 1).size(), 1u);
 }
 
-TEST_F(VariableStore, HostAndLibraryMayUpdateReadOnlyValues) {
-    CVariableCache* cache = Open();
-    EXPECT_EQ(cache->UpdateVariableValue(Var("LocalAuthListCtrlr", "Entries", "7")), VARIABLESTATUS_ACCEPTED);
-    EXPECT_STREQ(cache->GetVariable("LocalAuthListCtrlr", "Entries").attributeValue, "7");
-    EXPECT_EQ(cache->UpdateVariableValue(Var("NoSuchCtrlr", "Entries", "7")), VARIABLESTATUS_UNKNOWNCOMPONENT);
-    EXPECT_STREQ(Reopen()->GetVariable("LocalAuthListCtrlr", "Entries").attributeValue, "7");
-}
-
-TEST_F(VariableStore, UpgradeKeepsTheStoredValueAndDeleteRemovesTheVariable) {
-    CVariableCache* cache = Open();
-    cache->SetVariables({Var("HostCtrlr", "Volume", "7")});
-
-    VariableUpgradeItem upgrade{};
-    upgrade.operation = VARIABLEUPGRADE_UPDATE;
-    upgrade.variable = HostVariable("HostCtrlr", "Volume", "0", VARIABLEMODE_READONLY);
-    cache->UpgradeVariable(upgrade);
-    VariableDataItem20 v = cache->GetVariable("HostCtrlr", "Volume");
-    EXPECT_STREQ(v.attributeValue, "7");
-    EXPECT_EQ(v.mode, VARIABLEMODE_READONLY);
-
-    upgrade.operation = VARIABLEUPGRADE_DELETE;
-    cache->UpgradeVariable(upgrade);
-    VariableDataItem20 gone = Var("HostCtrlr", "Volume");
-    EXPECT_EQ(Reopen()->GetVariable(&gone), 0);
-}
-
 TEST(VariableRecords, TransactionPointsSkipUnknownWords) {
     EXPECT_EQ(CVariableCache::GetPoint("EVConnected,Bogus,DataSigned,ParkingBayOccupancy"),
               (std::vector<int>{TRANSACTIONSTARTPOINT_EVCONNECTED, TRANSACTIONSTARTPOINT_DATASIGNED,
@@ -279,4 +255,122 @@ TEST_F(VariableStore, StoredTextsSurviveQuotesControlCharactersAndChinese) {
     EXPECT_EQ(text.rfind("[{\"type\":0,\"variablemode\":0,\"value\":\"PowerPathClosed", 0), 0u)
         << "keys are written in the file's fixed order";
     EXPECT_EQ(Reopen()->GetVariable("HostCtrlr", "Greeting").attributeValue, tricky);
+}
+
+TEST_F(HostVariables, DeclaredVariablesAreStoredWithTheirCharacteristicsAndReadBack) {
+    VariableDataItem declared[2] = {HostVariable("HostCtrlr", "Volume", "7"),
+                                    HostVariable("HostCtrlr", "Refused", "1", 0, 1)};
+    CTools::CopyField(declared[0].unit, "dB");
+    declared[0].dataType = 2;
+    declared[0].limitFlag = 3;
+    declared[0].minLimit = 0;
+    declared[0].maxLimit = 11;
+    ASSERT_EQ(OcppProtocol_SetVariableData(2, declared, 0), 1);
+
+    VariableDataItem query = HostVariable("HostCtrlr", "", "");
+    VariableDataItem out[4];
+    int count = 4;
+    ASSERT_EQ(OcppProtocol_GetVariableData(&query, 0, &count, out), 1);
+    ASSERT_EQ(count, 1) << "only Accepted records are stored";
+    EXPECT_STREQ(out[0].variableName, "Volume");
+    EXPECT_STREQ(out[0].attributeValue, "7");
+    EXPECT_STREQ(out[0].unit, "dB");
+    EXPECT_FLOAT_EQ(out[0].maxLimit, 11);
+    EXPECT_EQ(CVariableCharacteristics::GetInstance()->CheckCharacteristics("12", "HostCtrlr", "Volume", "", "", 0, 0),
+              0);
+
+    // An answer to the CSMS stores the value but leaves the declared characteristics alone.
+    VariableDataItem answer = HostVariable("HostCtrlr", "Volume", "9");
+    ASSERT_EQ(OcppProtocol_SetVariables("msg-1", 1, &answer), 1);
+    count = 4;
+    OcppProtocol_GetVariableData(&query, 0, &count, out);
+    EXPECT_STREQ(out[0].attributeValue, "9");
+    EXPECT_STREQ(out[0].unit, "dB");
+}
+
+TEST_F(HostVariables, ReadsNeverWriteBeyondTheGivenCapacity) {
+    VariableDataItem query = HostVariable("AuthCtrlr", "", "");
+    VariableDataItem out[3];
+    memset(out, 0x5a, sizeof out);
+    int count = 2;
+    ASSERT_EQ(OcppProtocol_GetVariableData(&query, 0, &count, out), 1);
+    EXPECT_EQ(count, 7) << "all matches are counted";
+    EXPECT_STREQ(out[1].componentName, "AuthCtrlr");
+    EXPECT_EQ(static_cast<unsigned char>(out[2].componentName[0]), 0x5a) << "third record must stay untouched";
+    count = 0;
+    EXPECT_EQ(OcppProtocol_GetVariableData(&query, 0, &count, nullptr), 1);
+    EXPECT_EQ(count, 7);
+    EXPECT_EQ(OcppProtocol_GetVariableData(nullptr, 0, &count, out), 0);
+}
+
+TEST_F(HostVariables, UnterminatedHostTextsAreCut) {
+    VariableDataItem v = HostVariable("HostCtrlr", "Long", "");
+    memset(v.attributeValue, 'x', sizeof v.attributeValue);
+    memset(v.variableName, 'n', sizeof v.variableName);
+    ASSERT_EQ(OcppProtocol_SetVariableData(1, &v, 0), 1);
+    std::vector<VariableDataItem20> all = CVariableCache::GetInstance()->GetFullVariables();
+    EXPECT_EQ(strlen(all.back().attributeValue), 1000u);
+    EXPECT_EQ(strlen(all.back().variableName), 50u);
+}
+
+TEST_F(HostVariables, HostMayUpdateReadOnlyValuesAndUpgradeKeepsTheStoredValue) {
+    VariableDataItem entries = HostVariable("LocalAuthListCtrlr", "Entries", "");
+    EXPECT_EQ(OcppProtocol_UpdateVariableValue(&entries, "12"), VARIABLESTATUS_ACCEPTED);
+    VariableDataItem unknown = HostVariable("NoSuchCtrlr", "Entries", "");
+    EXPECT_EQ(OcppProtocol_UpdateVariableValue(&unknown, "12"), VARIABLESTATUS_UNKNOWNCOMPONENT);
+    CVariableCache::GetInstance()->SetVariables({Var("HostCtrlr", "Volume", "7")});
+
+    VariableUpgradeItem up[2] = {};
+    up[0].operation = VARIABLEUPGRADE_UPDATE;
+    up[0].variable = HostVariable("HostCtrlr", "Volume", "0", VARIABLEMODE_READONLY);
+    up[1].operation = VARIABLEUPGRADE_ADD;
+    up[1].variable = HostVariable("HostCtrlr", "Mode", "A");
+    up[1].variable.dataType = 5;
+    CTools::CopyField(up[1].variable.valuesList, "A,B");
+    ASSERT_EQ(OcppProtocol_UpgrageVariableData(2, up), 1);
+    VariableDataItem20 volume = CVariableCache::GetInstance()->GetVariable("HostCtrlr", "Volume");
+    EXPECT_STREQ(volume.attributeValue, "7");
+    EXPECT_EQ(volume.mode, VARIABLEMODE_READONLY);
+    CVariableCharacteristics* c = CVariableCharacteristics::GetInstance();
+    EXPECT_EQ(c->CheckCharacteristics("C", "HostCtrlr", "Mode", "", "", 0, 0), 0);
+
+    up[0].operation = VARIABLEUPGRADE_DELETE;
+    up[1].operation = VARIABLEUPGRADE_DELETE;
+    ASSERT_EQ(OcppProtocol_UpgrageVariableData(2, up), 1);
+    EXPECT_EQ(c->CheckCharacteristics("C", "HostCtrlr", "Mode", "", "", 0, 0), 1);
+    for (int restarted = 0; restarted < 2; ++restarted) {
+        for (const char* name : {"Volume", "Mode"}) {
+            VariableDataItem20 gone = Var("HostCtrlr", name);
+            EXPECT_EQ(CVariableCache::GetInstance()->GetVariable(&gone), 0) << name << " deleted, restarted " << restarted;
+        }
+        CloseDeviceModel();
+        ASSERT_NO_FATAL_FAILURE(OpenDeviceModel(dir));
+    }
+    EXPECT_STREQ(CVariableCache::GetInstance()->GetVariable("LocalAuthListCtrlr", "Entries").attributeValue, "12");
+}
+
+TEST(CustomVariables, LocalListContentParsesOnlyArrays) {
+    std::vector<CustomTokenItem> items;
+    ASSERT_TRUE(CVariableCustom::ParseTokenList(
+        "[{\"idToken\":\"ABC\",\"type\":\"ISO14443\",\"status\":\"Blocked\",\"groupIdToken\":\"G\","
+        "\"ExpiryDateTime\":\"2030-01-01T00:00:00Z\"},{\"idToken\":\"" + std::string(60, 'z') + "\"}]",
+        items));
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_STREQ(items[0].idToken, "ABC");
+    EXPECT_EQ(CVariableCustom::GetTokenTypeInString(items[0].type), "ISO14443");
+    EXPECT_EQ(CVariableCustom::GetTokenStatusInString(items[0].status), "Blocked");
+    EXPECT_EQ(items[0].expiryDateTime, CTools::GetTimeByString("2030-01-01T00:00:00Z"));
+    EXPECT_EQ(strlen(items[1].idToken), 36u);
+    EXPECT_EQ(items[1].type, -1);
+    EXPECT_FALSE(CVariableCustom::ParseTokenList("{\"idToken\":\"ABC\"}", items));
+    EXPECT_FALSE(CVariableCustom::ParseTokenList("garbage", items));
+
+    CVariableCustom* custom = CVariableCustom::GetInstance();
+    VariableDataItem20 list = VariableDataItem20::Make("LocalAuthListCtrlr", "ListContent");
+    EXPECT_TRUE(custom->IsCustomVariable(list));
+    EXPECT_EQ(custom->GetCustomVariable(list), "[]");
+    CTools::CopyField(list.attributeValue, "not a list");
+    EXPECT_EQ(custom->SetCustomVariable(list), 0);
+    EXPECT_FALSE(custom->IsCustomVariable(VariableDataItem20::Make("LocalAuthListCtrlr", "Entries")));
+    CVariableCustom::Release();
 }

@@ -29,6 +29,15 @@ protected:
         v.supportsMonitoring = 1;
         return v;
     }
+    // A restart: the store comes back from its file only.
+    CVariableCharacteristics* Reopen() {
+        CVariableCharacteristics::Release();
+        CVariableCharacteristics* c = CVariableCharacteristics::GetInstance();
+        EXPECT_EQ(c->SetStoreFile(path), 1);
+        return c;
+    }
+    TempDir dir;
+    const std::string path = dir.file("VariableCharacteristicscache.json");
 };
 
 }  // namespace
@@ -104,10 +113,7 @@ TEST_F(Characteristics, UndescribedVariableTakesAnyValueButMissingTextsAreRefuse
 }
 
 TEST_F(Characteristics, StoreIsSeededPersistedAndReloaded) {
-    TempDir dir;
-    const std::string path = dir.file("VariableCharacteristicscache.json");
-    CVariableCharacteristics* c = CVariableCharacteristics::GetInstance();
-    ASSERT_EQ(c->SetStoreFile(path), 1);
+    CVariableCharacteristics* c = Reopen();
     const size_t defaults = c->GetAll().size();
     Json::Value file = ReadJson(path);
     ASSERT_TRUE(file.isArray());
@@ -115,10 +121,7 @@ TEST_F(Characteristics, StoreIsSeededPersistedAndReloaded) {
     EXPECT_TRUE(file[0].isMember("minilimit"));
 
     c->AddVariableCharacteristics(Declared("HostCtrlr", "Mode", VARIABLECHARACTERDATATYPE_OPTIONLIST, 0, 0, 0, "A,B"));
-    CVariableCharacteristics::Release();
-    c = CVariableCharacteristics::GetInstance();
-    ASSERT_EQ(c->SetStoreFile(path), 1);
-    EXPECT_EQ(c->GetAll().size(), defaults + 1);
+    EXPECT_EQ(Reopen()->GetAll().size(), defaults + 1);
     EXPECT_EQ(Check("HostCtrlr", "Mode", "C"), 0);
 
     // Too many records: back to the built-in table.
@@ -127,22 +130,16 @@ TEST_F(Characteristics, StoreIsSeededPersistedAndReloaded) {
         big += std::string(i ? "," : "") + "{\"componentname\":\"H\",\"variablename\":\"V" + std::to_string(i) +
                "\",\"limitflag\":0}";
     WriteText(path, big + "]");
-    CVariableCharacteristics::Release();
-    c = CVariableCharacteristics::GetInstance();
-    ASSERT_EQ(c->SetStoreFile(path), 1);
-    EXPECT_EQ(c->GetAll().size(), defaults);
+    EXPECT_EQ(Reopen()->GetAll().size(), defaults);
 }
 
 TEST_F(Characteristics, OlderFileLayoutIsMigratedWithItsLimits) {
-    TempDir dir;
-    const std::string path = dir.file("VariableCharacteristicscache.json");
     WriteText(path,
               "[{\"componentname\":\"TariffCostCtrlr\",\"variablename\":\"Currency\",\"datatype\":0,"
               "\"maxlimit\":2,\"supportsmonitoring\":false,\"valueslist\":\"\",\"unit\":\"\"},"
               "{\"componentname\":\"HostCtrlr\",\"variablename\":\"Level\",\"datatype\":2,"
               "\"minlimit\":5,\"maxlimit\":8,\"supportsmonitoring\":true}]");
-    CVariableCharacteristics* c = CVariableCharacteristics::GetInstance();
-    ASSERT_EQ(c->SetStoreFile(path), 1);
+    CVariableCharacteristics* c = Reopen();
     EXPECT_EQ(Check("TariffCostCtrlr", "Currency", "EUR"), 0) << "the migrated maximum of 2 applies";
     EXPECT_EQ(Check("HostCtrlr", "Level", "4"), 0);
     EXPECT_EQ(Check("HostCtrlr", "Level", "6"), 1);
