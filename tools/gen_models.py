@@ -541,8 +541,11 @@ def emit_object_code(model, rec, top):
     t = rec.cpp + "_t"
     out = []
     if top:
-        kind = "Base::CALL" if rec.is_request else "Base::CALLRESULT"
-        out.append("%s::%s() : base(%s, CTools::GetUuid(), \"%s\") {}" % (t, t, kind, rec.action))
+        # An answer takes the id of the request it answers; only a request needs a new one.
+        if rec.is_request:
+            out.append("%s::%s() : base(Base::CALL, CTools::GetUuid(), \"%s\") {}" % (t, t, rec.action))
+        else:
+            out.append("%s::%s() : base(Base::CALLRESULT, std::string(), \"%s\") {}" % (t, t, rec.action))
         out.append("")
         out.append("%s::%s(const rapidjson::Value& v, Base header) : base(std::move(header)) {" % (t, t))
     else:

@@ -158,19 +158,6 @@ std::string CInboundFrame::MaskedText() const {
 }
 
 bool CInboundFrame::ReadHead(const char* text, size_t len, int& type, std::string& id) {
-    rapidjson::Document doc;
-    return ReadDocument(doc, text, len) && HeadOf(doc, type, id);
-}
-
-size_t CInboundFrame::MaxReceiveBytes() { return g_maxReceiveBytes.load(); }
-
-void CInboundFrame::SetMaxReceiveBytes(size_t bytes) {
-    // The reader's own ceiling still bounds what one frame may cost.
-    if (bytes == 0 || bytes > kMaxBytes) bytes = kMaxBytes;
-    g_maxReceiveBytes.store(bytes);
-}
-
-bool CInboundFrame::PeekCallId(const char* text, size_t len, std::string& id) {
     if (text == nullptr) return false;
     size_t i = 0;
     auto skipSpace = [&] {
@@ -182,7 +169,12 @@ bool CInboundFrame::PeekCallId(const char* text, size_t len, std::string& id) {
         ++i;
         return true;
     };
-    if (!expect('[') || !expect('2') || !expect(',')) return false;
+    if (!expect('[')) return false;
+    skipSpace();
+    // Every OCPP-J message type is one digit.
+    if (i >= len || text[i] < '0' || text[i] > '9') return false;
+    const int value = text[i++] - '0';
+    if (!expect(',')) return false;
     skipSpace();
     const size_t start = i;
     if (i >= len || text[i] != '"') return false;
@@ -194,9 +186,27 @@ bool CInboundFrame::PeekCallId(const char* text, size_t len, std::string& id) {
             rapidjson::Document doc;
             doc.Parse<kParseFlags>(text + start, i + 1 - start);
             if (doc.HasParseError() || !doc.IsString()) return false;
+            type = value;
             id.assign(doc.GetString(), doc.GetStringLength());
             return true;
         }
     }
     return false;
 }
+
+bool CInboundFrame::PeekCallId(const char* text, size_t len, std::string& id) {
+    int type = 0;
+    std::string head;
+    if (!ReadHead(text, len, type, head) || type != 2) return false;
+    id = std::move(head);
+    return true;
+}
+
+size_t CInboundFrame::MaxReceiveBytes() { return g_maxReceiveBytes.load(); }
+
+void CInboundFrame::SetMaxReceiveBytes(size_t bytes) {
+    // The reader's own ceiling still bounds what one frame may cost.
+    if (bytes == 0 || bytes > kMaxBytes) bytes = kMaxBytes;
+    g_maxReceiveBytes.store(bytes);
+}
+

@@ -35,7 +35,8 @@ public:
     // True when the log needs MaskedText(); otherwise Text() can go out as it is.
     bool HasIdToken() const;
 
-    // Head of a frame text without keeping a document; false when there is none.
+    // Head of a frame text from its first bytes (the rest is not read); false
+    // when there is none.
     static bool ReadHead(const char* text, size_t len, int& type, std::string& id);
 
     // Message id of a CALL from the first bytes of a frame that is not read

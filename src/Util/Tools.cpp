@@ -307,6 +307,9 @@ bool CTools::ParseJson(const char* text, size_t length, Json::Value& root, std::
 }
 
 std::string CTools::MaskIdTokenFromJson(const std::string& text) {
+    // Most frames carry no token: spare them a parse and a rewrite. A \u escape
+    // could spell the member's name, so such text is always parsed.
+    if (text.find("\"idToken\"") == std::string::npos && text.find("\\u") == std::string::npos) return text;
     Json::Value root;
     if (!ParseJson(text, root)) return text;
     try {

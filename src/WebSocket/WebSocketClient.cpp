@@ -127,6 +127,10 @@ int CWebSocketClient::Init(const char* url, CWebSocketClientCallBack* callback, 
         OCPP_SECTION(&m_socketLock);
         m_pContext = context;
     }
+    {
+        std::lock_guard<std::mutex> wake(m_wakeLock);
+        m_pWakeContext = context;
+    }
     m_iPingCheckPoint = CTools::GetCurRunTimeSec();
     // No other thread touches the context yet, so connecting from here is safe;
     // callbacks for an immediate failure arrive on this thread.
@@ -219,6 +223,10 @@ void CWebSocketClient::Close() {
         pthread_join(m_serviceThread, nullptr);
         m_bThreadsRunning = false;
     }
+    {
+        std::lock_guard<std::mutex> wake(m_wakeLock);
+        m_pWakeContext = nullptr;
+    }
     lws_context* context = nullptr;
     {
         OCPP_SECTION(&m_socketLock);
@@ -235,7 +243,7 @@ void CWebSocketClient::Close() {
         m_iLastOperateTime = 0;
         FailQueuedFrames();
     }
-    m_writeCv.notify_all();
+    NotifyWritten();
     ReleaseWaiters();
 }
 
@@ -428,7 +436,7 @@ void CWebSocketClient::OnServiceWoken() {
         lws_callback_on_writable(m_pWsi);
     } else if (m_iState == 3) {
         FailQueuedFrames();
-        m_writeCv.notify_all();
+        NotifyWritten();
     }
 }
 
@@ -471,7 +479,7 @@ void CWebSocketClient::OnLinkDown(const char* why) {
         // While closing, the owner already knows.
         announce = !m_bClosing;
     }
-    m_writeCv.notify_all();
+    NotifyWritten();
     LOG_DEBUG("websocket link down: %s", why);
     if (announce && m_pCallBack != nullptr) m_pCallBack->OnConnectError();
 }
@@ -545,8 +553,19 @@ void CWebSocketClient::WriteNextFrame(lws* wsi) {
         frame->done = true;
         more = !m_sendQueue.empty();
     }
-    m_writeCv.notify_all();
+    NotifyWritten();
     if (more) lws_callback_on_writable(wsi);
+}
+
+void CWebSocketClient::WakeService() {
+    std::lock_guard<std::mutex> lock(m_wakeLock);
+    if (m_pWakeContext != nullptr) lws_cancel_service(m_pWakeContext);
+}
+
+void CWebSocketClient::NotifyWritten() {
+    // Taking the waiters' lock orders this wake after their last look at `done`.
+    { std::lock_guard<std::mutex> lock(m_writeDoneMutex); }
+    m_writeCv.notify_all();
 }
 
 int CWebSocketClient::WriteFrame(const char* message, int length, const char* failFormat, bool& closeNeeded) {
@@ -556,8 +575,9 @@ int CWebSocketClient::WriteFrame(const char* message, int length, const char* fa
     memcpy(frame->data.data() + LWS_PRE, message, static_cast<size_t>(length));
     frame->length = static_cast<size_t>(length);
     int written = 0;
+    int64_t boundSec = 1;
     {
-        OCPP_SECTION_NAMED(guard, &m_socketLock);
+        OCPP_SECTION(&m_socketLock);
         if (m_iState != 2 || m_pContext == nullptr) {
             LOG_ERROR("WebSocket No CONNECTED");
             return 0;
@@ -569,9 +589,15 @@ int CWebSocketClient::WriteFrame(const char* message, int length, const char* fa
             m_iLastOperateTime = CTools::GetCurRunTimeSec();
             return 1;
         }
-        lws_cancel_service(m_pContext);
-        int64_t boundSec = m_iMessageTimeout > 0 ? m_iMessageTimeout : 1;
-        m_writeCv.wait_for(guard, std::chrono::seconds(boundSec), [&] { return frame->done; });
+        if (m_iMessageTimeout > 0) boundSec = m_iMessageTimeout;
+    }
+    WakeService();
+    {
+        std::unique_lock<std::mutex> lock(m_writeDoneMutex);
+        m_writeCv.wait_for(lock, std::chrono::seconds(boundSec), [&] { return frame->done.load(); });
+    }
+    {
+        OCPP_SECTION(&m_socketLock);
         if (!frame->done) {
             for (auto it = m_sendQueue.begin(); it != m_sendQueue.end(); ++it) {
                 if (*it == frame) {

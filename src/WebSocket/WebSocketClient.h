@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <mutex>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -112,10 +113,12 @@ private:
         std::vector<unsigned char> data;  // pre-padding + payload
         size_t length = 0;
         bool ping = false;
-        bool done = false;
-        int written = 0;
+        std::atomic<bool> done{false};  // set under the socket lock
+        int written = 0;                // socket lock
     };
 
+    void WakeService();
+    void NotifyWritten();
     static void* ServiceProc(void* self);
     static void* SweepProc(void* self);
     static void* PingProc(void* self);
@@ -183,7 +186,14 @@ private:
     std::string m_strProtocol;  // must outlive the context: it names the protocol entry
     lws_protocols* m_pProtocols = nullptr;
     std::deque<std::shared_ptr<OutFrame>> m_sendQueue;  // socket lock
-    std::condition_variable_any m_writeCv;               // socket lock
+    // Senders wait for their write on a lock of its own, so the service thread
+    // never has to win the socket lock back from a waking sender.
+    std::mutex m_writeDoneMutex;
+    std::condition_variable m_writeCv;
+    // Wakes the service thread without the socket lock, which the woken thread
+    // takes at once; guards the context against Close destroying it meanwhile.
+    std::mutex m_wakeLock;
+    lws_context* m_pWakeContext = nullptr;  // wake lock
     std::condition_variable_any m_removedCv;             // wait-table lock
     pthread_mutex_t m_periodLock;
     pthread_mutex_t m_closeLock;

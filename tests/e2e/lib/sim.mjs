@@ -17,7 +17,7 @@ export function tempDir(prefix = 'ocpp-e2e-') {
 }
 
 export class Station {
-  // args: { url, id, profile, user, password, ca, cert, key, messageTimeout, backoff, logLevel, cache, evses, connectors }
+  // args: { sim, url, id, profile, user, password, ca, cert, key, messageTimeout, backoff, logLevel, cache, evses, connectors }
   constructor(args) {
     this.cache = args.cache ?? tempDir();
     this.ownsCache = !args.cache;
@@ -30,7 +30,7 @@ export class Station {
       ['--evses', 'evses'], ['--connectors', 'connectors']]) {
       if (args[key] !== undefined) argv.push(flag, String(args[key]));
     }
-    this.proc = spawn(simPath, argv, { stdio: ['pipe', 'pipe', 'pipe'] });
+    this.proc = spawn(args.sim ?? simPath, argv, { stdio: ['pipe', 'pipe', 'pipe'] });
     this.exited = new Promise((resolve) => this.proc.once('exit', (code, signal) => resolve({ code, signal })));
     readline.createInterface({ input: this.proc.stdout }).on('line', (line) => {
       let event;
