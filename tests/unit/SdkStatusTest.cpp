@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstring>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -177,38 +178,30 @@ TEST_F(Sdk, ReconnectReportsEveryConnectorOnlyAfterLongOutageOrFreshActivation) 
     ClockGuard clock;
     CTools::FreezeClock(true);
     RecordingHost host;
+    size_t oks = 0;
+    // Offline for `offlineMs`, then online again: the option the new OK carries.
+    auto reconnect = [&](int offlineMs) {
+        OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+        CTools::AdvanceClockMs(offlineMs);
+        GoOnline();
+        return LastOkOption(host, ++oks);
+    };
     OcppProtocol_ActiveConnection(1);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 1), 1) << "first OK after activation reports every connector";
-
-    // Threshold is 10 s: 11 s offline is long.
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    CTools::AdvanceClockMs(11000);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 2), 1);
-
-    // Exactly the threshold counts as short.
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    CTools::AdvanceClockMs(10000);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 3), 2);
+    EXPECT_EQ(reconnect(0), 1) << "first OK after activation reports every connector";
+    // Threshold is 10 s: 11 s offline is long, exactly the threshold counts as short.
+    EXPECT_EQ(reconnect(11000), 1);
+    EXPECT_EQ(reconnect(10000), 2);
 
     // Activation without reporting variables keeps the short-outage rule.
     OcppProtocol_ActiveConnection(0);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 4), 2);
+    EXPECT_EQ(reconnect(0), 2);
 
     // Reporting variables again forgets the previous connection.
     OcppProtocol_ActiveConnection(1);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    CTools::AdvanceClockMs(60000);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 5), 0) << "1.6 reports connectors itself";
+    EXPECT_EQ(reconnect(60000), 0) << "1.6 reports connectors itself";
 }
 
 TEST_F(Sdk, ActivationResetsProtocolAndStatusAndNotifiesOnce) {
@@ -222,6 +215,7 @@ TEST_F(Sdk, ActivationResetsProtocolAndStatusAndNotifiesOnce) {
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
     EXPECT_EQ(OcppProtocol_IsNeedReportVariables(), 1);
     OcppProtocol_ActiveConnection(1);
+    host.WaitForCount(2); for (auto t : host.Records()) printf("REC %d %d\n", t.type, t.bytes.size() > 44 ? Int32At(t.bytes, 41) : -9);
     ASSERT_TRUE(host.WaitForCount(2));
     EXPECT_EQ(StatusRecords(host), (std::vector<std::pair<int, int>>{{1, 0}, {255, 0}}));
 }
@@ -243,32 +237,13 @@ TEST_F(Sdk, VersionReportsBranchAndBuildTime) {
     char out[255];
     const int n = OcppProtocol_Version(out);
     EXPECT_EQ(n, (int)strlen(out));
-    // "Branch: <label>\nBuild: YYYY-MM-DDTHH:MM:SSZ\n"
     const std::string text(out);
-    const size_t build = text.find("\nBuild: ");
-    ASSERT_EQ(text.rfind("Branch: ", 0), 0u) << text;
-    ASSERT_NE(build, std::string::npos) << text;
-    EXPECT_GT(build, strlen("Branch: ")) << "branch label is empty";
-    const std::string stamp = text.substr(build + strlen("\nBuild: "));
-    ASSERT_EQ(stamp.size(), strlen("2026-01-01T00:00:00Z\n")) << text;
-    EXPECT_TRUE(CTools::IsValidUTCTime(stamp.substr(0, stamp.size() - 1))) << text;
-    EXPECT_EQ(stamp.back(), '\n');
+    std::smatch stamp;
+    ASSERT_TRUE(std::regex_match(text, stamp, std::regex("Branch: .+\nBuild: (.{20})\n"))) << text;
+    EXPECT_TRUE(CTools::IsValidUTCTime(stamp[1].str())) << text;
 }
 
-TEST_F(Sdk, ResourceInitWithEmptyUrlChangesNothing) {
-    RecordingHost host;
-    LogCapture log;
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
-    ConnectionItem item{};
-    item.protocol = OCPPPROTOCOL_16;
-    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
-    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
-    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
-}
-
-TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
+TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNamesAndAnEmptyUrlChangesNothing) {
     TempDir dir;
     // A folder name a shell would take as two commands; the second would run in the working folder.
     char previousCwd[4096];
@@ -279,8 +254,14 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     ASSERT_EQ(OcppProtocol_SetCacheDir(cache.c_str()), 1);
     RecordingHost host;
     LogCapture log;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
     ConnectionItem item{};
     item.protocol = OCPPPROTOCOL_201;
+    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
+    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
+    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_16);
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
     CTools::CopyField(item.url, "ws://csms.example/ocpp");
     EXPECT_EQ(OcppProtocol_ResourceInit(item), 1);
 
@@ -291,6 +272,7 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     EXPECT_TRUE(log.Contains("CSMS Cache Folder = " + folder + "/"));
     EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_DISCONNECTED);
+    host.WaitForCount(2); for (auto t : host.Records()) printf("REC %d %d\n", t.type, t.bytes.size() > 44 ? Int32At(t.bytes, 41) : -9);
     ASSERT_TRUE(host.WaitForCount(1));
     EXPECT_EQ(Int32At(host.Records()[0].bytes, 41), SDKSTATUS_DISCONNECTED);
     OcppProtocol_Release();
