@@ -14,8 +14,6 @@
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/TransactionManager.h"
-#include "Ocpp20/Process/VariableCache.h"
-#include "Ocpp20/Process/VariableCharacteristics.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "RecordingHost.h"
@@ -203,23 +201,14 @@ class TransactionAnswerTest : public TransactionEvent {
 protected:
     void SetUp() override {
         TransactionEvent::SetUp();
-        CVariableCache::GetInstance()->InitDefault();
-        ASSERT_EQ(CVariableCache::GetInstance()->SetStoreFile(dir.file("variablecache.json")), 1);
-        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")),
-                  1);
+        OpenDeviceModel(dir);
         ASSERT_EQ(CAuthorizeCache::GetInstance()->SetStoreFile(dir.file("authorizecache.db")), 1);
-        SetCacheEnabled("true");
+        SetLibraryVariable("AuthCacheCtrlr", "Enabled", "true");
     }
     void TearDown() override {
         CAuthorizeCache::Release();
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
+        CloseDeviceModel();
         TransactionEvent::TearDown();
-    }
-    static void SetCacheEnabled(const char* value) {
-        VariableDataItem20 item = VariableDataItem20::Make("AuthCacheCtrlr", "Enabled");
-        CTools::CopyField(item.attributeValue, value);
-        ASSERT_EQ(CVariableCache::GetInstance()->UpdateVariableValue(item), VARIABLESTATUS_ACCEPTED);
     }
     static std::string Request(const char* token, int type) {
         MeterBuffer meter;
@@ -262,7 +251,7 @@ TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePers
     const std::string accepted = "[3,\"m2\",{\"idTokenInfo\":{\"status\":\"Accepted\"}}]";
     EXPECT_EQ(Answer(Request("FREE", kNoAuthorization), accepted), 0);
     EXPECT_EQ(CAuthorizeCache::GetInstance()->GetAuthorizeCacheItem("FREE", kNoAuthorization), nullptr);
-    SetCacheEnabled("false");
+    SetLibraryVariable("AuthCacheCtrlr", "Enabled", "false");
     EXPECT_EQ(Answer(Request("CARD", kISO14443), accepted), 0);
     EXPECT_TRUE(Cached("CARD", kISO14443, 1)) << "still the Blocked entry";
 
