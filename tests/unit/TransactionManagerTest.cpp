@@ -309,8 +309,7 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
     EXPECT_EQ(tx->GetTransactionCount(), 1);
 }
 
-// What GetTransactionStatus answers is the sessions end-to-end test's.
-TEST_F(TransactionManagerTest, CsmsCannotStartOrStopATransactionBeforeTheLinkIsUp) {
+TEST_F(TransactionManagerTest, CsmsLearnsWhetherATransactionIsOngoingAndCannotStartOrStopOneBeforeTheLinkIsUp) {
     RecordingLink link;
     LogCapture log;
     auto deliver = [](const std::string& action, const std::string& payload) {
@@ -322,6 +321,14 @@ TEST_F(TransactionManagerTest, CsmsCannotStartOrStopATransactionBeforeTheLinkIsU
     EXPECT_TRUE(log.Contains("Charing status:0 Error, reject RequestStopTransactionRequest\n"));
     deliver("RequestStartTransaction", R"({"idToken":{"idToken":"ALICE","type":"ISO14443"},"remoteStartId":7})");
     EXPECT_NE(link.Last().find("Rejected"), std::string::npos);
+
+    const std::string id = Start(1, TRANSACTIONREASON_AUTHORIZED, "ALICE");
+    deliver("GetTransactionStatus", "{}");
+    EXPECT_NE(link.Last().find("\"messagesInQueue\": true"), std::string::npos) << link.Last();
+    EXPECT_EQ(link.Last().find("ongoingIndicator"), std::string::npos);
+    deliver("GetTransactionStatus", R"({"transactionId":")" + id + "\"}");
+    EXPECT_NE(link.Last().find("\"ongoingIndicator\": true"), std::string::npos) << link.Last();
+    EXPECT_NE(link.Last().find("\"messagesInQueue\": false"), std::string::npos);
 }
 
 TEST_F(TransactionManagerTest, RemoteStartKeepsItsChargingProfileBeforeTheHostIsAsked) {
