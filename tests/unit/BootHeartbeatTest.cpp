@@ -108,7 +108,6 @@ TEST_F(BootHeartbeat, AcceptedBootSetsClockReportsRebootAndMarksProfileAccepted)
     EXPECT_NE(request.find("\"SN-1\""), std::string::npos);
     EXPECT_EQ(boot->GetBootStatus(), 0);
     EXPECT_EQ(boot->GetBootPhase(), 2);
-    EXPECT_EQ(boot->GetInterval(), 60);
     EXPECT_EQ(g_clockSets, std::vector<int64_t>{k2030});
     EXPECT_EQ(link.Count("SecurityEventNotification"), 1u);
     EXPECT_NE(link.Sent()[1].find("\"ResetOrReboot\""), std::string::npos);

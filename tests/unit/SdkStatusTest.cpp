@@ -51,18 +51,6 @@ protected:
         return out;
     }
 
-    // Option of the record that announced the `n`-th OK, once it has arrived.
-    int LastOkOption(RecordingHost& host, size_t n) {
-        std::vector<int> options;
-        EXPECT_TRUE(WaitFor([&] {
-            options.clear();
-            for (const auto& s : StatusRecords(host))
-                if (s.first == SDKSTATUS_OK) options.push_back(s.second);
-            return options.size() >= n;
-        }));
-        return options.empty() ? -1 : options.back();
-    }
-
     void GoOnline() {
         OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
         OcppProtocol_SetStatus(SDKSTATUS_SUBMITTING);
@@ -179,12 +167,20 @@ TEST_F(Sdk, ReconnectReportsEveryConnectorOnlyAfterLongOutageOrFreshActivation) 
     CTools::FreezeClock(true);
     RecordingHost host;
     size_t oks = 0;
-    // Offline for `offlineMs`, then online again: the option the new OK carries.
+    // Offline for `offlineMs`, then online again: the option the new OK carries, once it has arrived.
     auto reconnect = [&](int offlineMs) {
         OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
         CTools::AdvanceClockMs(offlineMs);
         GoOnline();
-        return LastOkOption(host, ++oks);
+        std::vector<int> options;
+        EXPECT_TRUE(WaitFor([&] {
+            options.clear();
+            for (const auto& s : StatusRecords(host))
+                if (s.first == SDKSTATUS_OK) options.push_back(s.second);
+            return options.size() > oks;
+        }));
+        ++oks;
+        return options.empty() ? -1 : options.back();
     };
     OcppProtocol_ActiveConnection(1);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
