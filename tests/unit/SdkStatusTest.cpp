@@ -58,8 +58,6 @@ protected:
     }
 };
 
-}  // namespace
-
 TEST_F(Sdk, InitWithNonZeroFirstArgumentKeepsNoCallbackTable) {
     OcppProtocolCallBack table{};
     OcppProtocol_Init(0, nullptr);
@@ -275,7 +273,6 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNamesAndAnEmptyUrlC
     EXPECT_EQ(chdir(previousCwd), 0);
 }
 
-namespace {
 std::atomic<int> g_nestedLogCalls{0};
 
 void LoggingHostLog(LOGLEVEL, const char*, const char*, int, const char* text) {
@@ -283,7 +280,6 @@ void LoggingHostLog(LOGLEVEL, const char*, const char*, int, const char* text) {
     if (strstr(text, "ocpp cache folder:") != nullptr && g_nestedLogCalls++ == 0)
         OcppProtocol_SetCacheDir("/nonexistent/folder");  // logs an error from inside the sink
 }
-}  // namespace
 
 TEST_F(Sdk, HostLogCallbackMayCallEntriesThatLogAgain) {
     TempDir dir;
@@ -302,3 +298,5 @@ TEST_F(Sdk, HostLogCallbackMayCallEntriesThatLogAgain) {
     OcppProtocol_SetLog(nullptr);
     EXPECT_EQ(g_nestedLogCalls.load(), 1);
 }
+
+}  // namespace

@@ -36,7 +36,6 @@ struct Fixture : ::testing::Test {
         return g_calls;
     }
 };
-}  // namespace
 
 using TimerManager = Fixture;
 
@@ -61,7 +60,6 @@ TEST_F(TimerManager, FirstCallComesOneIntervalAfterRegistrationThenOneIntervalAf
     EXPECT_EQ(CallsAfter(1), 2);
 }
 
-namespace {
 CTimerManager* g_tm = nullptr;
 unsigned long long g_selfId = 0;
 void* UnregisterSelf(void*) {
@@ -70,7 +68,6 @@ void* UnregisterSelf(void*) {
     g_tm->RegisterTimer(5, CountCall, nullptr);
     return nullptr;
 }
-}  // namespace
 
 TEST_F(TimerManager, CallbackMayRemoveItselfAndRegisterAnother) {
     g_tm = CTimerManager::GetInstance();
@@ -80,7 +77,6 @@ TEST_F(TimerManager, CallbackMayRemoveItselfAndRegisterAnother) {
     EXPECT_EQ(CallsAfter(1000), 1) << "the removed timer must not run again";
 }
 
-namespace {
 std::atomic<bool> g_inCallback{false};
 std::atomic<bool> g_release{false};
 void* BlockingCall(void*) {
@@ -89,7 +85,6 @@ void* BlockingCall(void*) {
     ++g_calls;
     return nullptr;
 }
-}  // namespace
 
 TEST_F(TimerManager, UnregisterWaitsForACallbackInFlight) {
     CTools::FreezeClock(false);
@@ -121,3 +116,5 @@ TEST_F(TimerManager, ReleaseKeepsAHeldPointerUsableAndTheNextUseRunsTimersAgain)
     held->RegisterTimer(1, CountCall, nullptr);
     EXPECT_TRUE(WaitFor([] { return g_calls.load() > 0; }, 2500)) << "timers stopped for good after a release";
 }
+
+}  // namespace
