@@ -261,12 +261,13 @@ TEST_F(OfflineQueue, SynchronousModeSendsAtOnceAndNeverTouchesTheQueue) {
 }
 
 TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQueueOnline) {
-    ASSERT_EQ(CTransactionManager::GetInstance()->SetStoreFile(dir.file("transactioncache.bin")), 1);
-    const auto start = [](std::string* id) {
+    CTransactionManager* tx = CTransactionManager::GetInstance();
+    ASSERT_EQ(tx->SetStoreFile(dir.file("transactioncache.bin")), 1);
+    const auto start = [tx](std::string* id) {
         int errorCode = 0;
-        return CTransactionManager::GetInstance()->TransactionStart(
-            1, 1, "", 255, TRANSACTIONREASON_CABLEPLUGGEDIN, TRANSACTIONCHARGINGSTATE_EVCONNECTED, 0, 0, nullptr,
-            CTransactionManager::Meter(), id, &errorCode);
+        return tx->TransactionStart(1, 1, "", 255, TRANSACTIONREASON_CABLEPLUGGEDIN,
+                                    TRANSACTIONCHARGINGSTATE_EVCONNECTED, 0, 0, nullptr, CTransactionManager::Meter(),
+                                    id, &errorCode);
     };
     const auto refuse = [](const std::string& id) {
         return "[3,\"" + id + "\",{\"idTokenInfo\":{\"status\":\"Invalid\"}}]";
@@ -274,9 +275,8 @@ TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQu
     g_eSdkStatus = SDKSTATUS_DISCONNECTED;
     std::string offlineTx;
     ASSERT_EQ(start(&offlineTx), 0);
-    CTransactionManager::GetInstance()->TransactionUpdate(offlineTx, TRANSACTIONREASON_CHARGINGSTATECHANGED,
-                                                          TRANSACTIONCHARGINGSTATE_CHARGING,
-                                                          CTransactionManager::Meter(), 0);
+    tx->TransactionUpdate(offlineTx, TRANSACTIONREASON_CHARGINGSTATECHANGED, TRANSACTIONCHARGINGSTATE_CHARGING,
+                          CTransactionManager::Meter(), 0);
     ASSERT_GE(cache->Count(), 2u) << "Started and Updated kept while offline";
     link.Answer(refuse);
     Replay();
@@ -284,9 +284,8 @@ TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQu
     CTools::SleepMs(100);
     ASSERT_EQ(host.Count(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED), 1u) << "one record for the whole transaction";
     EXPECT_TRUE(log.Contains("Notify offline transaction not accepted<" + offlineTx + ">"));
-    CTransactionManager::GetInstance()->TransactionEnd(offlineTx, TRANSACTIONREASON_STOPAUTHORIZED,
-                                                       TRANSACTIONCHARGINGSTATE_IDLE, TRANSACTIONSTOPREASON_LOCAL,
-                                                       CTransactionManager::Meter());
+    tx->TransactionEnd(offlineTx, TRANSACTIONREASON_STOPAUTHORIZED, TRANSACTIONCHARGINGSTATE_IDLE,
+                       TRANSACTIONSTOPREASON_LOCAL, CTransactionManager::Meter());
 
     // Online, the queue's sender hands the answer to the transaction manager.
     link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });
