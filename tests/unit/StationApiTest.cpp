@@ -133,13 +133,6 @@ TEST_F(StationApi, EntriesGoToTheNegotiatedVersionsEngineAndDoNothingBeforeAVers
     EXPECT_EQ(engine.calls, (std::vector<std::string>{"answer3", "answer12", "meterValues"}));
 }
 
-TEST(MeterBuffers, UnderOcpp16TheEndMeterIsTheLastValueNotTheLargest) {
-    MeterBuffer meter;
-    meter.Add(0, 10.0, 4).Add(0, 30.0, 4).Add(0, 20.0, 4);
-    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(3, meter.data()), 20u);
-    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(0, nullptr), 0u);
-}
-
 TEST(MeterBuffers, SignedItemsAreSteppedByTheirOwnLengthExceptWhenCutIntoSeparateItems) {
     MeterBuffer meter;
     meter.Add(1, 1.0, SAMPLEDVALUEMEASURAND_ENERGY_ACTIVE_IMPORT_REGISTER)
@@ -268,7 +261,7 @@ TEST_F(StationReports, TheCsmsCertificateAnswerReachesTheHostCutToItsBufferAndBa
     EXPECT_EQ(link.Count(), 0u);
 }
 
-TEST(StructTrans, TheEndMeterIsTheLastImportRegisterReadingScaled) {
+TEST(EndMeter, IsTheLastImportRegisterReadingScaledAndUnderOcpp16TheLastValueNotTheLargest) {
     EXPECT_DOUBLE_EQ(OcppStructTrans_GetEndMeter(
                          "[{\"sampledValue\":[{\"value\":7}]},"
                          "{\"sampledValue\":[{\"value\":1.5,\"unitOfMeasure\":{\"multiplier\":3}},"
@@ -276,4 +269,8 @@ TEST(StructTrans, TheEndMeterIsTheLastImportRegisterReadingScaled) {
                      1500.0);
     EXPECT_EQ(OcppStructTrans_GetEndMeter("{\"sampledValue\":[{\"value\":1,\"measurand\":\"SoC\"}]}"), -1.0);
     EXPECT_EQ(OcppStructTrans_GetEndMeter("not json"), -1.0);
+    MeterBuffer meter;
+    meter.Add(0, 10.0, 4).Add(0, 30.0, 4).Add(0, 20.0, 4);
+    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(3, meter.data()), 20u);
+    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(0, nullptr), 0u);
 }
