@@ -143,20 +143,8 @@ TEST_F(OfflineQueue, TransactionEventsAreKeptOfflineOnlyWhereTheStorePointAllows
     EXPECT_EQ(link.Count(), 0u) << "nothing unasked reaches the CSMS before it accepted the boot";
 }
 
-TEST_F(OfflineQueue, ElevenKeptMessagesAreReplayedInOrderThenTheTableStartsAgain) {
-    for (int i = 1; i <= 11; ++i) ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(i)), 1);
-    Replay();
-    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
-    const std::vector<std::string> sent = link.Sent();
-    ASSERT_EQ(sent.size(), 11u);
-    for (int i = 1; i <= 11; ++i) EXPECT_EQ(IdOf(sent[i - 1]), "se-" + std::to_string(i)) << "replay order";
-    EXPECT_EQ(cache->Count(), 0u);
-    ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(12)), 1);
-    EXPECT_EQ(cache->ReadRows(1).at(0).id, 1) << "a complete replay resets the row counter";
-}
-
-TEST_F(OfflineQueue, LinkLostDuringTheReplayKeepsTheUnsentRows) {
-    for (int i = 1; i <= 5; ++i) ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(i)), 1);
+TEST_F(OfflineQueue, LinkLostDuringTheReplayKeepsTheUnsentRowsAndTheNextReplaySendsThemInOrderAndStartsTheTableAgain) {
+    for (int i = 1; i <= 14; ++i) ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(i)), 1);
     int answered = 0;
     link.Answer([&](const std::string& id) {
         if (++answered == 3) link.SetSendResult(0);
@@ -164,10 +152,22 @@ TEST_F(OfflineQueue, LinkLostDuringTheReplayKeepsTheUnsentRows) {
     });
     Replay();
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
-    EXPECT_EQ(cache->Count(), 2u) << "the third was answered; the fourth never left";
-    ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(6)), 1);
-    EXPECT_EQ(cache->ReadRows(10).back().id, 6) << "the table is not emptied";
+    EXPECT_EQ(cache->Count(), 11u) << "the third was answered; the fourth never left";
+    ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(15)), 1);
+    EXPECT_EQ(cache->ReadRows(20).back().id, 15) << "the table is not emptied";
     EXPECT_EQ(cache->ReadRows(1).at(0).frame, Security(4)) << "at least once: the unanswered frame stays";
+
+    // Twelve rows: more than one read of ten.
+    link.SetSendResult(1);
+    link.Clear();
+    Replay();
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
+    const std::vector<std::string> sent = link.Sent();
+    ASSERT_EQ(sent.size(), 12u);
+    for (int i = 4; i <= 15; ++i) EXPECT_EQ(IdOf(sent[i - 4]), "se-" + std::to_string(i)) << "replay order";
+    EXPECT_EQ(cache->Count(), 0u);
+    ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(16)), 1);
+    EXPECT_EQ(cache->ReadRows(1).at(0).id, 1) << "a complete replay resets the row counter";
 }
 
 TEST_F(OfflineQueue, EventQueuedOnlineIsJournaledUntilAnsweredAndALostLinkIsNotAnAttempt) {
