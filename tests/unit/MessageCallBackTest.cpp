@@ -67,7 +67,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Queue, FramesArrivingWhileBusyAreHandledNewestFirstAndRecordsKeepTheirOrder) {
+TEST_F(Queue, StatusRecordOvertakesEverythingQueuedFramesArrivingWhileBusyGoNewestFirstAndRecordsKeepTheirOrder) {
     RecordingHost host;
     host.OnRecord([](const char* r, uint32_t len) {
         if (len > 41 && r[41] != 0) {
@@ -83,32 +83,12 @@ TEST_F(Queue, FramesArrivingWhileBusyAreHandledNewestFirstAndRecordsKeepTheirOrd
     PostFrame("B");
     Post(Record(101, '2'));
     PostFrame("C");
+    Post(Record(0, 's'), 1);
     host.Unblock();
-    ASSERT_TRUE(WaitFor([] { return Sequence().size() == 5; }));
+    ASSERT_TRUE(WaitFor([] { return Sequence().size() == 6; }));
     EXPECT_EQ(Sequence(),
-              (std::vector<std::string>{"frame C", "frame B", "frame A", "record 1", "record 2"}));
-}
-
-TEST_F(Queue, StatusRecordOvertakesTenQueuedItems) {
-    RecordingHost host;
-    BlockWorker(host);
-    for (int i = 0; i < 5; ++i) PostFrame("frame");
-    for (int i = 0; i < 5; ++i) Post(Record(101));
-    Post(Record(0), 1);
-    host.Unblock();
-    ASSERT_TRUE(host.WaitForCount(7));
-    const std::vector<int32_t> types = host.Types();
-    EXPECT_EQ(types[0], 100);
-    EXPECT_EQ(types[1], 0) << "the priority record must come right after the one in hand";
-}
-
-TEST_F(Queue, FramesWithoutNegotiatedProtocolAreConsumed) {
-    RecordingHost host;
-    CMessageCallBack::SetFrameObserver(&SeenFrame);
-    PostFrame("[2,\"1\",\"Reset\",{}]");
-    Post(Record(101));
-    ASSERT_TRUE(host.WaitForCount(1));
-    EXPECT_EQ(Sequence().size(), 1u);
+              (std::vector<std::string>{"record s", "frame C", "frame B", "frame A", "record 1", "record 2"}))
+        << "the status record comes right after the one in hand";
 }
 
 TEST_F(Queue, RecordsAboveTenPackagesAreRefusedWithLog) {
@@ -180,12 +160,12 @@ TEST_F(Queue, HostMayCallBackIntoTheLibraryFromItsCallback) {
     ASSERT_TRUE(host.WaitForType(104));
 }
 
-TEST_F(Queue, RecordsWithoutHostAreDroppedAndFreed) {
+TEST_F(Queue, RecordsWithoutHostAndFramesWithoutProtocolAreDroppedAndFreed) {
     OcppProtocol_Init(0, nullptr);
     CMessageCallBack::SetFrameObserver(&SeenFrame);
     for (int i = 0; i < 100; ++i) Post(Record(101));
     ASSERT_TRUE(WaitFor([] { return CMessageCallBack::GetInstance()->Pending() == 0; }));
-    PostFrame("barrier");  // handled only after the last record
+    PostFrame("[2,\"1\",\"Reset\",{}]");  // no protocol yet; handled only after the last record
     ASSERT_TRUE(WaitFor([] { return Sequence().size() == 1; }));
     RecordingHost host;
     Post(Record(102));

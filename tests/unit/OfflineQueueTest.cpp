@@ -143,20 +143,8 @@ TEST_F(OfflineQueue, TransactionEventsAreKeptOfflineOnlyWhereTheStorePointAllows
     EXPECT_EQ(link.Count(), 0u) << "nothing unasked reaches the CSMS before it accepted the boot";
 }
 
-TEST_F(OfflineQueue, ElevenKeptMessagesAreReplayedInOrderThenTheTableStartsAgain) {
-    for (int i = 1; i <= 11; ++i) ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(i)), 1);
-    Replay();
-    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
-    const std::vector<std::string> sent = link.Sent();
-    ASSERT_EQ(sent.size(), 11u);
-    for (int i = 1; i <= 11; ++i) EXPECT_EQ(IdOf(sent[i - 1]), "se-" + std::to_string(i)) << "replay order";
-    EXPECT_EQ(cache->Count(), 0u);
-    ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(12)), 1);
-    EXPECT_EQ(cache->ReadRows(1).at(0).id, 1) << "a complete replay resets the row counter";
-}
-
-TEST_F(OfflineQueue, LinkLostDuringTheReplayKeepsTheUnsentRows) {
-    for (int i = 1; i <= 5; ++i) ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(i)), 1);
+TEST_F(OfflineQueue, LinkLostDuringTheReplayKeepsTheUnsentRowsAndTheNextReplaySendsThemInOrderAndStartsTheTableAgain) {
+    for (int i = 1; i <= 14; ++i) ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(i)), 1);
     int answered = 0;
     link.Answer([&](const std::string& id) {
         if (++answered == 3) link.SetSendResult(0);
@@ -164,10 +152,22 @@ TEST_F(OfflineQueue, LinkLostDuringTheReplayKeepsTheUnsentRows) {
     });
     Replay();
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
-    EXPECT_EQ(cache->Count(), 2u) << "the third was answered; the fourth never left";
-    ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(6)), 1);
-    EXPECT_EQ(cache->ReadRows(10).back().id, 6) << "the table is not emptied";
+    EXPECT_EQ(cache->Count(), 11u) << "the third was answered; the fourth never left";
+    ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(15)), 1);
+    EXPECT_EQ(cache->ReadRows(20).back().id, 15) << "the table is not emptied";
     EXPECT_EQ(cache->ReadRows(1).at(0).frame, Security(4)) << "at least once: the unanswered frame stays";
+
+    // Twelve rows: more than one read of ten.
+    link.SetSendResult(1);
+    link.Clear();
+    Replay();
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
+    const std::vector<std::string> sent = link.Sent();
+    ASSERT_EQ(sent.size(), 12u);
+    for (int i = 4; i <= 15; ++i) EXPECT_EQ(IdOf(sent[i - 4]), "se-" + std::to_string(i)) << "replay order";
+    EXPECT_EQ(cache->Count(), 0u);
+    ASSERT_EQ(cache->AddSecurityEventNotificationMessage(Security(16)), 1);
+    EXPECT_EQ(cache->ReadRows(1).at(0).id, 1) << "a complete replay resets the row counter";
 }
 
 TEST_F(OfflineQueue, EventQueuedOnlineIsJournaledUntilAnsweredAndALostLinkIsNotAnAttempt) {
@@ -261,12 +261,13 @@ TEST_F(OfflineQueue, SynchronousModeSendsAtOnceAndNeverTouchesTheQueue) {
 }
 
 TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQueueOnline) {
-    ASSERT_EQ(CTransactionManager::GetInstance()->SetStoreFile(dir.file("transactioncache.bin")), 1);
-    const auto start = [](std::string* id) {
+    CTransactionManager* tx = CTransactionManager::GetInstance();
+    ASSERT_EQ(tx->SetStoreFile(dir.file("transactioncache.bin")), 1);
+    const auto start = [tx](std::string* id) {
         int errorCode = 0;
-        return CTransactionManager::GetInstance()->TransactionStart(
-            1, 1, "", 255, TRANSACTIONREASON_CABLEPLUGGEDIN, TRANSACTIONCHARGINGSTATE_EVCONNECTED, 0, 0, nullptr,
-            CTransactionManager::Meter(), id, &errorCode);
+        return tx->TransactionStart(1, 1, "", 255, TRANSACTIONREASON_CABLEPLUGGEDIN,
+                                    TRANSACTIONCHARGINGSTATE_EVCONNECTED, 0, 0, nullptr, CTransactionManager::Meter(),
+                                    id, &errorCode);
     };
     const auto refuse = [](const std::string& id) {
         return "[3,\"" + id + "\",{\"idTokenInfo\":{\"status\":\"Invalid\"}}]";
@@ -274,9 +275,8 @@ TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQu
     g_eSdkStatus = SDKSTATUS_DISCONNECTED;
     std::string offlineTx;
     ASSERT_EQ(start(&offlineTx), 0);
-    CTransactionManager::GetInstance()->TransactionUpdate(offlineTx, TRANSACTIONREASON_CHARGINGSTATECHANGED,
-                                                          TRANSACTIONCHARGINGSTATE_CHARGING,
-                                                          CTransactionManager::Meter(), 0);
+    tx->TransactionUpdate(offlineTx, TRANSACTIONREASON_CHARGINGSTATECHANGED, TRANSACTIONCHARGINGSTATE_CHARGING,
+                          CTransactionManager::Meter(), 0);
     ASSERT_GE(cache->Count(), 2u) << "Started and Updated kept while offline";
     link.Answer(refuse);
     Replay();
@@ -284,9 +284,8 @@ TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQu
     CTools::SleepMs(100);
     ASSERT_EQ(host.Count(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED), 1u) << "one record for the whole transaction";
     EXPECT_TRUE(log.Contains("Notify offline transaction not accepted<" + offlineTx + ">"));
-    CTransactionManager::GetInstance()->TransactionEnd(offlineTx, TRANSACTIONREASON_STOPAUTHORIZED,
-                                                       TRANSACTIONCHARGINGSTATE_IDLE, TRANSACTIONSTOPREASON_LOCAL,
-                                                       CTransactionManager::Meter());
+    tx->TransactionEnd(offlineTx, TRANSACTIONREASON_STOPAUTHORIZED, TRANSACTIONCHARGINGSTATE_IDLE,
+                       TRANSACTIONSTOPREASON_LOCAL, CTransactionManager::Meter());
 
     // Online, the queue's sender hands the answer to the transaction manager.
     link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });

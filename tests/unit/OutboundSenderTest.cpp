@@ -41,10 +41,7 @@ protected:
         std::lock_guard<std::mutex> lock(g_keptMutex);
         g_kept.clear();
     }
-    void TearDown() override {
-        g_eSdkVersion = 0;
-        ResetSdkState();
-    }
+    void TearDown() override { ResetSdkState(); }
     RecordingLink link;
 };
 
@@ -95,11 +92,8 @@ TEST_F(Outbound, EachKindIsSentQueuedKeptOfflineOrHeldByTheStationStatus) {
                                      << " take the wrong way out for some station status";
     }
 
-    // In the synchronous SDK mode, and until a queue exists, the producer waits for the CSMS itself.
+    // Until a queue exists the producer waits for the CSMS itself (the synchronous mode: the offline queue test).
     g_eSdkStatus = SDKSTATUS_OK;
-    g_eSdkVersion = 1;
-    EXPECT_NE(COutboundSender::Send(OUTBOUNDKIND_TRANSACTIONEVENT, kFrame).answer, nullptr);
-    g_eSdkVersion = 0;
     COutboundSender::SetTransactionQueue(nullptr);
     EXPECT_NE(COutboundSender::Send(OUTBOUNDKIND_TRANSACTIONEVENT, kFrame).answer, nullptr);
 }

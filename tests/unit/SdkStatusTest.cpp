@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstring>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -50,26 +51,12 @@ protected:
         return out;
     }
 
-    // Option of the record that announced the `n`-th OK, once it has arrived.
-    int LastOkOption(RecordingHost& host, size_t n) {
-        std::vector<int> options;
-        EXPECT_TRUE(WaitFor([&] {
-            options.clear();
-            for (const auto& s : StatusRecords(host))
-                if (s.first == SDKSTATUS_OK) options.push_back(s.second);
-            return options.size() >= n;
-        }));
-        return options.empty() ? -1 : options.back();
-    }
-
     void GoOnline() {
         OcppProtocol_SetStatus(SDKSTATUS_CONNECTED);
         OcppProtocol_SetStatus(SDKSTATUS_SUBMITTING);
         OcppProtocol_SetStatus(SDKSTATUS_OK);
     }
 };
-
-}  // namespace
 
 TEST_F(Sdk, InitWithNonZeroFirstArgumentKeepsNoCallbackTable) {
     OcppProtocolCallBack table{};
@@ -109,14 +96,10 @@ TEST_F(Sdk, SameStatusTwiceNotifiesHostOnceAndTheRecordCarriesStatusOptionProtoc
     EXPECT_EQ(host.Types(), (std::vector<int32_t>{0, 0, 99}));
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_CONNECTED);
 
-    const std::string r = host.Records()[1].bytes;
-    ASSERT_EQ(r.size(), 61u);
-    EXPECT_EQ(r[4], '\0') << "status records answer no CSMS request";
-    EXPECT_EQ(Int32At(r, 41), SDKSTATUS_CONNECTED);
-    EXPECT_EQ(Int32At(r, 45), 0);
-    EXPECT_EQ(Int32At(r, 49), OCPPPROTOCOL_201);
-    EXPECT_EQ(Int32At(r, 53), 0);
-    EXPECT_EQ(Int32At(r, 57), 0);
+    SdkStatusChange expected{};  // no message id: status records answer no CSMS request
+    expected.status = SDKSTATUS_CONNECTED;
+    expected.protocol = OCPPPROTOCOL_201;
+    EXPECT_EQ(host.Records()[1].bytes, std::string(reinterpret_cast<const char*>(&expected), sizeof expected));
 }
 
 TEST_F(Sdk, DropFromOkAnnouncesOfflineModeOnce) {
@@ -177,38 +160,38 @@ TEST_F(Sdk, ReconnectReportsEveryConnectorOnlyAfterLongOutageOrFreshActivation) 
     ClockGuard clock;
     CTools::FreezeClock(true);
     RecordingHost host;
+    size_t oks = 0;
+    // Offline for `offlineMs`, then online again: the option the new OK carries, once it has arrived.
+    auto reconnect = [&](int offlineMs) {
+        OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+        CTools::AdvanceClockMs(offlineMs);
+        GoOnline();
+        std::vector<int> options;
+        EXPECT_TRUE(WaitFor([&] {
+            options.clear();
+            for (const auto& s : StatusRecords(host))
+                if (s.first == SDKSTATUS_OK) options.push_back(s.second);
+            return options.size() > oks;
+        }));
+        ++oks;
+        return options.empty() ? -1 : options.back();
+    };
     OcppProtocol_ActiveConnection(1);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 1), 1) << "first OK after activation reports every connector";
-
-    // Threshold is 10 s: 11 s offline is long.
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    CTools::AdvanceClockMs(11000);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 2), 1);
-
-    // Exactly the threshold counts as short.
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    CTools::AdvanceClockMs(10000);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 3), 2);
+    EXPECT_EQ(reconnect(0), 1) << "first OK after activation reports every connector";
+    // Threshold is 10 s: 11 s offline is long, exactly the threshold counts as short.
+    EXPECT_EQ(reconnect(11000), 1);
+    EXPECT_EQ(reconnect(10000), 2);
 
     // Activation without reporting variables keeps the short-outage rule.
     OcppProtocol_ActiveConnection(0);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 4), 2);
+    EXPECT_EQ(reconnect(0), 2);
 
     // Reporting variables again forgets the previous connection.
     OcppProtocol_ActiveConnection(1);
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
-    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
-    CTools::AdvanceClockMs(60000);
-    GoOnline();
-    EXPECT_EQ(LastOkOption(host, 5), 0) << "1.6 reports connectors itself";
+    EXPECT_EQ(reconnect(60000), 0) << "1.6 reports connectors itself";
 }
 
 TEST_F(Sdk, ActivationResetsProtocolAndStatusAndNotifiesOnce) {
@@ -243,32 +226,13 @@ TEST_F(Sdk, VersionReportsBranchAndBuildTime) {
     char out[255];
     const int n = OcppProtocol_Version(out);
     EXPECT_EQ(n, (int)strlen(out));
-    // "Branch: <label>\nBuild: YYYY-MM-DDTHH:MM:SSZ\n"
     const std::string text(out);
-    const size_t build = text.find("\nBuild: ");
-    ASSERT_EQ(text.rfind("Branch: ", 0), 0u) << text;
-    ASSERT_NE(build, std::string::npos) << text;
-    EXPECT_GT(build, strlen("Branch: ")) << "branch label is empty";
-    const std::string stamp = text.substr(build + strlen("\nBuild: "));
-    ASSERT_EQ(stamp.size(), strlen("2026-01-01T00:00:00Z\n")) << text;
-    EXPECT_TRUE(CTools::IsValidUTCTime(stamp.substr(0, stamp.size() - 1))) << text;
-    EXPECT_EQ(stamp.back(), '\n');
+    std::smatch stamp;
+    ASSERT_TRUE(std::regex_match(text, stamp, std::regex("Branch: .+\nBuild: (.{20})\n"))) << text;
+    EXPECT_TRUE(CTools::IsValidUTCTime(stamp[1].str())) << text;
 }
 
-TEST_F(Sdk, ResourceInitWithEmptyUrlChangesNothing) {
-    RecordingHost host;
-    LogCapture log;
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
-    ConnectionItem item{};
-    item.protocol = OCPPPROTOCOL_16;
-    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
-    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
-    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
-}
-
-TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
+TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNamesAndAnEmptyUrlChangesNothing) {
     TempDir dir;
     // A folder name a shell would take as two commands; the second would run in the working folder.
     char previousCwd[4096];
@@ -279,8 +243,14 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     ASSERT_EQ(OcppProtocol_SetCacheDir(cache.c_str()), 1);
     RecordingHost host;
     LogCapture log;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
     ConnectionItem item{};
     item.protocol = OCPPPROTOCOL_201;
+    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
+    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
+    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_16);
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
     CTools::CopyField(item.url, "ws://csms.example/ocpp");
     EXPECT_EQ(OcppProtocol_ResourceInit(item), 1);
 
@@ -297,7 +267,6 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     EXPECT_EQ(chdir(previousCwd), 0);
 }
 
-namespace {
 std::atomic<int> g_nestedLogCalls{0};
 
 void LoggingHostLog(LOGLEVEL, const char*, const char*, int, const char* text) {
@@ -305,7 +274,6 @@ void LoggingHostLog(LOGLEVEL, const char*, const char*, int, const char* text) {
     if (strstr(text, "ocpp cache folder:") != nullptr && g_nestedLogCalls++ == 0)
         OcppProtocol_SetCacheDir("/nonexistent/folder");  // logs an error from inside the sink
 }
-}  // namespace
 
 TEST_F(Sdk, HostLogCallbackMayCallEntriesThatLogAgain) {
     TempDir dir;
@@ -324,3 +292,5 @@ TEST_F(Sdk, HostLogCallbackMayCallEntriesThatLogAgain) {
     OcppProtocol_SetLog(nullptr);
     EXPECT_EQ(g_nestedLogCalls.load(), 1);
 }
+
+}  // namespace

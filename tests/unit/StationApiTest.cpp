@@ -7,15 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "MeterBuffer.h"
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppEnumTrans.h"
 #include "OcppProtocol/OcppProtocol.h"
+#include "OcppProtocol/OcppStructTrans.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "OcppProtocol/StationEngine.h"
-#include "MeterBuffer.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
+#include "Util/Tools.h"
 
 using namespace ocpptest;
 
@@ -80,6 +82,36 @@ MeterItem HeadAt(const void* item) {
     return head;
 }
 
+
+class StationReports : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ResetSdkState();
+        g_eSdkStatus = SDKSTATUS_OK;
+    }
+    void TearDown() override { ResetSdkState(); }
+    // The CSMS answers every request with `payload`.
+    void CsmsAnswers(const std::string& payload) {
+        link.Answer([payload](const std::string& id) { return "[3,\"" + id + "\"," + payload + "]"; });
+    }
+    RecordingLink link;
+};
+
+const char kSchedule[] = "{\"id\":1,\"chargingRateUnit\":\"A\",\"chargingSchedulePeriod\":[{\"startPeriod\":0,\"limit\":16}]}";
+
+// Every new entry as the host calls it: event, monitoring report, EV certificate, OCSP, EV schedule.
+std::vector<int> CallAll() {
+    EventDataItem event = {};  // an Alerting hard-wired event of the station itself, ids absent
+    event.cause = event.variableMonitoringId = -1;
+    CTools::CopyField(event.componentName, "EVSE");
+    CTools::CopyField(event.variableName, "Current");
+    const OcspRequestDataItem ocsp = {0, "aa", "bb", "01", "http://ocsp.example"};
+    return {OcppProtocol_NotifyEvent(&event, 1), OcppProtocol_MonitoringReport("m1", 3),
+            OcppProtocol_Get15118EVCertificate("urn:iso:15118:2:2013:MsgDef", 0, "QUJD", nullptr, nullptr, 0),
+            OcppProtocol_GetCertificateStatus(&ocsp, nullptr, nullptr, 0),
+            OcppProtocol_NotifyEVChargingSchedule(1, 1700000000u, kSchedule, static_cast<int>(strlen(kSchedule)))};
+}
+
 }  // namespace
 
 TEST_F(StationApi, EntriesGoToTheNegotiatedVersionsEngineAndDoNothingBeforeAVersionIsKnown) {
@@ -99,41 +131,6 @@ TEST_F(StationApi, EntriesGoToTheNegotiatedVersionsEngineAndDoNothingBeforeAVers
     OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_21);
     EXPECT_EQ(CallBoth(), (std::vector<int>{255, 255, 255, 7, 7, 7}));
     EXPECT_EQ(engine.calls, (std::vector<std::string>{"answer3", "answer12", "meterValues"}));
-}
-
-TEST(StationReports, FirmwareStatusWaitsOfflineAndTheStationsDataTransferReturnsTheCsmsAnswer) {
-    ResetSdkState();
-    RecordingLink link;
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    g_eSdkStatus = SDKSTATUS_DISCONNECTED;
-    COutboundSender::SetOfflineStore(&KeepOffline);
-    EXPECT_EQ(OcppProtocol_FirmwareStatusNotification(8, 5), 1) << "Installed, kept for later";
-    EXPECT_EQ(g_keptKind, OUTBOUNDKIND_FIRMWARESTATUS);
-    EXPECT_EQ(OcppProtocol_DataTransferRequest("acme", "price", "{}", 1, nullptr, nullptr, 0), 0)
-        << "no answer while the link is down";
-    COutboundSender::SetOfflineStore(nullptr);
-
-    g_eSdkStatus = SDKSTATUS_OK;
-    link.Answer([](const std::string& id) {
-        return "[3,\"" + id + "\",{\"status\":\"UnknownMessageId\",\"data\":\"a long reply\"}]";
-    });
-    int status = -1;
-    char answer[7];
-    EXPECT_EQ(OcppProtocol_DataTransferRequest("acme", "price", "{\"kWh\":3}", 1, &status, answer, sizeof answer), 1);
-    EXPECT_EQ(status, 2);
-    EXPECT_STREQ(answer, "a long") << "cut to the host's buffer";
-    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{\"status\":\"Rejected\"}]"; });
-    EXPECT_EQ(OcppProtocol_SignCertificate("-----BEGIN CERTIFICATE REQUEST-----", 0), 0);
-    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{\"status\":\"Accepted\"}]"; });
-    EXPECT_EQ(OcppProtocol_SignCertificate("-----BEGIN CERTIFICATE REQUEST-----", 0), 1);
-    ResetSdkState();
-}
-
-TEST(MeterBuffers, UnderOcpp16TheEndMeterIsTheLastValueNotTheLargest) {
-    MeterBuffer meter;
-    meter.Add(0, 10.0, 4).Add(0, 30.0, 4).Add(0, 20.0, 4);
-    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(3, meter.data()), 20u);
-    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(0, nullptr), 0u);
 }
 
 TEST(MeterBuffers, SignedItemsAreSteppedByTheirOwnLengthExceptWhenCutIntoSeparateItems) {
@@ -171,7 +168,7 @@ TEST(MeterBuffers, SignedItemsAreSteppedByTheirOwnLengthExceptWhenCutIntoSeparat
     EXPECT_TRUE(items.empty());
 }
 
-TEST(EnumTrans, StopReasonsKeepTheirMeaningInEveryVersion) {
+TEST(EnumTrans, StopReasonsAndStatusesKeepTheirMeaningInEveryVersion) {
     EXPECT_EQ(OcppEnumTrans_TransTransactionStopReason20(TRANSACTIONSTOPREASON_MASTERPASS), 8);
     EXPECT_EQ(OcppEnumTrans_TransTransactionStopReason21(TRANSACTIONSTOPREASON_MASTERPASS), 6) << "2.1 moved it";
     EXPECT_EQ(OcppEnumTrans_TransTransactionStopReason21(TRANSACTIONSTOPREASON_LOCAL), 7);
@@ -187,4 +184,93 @@ TEST(EnumTrans, StopReasonsKeepTheirMeaningInEveryVersion) {
     EXPECT_EQ(OcppStructTrans_TransactionEventParam20(info, 3, Ocpp20::TRANSACTIONEVENTPARAM_OFFLINE),
               Ocpp20::TRANSACTIONEVENTPARAM_OFFLINE | (3 << 4) | (32 << 8))
         << "four phases do not exist: the three stay";
+    EXPECT_EQ(OcppEnumTrans_TransFirmwareStatus16(FIRMWARESTATUS_DOWNLOADED), 0);
+    EXPECT_EQ(OcppEnumTrans_TransFirmwareStatus16(FIRMWARESTATUS_IDLE), 3);
+    EXPECT_EQ(OcppEnumTrans_TransFirmwareStatus16(FIRMWARESTATUS_INSTALLED), 6);
+    EXPECT_EQ(OcppEnumTrans_TransFirmwareStatus16(FIRMWARESTATUS_INVALIDSIGNATURE), 4) << "InstallationFailed";
+    EXPECT_EQ(OcppEnumTrans_TransFirmwareStatus16(static_cast<FIRMWARESTATUS>(14)), -1);
+    EXPECT_EQ(OcppEnumTrans_TransUploadLogStatus16(UPLOADLOGSTATUS_IDLE), 0);
+    EXPECT_EQ(OcppEnumTrans_TransUploadLogStatus16(UPLOADLOGSTATUS_UPLOADING), 3);
+    EXPECT_EQ(OcppEnumTrans_UnlockStatus16(UNLOCKSTATUS_UNKNOWNCONNECTOR), 2) << "NotSupported";
+    EXPECT_EQ(OcppEnumTrans_TransMessageTrigger(5), 7) << "1.6 StatusNotification";
+    EXPECT_EQ(OcppEnumTrans_TransMessageTrigger(6), -1);
+    EXPECT_EQ(OcppEnumTrans_TransAllowEnergyTransfer21("AC_three_phase"), ENERGYTRANSFERMODE_AC_THREE_PHASE);
+    EXPECT_EQ(OcppEnumTrans_TransAllowEnergyTransfer21("DC_BPT"), -1);
+}
+
+TEST_F(StationReports, FirmwareStatusWaitsOfflineAndTheStationsDataTransferReturnsTheCsmsAnswer) {
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    g_eSdkStatus = SDKSTATUS_DISCONNECTED;
+    COutboundSender::SetOfflineStore(&KeepOffline);
+    EXPECT_EQ(OcppProtocol_FirmwareStatusNotification(8, 5), 1) << "Installed, kept for later";
+    EXPECT_EQ(g_keptKind, OUTBOUNDKIND_FIRMWARESTATUS);
+    EXPECT_EQ(OcppProtocol_DataTransferRequest("acme", "price", "{}", 1, nullptr, nullptr, 0), 0)
+        << "no answer while the link is down";
+    COutboundSender::SetOfflineStore(nullptr);
+
+    g_eSdkStatus = SDKSTATUS_OK;
+    CsmsAnswers(R"({"status":"UnknownMessageId","data":"a long reply"})");
+    int status = -1;
+    char answer[7];
+    EXPECT_EQ(OcppProtocol_DataTransferRequest("acme", "price", "{\"kWh\":3}", 1, &status, answer, sizeof answer), 1);
+    EXPECT_EQ(status, 2);
+    EXPECT_STREQ(answer, "a long") << "cut to the host's buffer";
+    CsmsAnswers(R"({"status":"Rejected"})");
+    EXPECT_EQ(OcppProtocol_SignCertificate("-----BEGIN CERTIFICATE REQUEST-----", 0), 0);
+    CsmsAnswers(R"({"status":"Accepted"})");
+    EXPECT_EQ(OcppProtocol_SignCertificate("-----BEGIN CERTIFICATE REQUEST-----", 0), 1);
+}
+
+TEST_F(StationReports, EventsCertificatesAndEvSchedulesGoOnlyToAVersionThatHasThem) {
+    CsmsAnswers(R"({"status":"Accepted"})");
+
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_NONE);
+    EXPECT_EQ(CallAll(), (std::vector<int>{1, 1, 0, 0, 1})) << "requests whose answer the host reads report nothing done";
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
+    EXPECT_EQ(CallAll(), (std::vector<int>{1, 1, 0, 0, 1}));
+    EXPECT_EQ(link.Count(), 0u);
+
+    // Each frame passes its schema on the recording link.
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    EXPECT_EQ(CallAll(), (std::vector<int>{1, 1, 1, 1, 1}));
+    EXPECT_EQ(link.Count("NotifyEvent"), 1u);
+    EXPECT_EQ(link.Count("NotifyEVChargingSchedule"), 1u);
+    EXPECT_EQ(link.Count(), 5u);
+
+    // 2.1 has its own schedule message: the 2.0.1 one is never sent there.
+    link.Clear();
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_21);
+    EXPECT_EQ(CallAll(), (std::vector<int>{1, 1, 1, 1, 1}));
+    EXPECT_EQ(link.Count("NotifyEVChargingSchedule"), 0u);
+    EXPECT_EQ(link.Count(), 4u);
+}
+
+TEST_F(StationReports, TheCsmsCertificateAnswerReachesTheHostCutToItsBufferAndBadInputSendsNothing) {
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    CsmsAnswers(R"({"status":"Failed","exiResponse":"RVhJUkVTUA=="})");
+    int status = -1;
+    char exi[5];
+    EXPECT_EQ(OcppProtocol_Get15118EVCertificate("urn:iso:15118:2:2013:MsgDef", 1, "QUJD", &status, exi, sizeof exi),
+              1);
+    EXPECT_EQ(status, 1);
+    EXPECT_STREQ(exi, "RVhJ");
+
+    link.Clear();
+    EXPECT_EQ(OcppProtocol_NotifyEVChargingSchedule(1, 0, "{\"id\":1}", 8), 0) << "a schedule without periods";
+    EXPECT_EQ(OcppProtocol_Get15118EVCertificate("v", 2, "QUJD", nullptr, nullptr, 0), 0) << "no such action";
+    EXPECT_EQ(link.Count(), 0u);
+}
+
+TEST(EndMeter, IsTheLastImportRegisterReadingScaledAndUnderOcpp16TheLastValueNotTheLargest) {
+    EXPECT_DOUBLE_EQ(OcppStructTrans_GetEndMeter(
+                         "[{\"sampledValue\":[{\"value\":7}]},"
+                         "{\"sampledValue\":[{\"value\":1.5,\"unitOfMeasure\":{\"multiplier\":3}},"
+                         "{\"value\":230,\"measurand\":\"Voltage\"}]}]"),
+                     1500.0);
+    EXPECT_EQ(OcppStructTrans_GetEndMeter("{\"sampledValue\":[{\"value\":1,\"measurand\":\"SoC\"}]}"), -1.0);
+    EXPECT_EQ(OcppStructTrans_GetEndMeter("not json"), -1.0);
+    MeterBuffer meter;
+    meter.Add(0, 10.0, 4).Add(0, 30.0, 4).Add(0, 20.0, 4);
+    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(3, meter.data()), 20u);
+    EXPECT_EQ(OcppProtocolUtils_GetMeterMaxValue(0, nullptr), 0u);
 }

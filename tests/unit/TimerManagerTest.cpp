@@ -29,8 +29,13 @@ struct Fixture : ::testing::Test {
         CTools::FreezeClock(true);
     }
     void TearDown() override { CTimerManager::Release(); }
+    // Moves the clock `ms` on and runs what is due: the calls so far.
+    int CallsAfter(int ms) {
+        CTools::AdvanceClockMs(ms);
+        CTimerManager::GetInstance()->RunDue();
+        return g_calls;
+    }
 };
-}  // namespace
 
 using TimerManager = Fixture;
 
@@ -46,34 +51,15 @@ TEST_F(TimerManager, FreedIdsAreReusedSmallestFirst) {
     EXPECT_EQ(tm->Count(), 4u);
 }
 
-TEST_F(TimerManager, FirstCallComesOneIntervalAfterRegistration) {
-    CTimerManager* tm = CTimerManager::GetInstance();
-    tm->RegisterTimer(2, CountCall, nullptr);
-    CTools::AdvanceClockMs(1999);
-    tm->RunDue();
-    EXPECT_EQ(g_calls, 0);
-    CTools::AdvanceClockMs(1);
-    tm->RunDue();
-    EXPECT_EQ(g_calls, 1);
-    tm->RunDue();
-    EXPECT_EQ(g_calls, 1) << "a timer must not fire twice for one interval";
+TEST_F(TimerManager, FirstCallComesOneIntervalAfterRegistrationThenOneIntervalAfterTheLastRunEnded) {
+    CTimerManager::GetInstance()->RegisterTimer(2, SlowCall, nullptr);
+    EXPECT_EQ(CallsAfter(1999), 0);
+    EXPECT_EQ(CallsAfter(1), 1);
+    EXPECT_EQ(CallsAfter(0), 1) << "a timer must not fire twice for one interval";
+    EXPECT_EQ(CallsAfter(1999), 1) << "1999 ms after the run ended";
+    EXPECT_EQ(CallsAfter(1), 2);
 }
 
-TEST_F(TimerManager, PeriodIsMeasuredFromTheEndOfTheLastRun) {
-    CTimerManager* tm = CTimerManager::GetInstance();
-    tm->RegisterTimer(2, SlowCall, nullptr);
-    CTools::AdvanceClockMs(2000);
-    tm->RunDue();
-    EXPECT_EQ(g_calls, 1);
-    CTools::AdvanceClockMs(1999);  // 1999 ms after the run ended
-    tm->RunDue();
-    EXPECT_EQ(g_calls, 1);
-    CTools::AdvanceClockMs(1);
-    tm->RunDue();
-    EXPECT_EQ(g_calls, 2);
-}
-
-namespace {
 CTimerManager* g_tm = nullptr;
 unsigned long long g_selfId = 0;
 void* UnregisterSelf(void*) {
@@ -82,21 +68,15 @@ void* UnregisterSelf(void*) {
     g_tm->RegisterTimer(5, CountCall, nullptr);
     return nullptr;
 }
-}  // namespace
 
 TEST_F(TimerManager, CallbackMayRemoveItselfAndRegisterAnother) {
     g_tm = CTimerManager::GetInstance();
     g_selfId = g_tm->RegisterTimer(1, UnregisterSelf, nullptr);
-    CTools::AdvanceClockMs(1000);
-    g_tm->RunDue();  // must not deadlock
-    EXPECT_EQ(g_calls, 1);
+    EXPECT_EQ(CallsAfter(1000), 1) << "must not deadlock";
     EXPECT_EQ(g_tm->Count(), 1u);
-    CTools::AdvanceClockMs(1000);
-    g_tm->RunDue();
-    EXPECT_EQ(g_calls, 1) << "the removed timer must not run again";
+    EXPECT_EQ(CallsAfter(1000), 1) << "the removed timer must not run again";
 }
 
-namespace {
 std::atomic<bool> g_inCallback{false};
 std::atomic<bool> g_release{false};
 void* BlockingCall(void*) {
@@ -105,7 +85,6 @@ void* BlockingCall(void*) {
     ++g_calls;
     return nullptr;
 }
-}  // namespace
 
 TEST_F(TimerManager, UnregisterWaitsForACallbackInFlight) {
     CTools::FreezeClock(false);
@@ -137,3 +116,5 @@ TEST_F(TimerManager, ReleaseKeepsAHeldPointerUsableAndTheNextUseRunsTimersAgain)
     held->RegisterTimer(1, CountCall, nullptr);
     EXPECT_TRUE(WaitFor([] { return g_calls.load() > 0; }, 2500)) << "timers stopped for good after a release";
 }
+
+}  // namespace

@@ -14,8 +14,6 @@
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/TransactionManager.h"
-#include "Ocpp20/Process/VariableCache.h"
-#include "Ocpp20/Process/VariableCharacteristics.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "RecordingHost.h"
@@ -32,9 +30,14 @@ const int kNoAuthorization = 7;
 const uint32_t kT1 = 1700000000;
 const uint32_t kT2 = 1700000060;
 
-Json::Value Payload(const std::string& frame) {
+Json::Value Parse(const std::string& text) {
     Json::Value root;
-    EXPECT_TRUE(CTools::ParseJson(frame.data(), frame.size(), root)) << frame;
+    EXPECT_TRUE(CTools::ParseJson(text.data(), text.size(), root)) << text;
+    return root;
+}
+
+Json::Value Payload(const std::string& frame) {
+    const Json::Value root = Parse(frame);
     return root.isArray() && root.size() == 4 ? root[3] : Json::Value();
 }
 
@@ -87,21 +90,14 @@ TEST_F(TransactionEvent, StartedUpdatedAndEndedCarryTheTransactionAsTheCsmsBills
     int32_t param = -1;
     ASSERT_EQ(Ocpp20ProtocolPrivate_TransactionStart(args, &param), 0);
     EXPECT_EQ(param, args.eventParam) << "online: the offline bit stays clear";
-    Json::Value started = Payload(link.Last());
-    EXPECT_FALSE(started.isMember("offline"));
-    EXPECT_EQ(started["triggerReason"].asString(), "Authorized");
-    EXPECT_EQ(started["transactionInfo"]["chargingState"].asString(), "EVConnected");
-    EXPECT_EQ(started["numberOfPhasesUsed"].asInt(), 3);
-    EXPECT_EQ(started["cableMaxCurrent"].asInt(), 32);
-    EXPECT_EQ(started["reservationId"].asInt(), 7);
-    EXPECT_EQ(started["idToken"]["type"].asString(), "ISO14443");
-    EXPECT_EQ(started["evse"]["id"].asInt(), 1);
-    EXPECT_EQ(started["evse"]["connectorId"].asInt(), 2);
-    const Json::Value& begin = started["meterValue"][0];
-    EXPECT_EQ(begin["timestamp"].asString(), CTools::GetLocalTime(kT2)) << "an item without a time takes the event's";
-    EXPECT_EQ(begin["sampledValue"][0]["context"].asString(), "Transaction.Begin");
-    EXPECT_EQ(begin["sampledValue"][0]["measurand"].asString(), "Energy.Active.Import.Register");
-    EXPECT_DOUBLE_EQ(begin["sampledValue"][0]["value"].asDouble(), 1200.5);
+    // Not offline; the meter item without a time of its own takes the event's.
+    Json::Value started = Parse(R"({"eventType":"Started","triggerReason":"Authorized","seqNo":0,
+        "numberOfPhasesUsed":3,"cableMaxCurrent":32,"reservationId":7,
+        "transactionInfo":{"transactionId":"tx-1","chargingState":"EVConnected"},"evse":{"id":1,"connectorId":2},
+        "idToken":{"idToken":"CARD","type":"ISO14443"},"meterValue":[{"sampledValue":[
+        {"value":1200.5,"context":"Transaction.Begin","measurand":"Energy.Active.Import.Register"}]}]})");
+    started["timestamp"] = started["meterValue"][0]["timestamp"] = CTools::GetLocalTime(kT2);
+    EXPECT_EQ(Payload(link.Last()), started);
 
     args.reason = TRANSACTIONREASON_METERVALUEPERIODIC;
     args.seqNo = 1;
@@ -143,24 +139,17 @@ TEST_F(TransactionEvent, PlainAndSignedMeterItemsAreReadAtTheirOwnLengthAndGroup
     args.reason = TRANSACTIONREASON_TRIGGER;
     const std::string frame = COcppProtocol20::TransactionUpdateReq(args, false);
     EXPECT_EQ(FrameSchemaProblem(frame), "");
-    const Json::Value values = Payload(frame)["meterValue"];
-    ASSERT_EQ(values.size(), 2u);
-    EXPECT_EQ(values[0]["timestamp"].asString(), CTools::GetLocalTime(kT1));
-    ASSERT_EQ(values[0]["sampledValue"].size(), 2u);
-    const Json::Value& a = values[0]["sampledValue"][0];
-    EXPECT_EQ(a["phase"].asString(), "L1");
-    EXPECT_EQ(a["location"].asString(), "Outlet");
-    EXPECT_EQ(a["unitOfMeasure"]["unit"].asString(), "A");
-    EXPECT_EQ(a["context"].asString(), "Trigger") << "a Trigger event's items are Trigger readings";
-    const Json::Value& kwh = values[0]["sampledValue"][1];
-    EXPECT_EQ(kwh["unitOfMeasure"]["multiplier"].asInt(), 3);
-    EXPECT_EQ(kwh["context"].asString(), "Trigger");
-    ASSERT_EQ(values[1]["sampledValue"].size(), 1u);
-    const Json::Value& signedValue = values[1]["sampledValue"][0];
-    EXPECT_DOUBLE_EQ(signedValue["value"].asDouble(), 1500);
-    EXPECT_EQ(signedValue["signedMeterValue"]["signedMeterData"].asString(), "SIGNED-DATA");
-    EXPECT_EQ(signedValue["signedMeterValue"]["encodingMethod"].asString(), "OCMF");
-    EXPECT_FALSE(signedValue.isMember("unitOfMeasure"));
+    // A Trigger event's items are Trigger readings; the signed one carries no unit.
+    Json::Value values = Parse(R"([{"sampledValue":[{"value":16,"context":"Trigger","measurand":"Current.Import",
+        "phase":"L1","location":"Outlet","unitOfMeasure":{"unit":"A","multiplier":0}},
+        {"value":2.5,"context":"Trigger","measurand":"Energy.Active.Import.Register",
+        "unitOfMeasure":{"unit":"kWh","multiplier":3}}]},
+        {"sampledValue":[{"value":1500,"context":"Trigger","measurand":"Energy.Active.Import.Register",
+        "signedMeterValue":{"signedMeterData":"SIGNED-DATA","signingMethod":"ECDSA-secp256r1-SHA256",
+        "encodingMethod":"OCMF","publicKey":"PUBKEY"}}]}])");
+    values[0]["timestamp"] = CTools::GetLocalTime(kT1);
+    values[1]["timestamp"] = CTools::GetLocalTime(kT2);
+    EXPECT_EQ(Payload(frame)["meterValue"], values);
 }
 
 TEST_F(TransactionEvent, EventWhileNotOnlineIsMarkedOfflineAndIsRefusedOnlyWhenNothingKeepsIt) {
@@ -203,23 +192,14 @@ class TransactionAnswerTest : public TransactionEvent {
 protected:
     void SetUp() override {
         TransactionEvent::SetUp();
-        CVariableCache::GetInstance()->InitDefault();
-        ASSERT_EQ(CVariableCache::GetInstance()->SetStoreFile(dir.file("variablecache.json")), 1);
-        ASSERT_EQ(CVariableCharacteristics::GetInstance()->SetStoreFile(dir.file("VariableCharacteristicscache.json")),
-                  1);
+        OpenDeviceModel(dir);
         ASSERT_EQ(CAuthorizeCache::GetInstance()->SetStoreFile(dir.file("authorizecache.db")), 1);
-        SetCacheEnabled("true");
+        SetLibraryVariable("AuthCacheCtrlr", "Enabled", "true");
     }
     void TearDown() override {
         CAuthorizeCache::Release();
-        CVariableCache::Release();
-        CVariableCharacteristics::Release();
+        CloseDeviceModel();
         TransactionEvent::TearDown();
-    }
-    static void SetCacheEnabled(const char* value) {
-        VariableDataItem20 item = VariableDataItem20::Make("AuthCacheCtrlr", "Enabled");
-        CTools::CopyField(item.attributeValue, value);
-        ASSERT_EQ(CVariableCache::GetInstance()->UpdateVariableValue(item), VARIABLESTATUS_ACCEPTED);
     }
     static std::string Request(const char* token, int type) {
         MeterBuffer meter;
@@ -240,6 +220,13 @@ protected:
 };
 
 TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePersonalMessage) {
+    // A synchronous send reads the answer itself.
+    answer = "{\"idTokenInfo\":{\"status\":\"Invalid\"}}";
+    MeterBuffer meter;
+    int32_t param = 0;
+    EXPECT_EQ(Ocpp20ProtocolPrivate_TransactionStart(Args(meter), &param), 0) << "sent and answered: the event went";
+    EXPECT_TRUE(Cached("CARD", kISO14443, 4));
+
     RecordingHost host;
     const std::string blocked =
         "[3,\"m1\",{\"totalCost\":12.5,\"idTokenInfo\":{\"status\":\"Blocked\"},"
@@ -262,19 +249,11 @@ TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePers
     const std::string accepted = "[3,\"m2\",{\"idTokenInfo\":{\"status\":\"Accepted\"}}]";
     EXPECT_EQ(Answer(Request("FREE", kNoAuthorization), accepted), 0);
     EXPECT_EQ(CAuthorizeCache::GetInstance()->GetAuthorizeCacheItem("FREE", kNoAuthorization), nullptr);
-    SetCacheEnabled("false");
+    SetLibraryVariable("AuthCacheCtrlr", "Enabled", "false");
     EXPECT_EQ(Answer(Request("CARD", kISO14443), accepted), 0);
     EXPECT_TRUE(Cached("CARD", kISO14443, 1)) << "still the Blocked entry";
 
     // No idTokenInfo is no status; a CALLERROR is no answer at all.
     EXPECT_EQ(Answer(Request("CARD", kISO14443), "[3,\"m3\",{}]"), 0);
     EXPECT_EQ(Answer(Request("CARD", kISO14443), "[4,\"m4\",\"InternalError\",\"\",{}]"), TRANSACTIONANSWER_NORESULT);
-}
-
-TEST_F(TransactionAnswerTest, SynchronousSendReadsTheAnswerItself) {
-    answer = "{\"idTokenInfo\":{\"status\":\"Invalid\"}}";
-    MeterBuffer meter;
-    int32_t param = 0;
-    EXPECT_EQ(Ocpp20ProtocolPrivate_TransactionStart(Args(meter), &param), 0) << "sent and answered: the event went";
-    EXPECT_TRUE(Cached("CARD", kISO14443, 4));
 }
