@@ -134,6 +134,8 @@ export async function startCsms(options) {
   return new Csms(options).listen();
 }
 
+export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
 // Polls `probe` (cheap, in-memory) until it returns something other than undefined.
 export function waitUntil(probe, timeoutMs, what) {
   return new Promise((resolve, reject) => {
