@@ -110,10 +110,6 @@ export class Csms extends EventEmitter {
     }, timeoutMs, `${count} x ${method}`);
   }
 
-  waitForClient({ count = 1, timeoutMs = 15000 } = {}) {
-    return waitUntil(() => this.clients[count - 1], timeoutMs, `client #${count}`);
-  }
-
   get client() { return this.clients[this.clients.length - 1]; }
 
   async close() {
