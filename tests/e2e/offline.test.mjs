@@ -3,29 +3,16 @@
 // reported once, CALLERROR retried on a live link.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
-import { bootToOk, connect, explain } from './lib/fixture.mjs';
+import { sleep } from './lib/csms.mjs';
+import { back, explain, online, outage } from './lib/fixture.mjs';
 import { txEvents } from './lib/sessions.mjs';
 
 const stationArgs = { backoff: 1, messageTimeout: 5 };
-
-// The CSMS goes away: the link is closed and every new handshake refused until back().
-async function outage(s) {
-  s.csms.options.password = 'closed';
-  const from = s.station.events.length;
-  await s.csms.client.close({ code: 1001, force: true });
-  await s.station.waitFor((e) => e.event === 'record' && e.type === 0 && e.statusName === 'Disconnected', { from });
-}
-async function back(s) {
-  const from = s.station.events.length;
-  delete s.csms.options.password;
-  await s.station.waitFor((e) => e.event === 'record' && e.type === 0 && e.statusName === 'OK', { from, timeoutMs: 30000 });
-}
-
 const eventsOf = (s, id) => txEvents(s.csms, id);
 
-async function start(s, extra = {}) {
+async function start(s) {
   const r = await s.station.command({ cmd: 'txStart', evse: 1, connector: 1, reason: 'CablePluggedIn',
-    chargingState: 'EVConnected', ...extra });
+    chargingState: 'EVConnected' });
   assert.equal(r.rc, 0, explain(s));
   return r.transactionId;
 }
@@ -35,8 +22,7 @@ const end = (s, transactionId) => s.station.command({ cmd: 'txEnd', transactionI
   chargingState: 'Idle', stopReason: 'Local' });
 
 test('a session started online and ended in an outage reaches the CSMS whole and in order; GetTransactionStatus sees the queue', async (t) => {
-  const s = await connect(t, { interval: 60 }, stationArgs);
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
+  const s = await online(t, { interval: 60 }, stationArgs);
   const id = await start(s);
   await s.csms.waitForCall('TransactionEvent');
 
@@ -65,8 +51,7 @@ test('a session started online and ended in an outage reaches the CSMS whole and
 });
 
 test('a session held entirely offline is replayed in order after the boot and a refused token is reported once', async (t) => {
-  const s = await connect(t, { interval: 60 }, stationArgs);
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
+  const s = await online(t, { interval: 60 }, stationArgs);
   await outage(s);
   const id = await start(s);
   await update(s, id);
@@ -84,13 +69,12 @@ test('a session held entirely offline is replayed in order after the boot and a 
   assert.deepEqual(events.map((e) => e.seqNo), events.map((_, i) => i));
   const tamper = s.csms.callsOf('SecurityEventNotification').find((c) => c.params.type === 'TamperDetectionActivated');
   assert.ok(tamper, 'the security event raised offline is sent in the replay');
-  await new Promise((r) => setTimeout(r, 500));
+  await sleep(500);
   assert.equal(s.station.events.filter((e) => e.event === 'record' && e.type === 39).length, 1);
 });
 
 test('a CALLERROR to an Updated event is retried under a new id on the live link, then the session goes on', async (t) => {
-  const s = await connect(t, { interval: 60 }, stationArgs);
-  await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
+  const s = await online(t, { interval: 60 }, stationArgs);
   await s.station.command({ cmd: 'setVariable', component: 'OCPPCommCtrlr', variable: 'MessageAttemptInterval',
     variableInstance: 'TransactionEvent', value: '1' });
   let refused = 0;

@@ -7,7 +7,8 @@ import assert from 'node:assert/strict';
 import { readdirSync, readFileSync, rmSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
-import { startCsms } from './lib/csms.mjs';
+import { sleep, startCsms, waitUntil } from './lib/csms.mjs';
+import { txEvents } from './lib/sessions.mjs';
 import { Station, tempDir } from './lib/sim.mjs';
 
 const seed = Number(process.env.OCPP_POWERCUT_SEED ?? (Date.now() % 1000000));
@@ -22,8 +23,6 @@ function random(seedValue) {
   };
 }
 
-const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
-
 test(`power cuts at random instants lose no accepted transaction event (seed ${seed})`, { timeout: 240000 }, async (t) => {
   console.log(`power-cut seed ${seed}, ${kills} kills`);
   const rand = random(seed);
@@ -36,6 +35,11 @@ test(`power cuts at random instants lose no accepted transaction event (seed ${s
   const started = new Set();   // sessions the host opened
   const ended = new Set();     // sessions whose end the library accepted
   const accepted = new Map();  // session -> events the library accepted
+  const power = () => {
+    const station = new Station({ url: csms.url(), cache, backoff: 1, messageTimeout: 3, logLevel: 3 });
+    station.proc.stdin.on('error', () => {});
+    return station;
+  };
 
   const run = async (station, untilMs) => {
     const gone = station.exited.then(() => { throw new Error('killed'); });
@@ -77,8 +81,7 @@ test(`power cuts at random instants lose no accepted transaction event (seed ${s
   };
 
   for (let i = 0; i < kills; ++i) {
-    const station = new Station({ url: csms.url(), cache, backoff: 1, messageTimeout: 3, logLevel: 3 });
-    station.proc.stdin.on('error', () => {});
+    const station = power();
     const life = 300 + rand() * 2200;
     const cut = setTimeout(() => station.proc.kill('SIGKILL'), life);
     await run(station, life + 500);
@@ -88,8 +91,7 @@ test(`power cuts at random instants lose no accepted transaction event (seed ${s
   }
 
   // Power stays on: the host ends what it still holds and the queue drains.
-  const station = new Station({ url: csms.url(), cache, backoff: 1, messageTimeout: 3, logLevel: 3 });
-  station.proc.stdin.on('error', () => {});
+  const station = power();
   try {
     station.send({ cmd: 'boot' });
     await station.waitForStatus('OK', { timeoutMs: 30000 });
@@ -99,15 +101,12 @@ test(`power cuts at random instants lose no accepted transaction event (seed ${s
         chargingState: 'Idle', stopReason: 'Local' });
       if (r.rc === 0) accepted.set(id, accepted.get(id) + 1);
     }
-    const eventsOf = (id) => csms.callsOf('TransactionEvent').map((c) => c.params)
-      .filter((p) => p.transactionInfo.transactionId === id);
-    const endedAtCsms = () => [...started].every((id) => eventsOf(id).some((e) => e.eventType === 'Ended'));
-    const deadline = Date.now() + 60000;
-    while (!endedAtCsms() && Date.now() < deadline) await sleep(100);
+    await waitUntil(() => [...started].every((id) => txEvents(csms, id).some((e) => e.eventType === 'Ended')), 60000,
+      'every session ended at the CSMS').catch(() => {});
 
     const why = `seed ${seed}\n${station.tail()}`;
     for (const id of started) {
-      const events = eventsOf(id);
+      const events = txEvents(csms, id);
       assert.ok(events.some((e) => e.eventType === 'Ended'), `session ${id} never ended at the CSMS; ${why}`);
       const seqNos = [...new Set(events.map((e) => e.seqNo))].sort((a, b) => a - b);
       assert.deepEqual(seqNos, seqNos.map((_, i) => i), `session ${id} has a gap in its seqNos; ${why}`);
@@ -125,9 +124,8 @@ test(`power cuts at random instants lose no accepted transaction event (seed ${s
     await Promise.race([station.exited, sleep(8000)]);
     station.proc.kill('SIGKILL');
   }
-  const dirs = [];
-  for (const name of readdirSync(cache)) if (statSync(path.join(cache, name)).isDirectory()) dirs.push(path.join(cache, name));
-  for (const dir of dirs) {
+  for (const dir of readdirSync(cache).map((name) => path.join(cache, name))) {
+    if (!statSync(dir).isDirectory()) continue;
     for (const json of ['variablecache.json', 'reservation.json']) {
       const file = path.join(dir, json);
       try { JSON.parse(readFileSync(file, 'utf8')); } catch (e) { if (e.code !== 'ENOENT') assert.fail(`${file}: ${e.message}`); }

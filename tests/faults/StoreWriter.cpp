@@ -109,16 +109,16 @@ struct Store {
     int (*read)();
 };
 
+template <typename Manager>
+int Open(const std::string& path) {
+    return Manager::GetInstance()->SetStoreFile(path);
+}
+
 const Store kStores[] = {
-    {"variablecache.json", [](const std::string& p) { return CVariableCache::GetInstance()->SetStoreFile(p); },
-     &WriteVariables, &ReadVariables},
-    {"VariableCharacteristicscache.json",
-     [](const std::string& p) { return CVariableCharacteristics::GetInstance()->SetStoreFile(p); },
-     &WriteCharacteristics, &ReadCharacteristics},
-    {"csmscfg.json", [](const std::string& p) { return CConnectManager::GetInstance()->SetStoreFile(p); },
-     &WriteProfiles, &ReadProfiles},
-    {"reservation.json", [](const std::string& p) { return CReservationManager::GetInstance()->SetStoreFile(p); },
-     &WriteReservations, &ReadReservations},
+    {"variablecache.json", &Open<CVariableCache>, &WriteVariables, &ReadVariables},
+    {"VariableCharacteristicscache.json", &Open<CVariableCharacteristics>, &WriteCharacteristics, &ReadCharacteristics},
+    {"csmscfg.json", &Open<CConnectManager>, &WriteProfiles, &ReadProfiles},
+    {"reservation.json", &Open<CReservationManager>, &WriteReservations, &ReadReservations},
     {"transactioncache.bin", &OpenTransactions, &WriteTransactions, &ReadTransactions},
 };
 

@@ -2,9 +2,7 @@
 
 #include <OcppProtocol.h>
 
-#include <fcntl.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,7 +10,10 @@
 namespace fuzzsupport {
 namespace {
 
-void RemoveCacheDir();
+void RemoveCacheDir() {
+    const std::string command = "rm -rf '" + CacheDir() + "'";
+    if (system(command.c_str()) != 0) fprintf(stderr, "could not remove %s\n", CacheDir().c_str());
+}
 
 std::string MakeCacheDir() {
     // In memory where there is such a file system: every store write ends in an fsync.
@@ -28,11 +29,6 @@ std::string MakeCacheDir() {
     return made;
 }
 
-void RemoveCacheDir() {
-    const std::string command = "rm -rf '" + CacheDir() + "'";
-    if (system(command.c_str()) != 0) fprintf(stderr, "could not remove %s\n", CacheDir().c_str());
-}
-
 void Quiet(LOGLEVEL, const char*, const char*, int, const char*) {}
 
 }  // namespace
@@ -44,18 +40,11 @@ const std::string& CacheDir() {
 }
 
 void WriteFile(const std::string& path, const unsigned char* data, size_t size) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (fd < 0) {
+    FILE* file = fopen(path.c_str(), "wb");
+    if (file == nullptr || fwrite(data, 1, size, file) != size || fclose(file) != 0) {
         perror(path.c_str());
         abort();
     }
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t n = write(fd, data + done, size - done);
-        if (n <= 0) abort();
-        done += static_cast<size_t>(n);
-    }
-    close(fd);
 }
 
 void SilenceLog() { OcppProtocol_SetLog(&Quiet); }

@@ -13,37 +13,24 @@
 
 namespace {
 
+// Each store is loaded as the station loads it at start-up, then released.
+template <typename Store>
+void Load(const std::string& path) {
+    Store::GetInstance()->SetStoreFile(path);
+    Store::Release();
+}
+
 struct Store {
     const char* file;
     void (*load)(const std::string& path);
 };
 
 const Store kStores[] = {
-    {"variablecache.json",
-     [](const std::string& path) {
-         CVariableCache::GetInstance()->SetStoreFile(path);
-         CVariableCache::Release();
-     }},
-    {"VariableCharacteristicscache.json",
-     [](const std::string& path) {
-         CVariableCharacteristics::GetInstance()->SetStoreFile(path);
-         CVariableCharacteristics::Release();
-     }},
-    {"csmscfg.json",
-     [](const std::string& path) {
-         CConnectManager::GetInstance()->SetStoreFile(path);
-         CConnectManager::Release();
-     }},
-    {"reservation.json",
-     [](const std::string& path) {
-         CReservationManager::GetInstance()->SetStoreFile(path);
-         CReservationManager::Release();
-     }},
-    {"transactioncache.bin",
-     [](const std::string& path) {
-         CTransactionManager::GetInstance()->SetStoreFile(path);
-         CTransactionManager::Release();
-     }},
+    {"variablecache.json", &Load<CVariableCache>},
+    {"VariableCharacteristicscache.json", &Load<CVariableCharacteristics>},
+    {"csmscfg.json", &Load<CConnectManager>},
+    {"reservation.json", &Load<CReservationManager>},
+    {"transactioncache.bin", &Load<CTransactionManager>},
 };
 
 }  // namespace

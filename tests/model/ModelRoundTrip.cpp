@@ -26,19 +26,25 @@ const std::map<std::string, RoundTrip>& Table() {
     return table;
 }
 
-void Answer(bool threw, const std::string& out, const std::string& error) {
+// One answer line: {"<flag>":bool,"<k1>":"v1"[,"<k2>":"v2"]}.
+void Print(const char* flag, bool value, const char* k1, const std::string& v1, const char* k2 = nullptr,
+           const std::string& v2 = "") {
     rapidjson::StringBuffer sb;
     rapidjson::Writer<rapidjson::StringBuffer> w(sb);
     w.StartObject();
-    w.Key("threw");
-    w.Bool(threw);
-    w.Key("out");
-    w.String(out.c_str(), static_cast<rapidjson::SizeType>(out.size()));
-    w.Key("error");
-    w.String(error.c_str(), static_cast<rapidjson::SizeType>(error.size()));
+    w.Key(flag);
+    w.Bool(value);
+    w.Key(k1);
+    w.String(v1.c_str(), static_cast<rapidjson::SizeType>(v1.size()));
+    if (k2 != nullptr) {
+        w.Key(k2);
+        w.String(v2.c_str(), static_cast<rapidjson::SizeType>(v2.size()));
+    }
     w.EndObject();
     std::cout << sb.GetString() << '\n';
 }
+
+void Answer(bool threw, const std::string& out, const std::string& error) { Print("threw", threw, "out", out, "error", error); }
 
 void Check(const rapidjson::Document& req) {
     rapidjson::Document payload;
@@ -48,15 +54,7 @@ void Check(const rapidjson::Document& req) {
     std::string why;
     const bool valid = !payload.HasParseError() &&
                        models::ValidatePayload(req["check"].GetString(), req["request"].GetBool(), payload, &why);
-    rapidjson::StringBuffer sb;
-    rapidjson::Writer<rapidjson::StringBuffer> w(sb);
-    w.StartObject();
-    w.Key("valid");
-    w.Bool(valid);
-    w.Key("why");
-    w.String(payload.HasParseError() ? "payload does not parse" : why.c_str());
-    w.EndObject();
-    std::cout << sb.GetString() << '\n';
+    Print("valid", valid, "why", payload.HasParseError() ? "payload does not parse" : why);
 }
 
 }  // namespace

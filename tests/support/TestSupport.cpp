@@ -1,14 +1,11 @@
 #include "TestSupport.h"
 
-
 #include <chrono>
-#include <cstring>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
-#include "OcppProtocol.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
 #include "Ocpp20/Process/VariableCustom.h"
@@ -20,7 +17,13 @@ namespace {
 std::mutex g_captureMutex;
 LogCapture* g_capture = nullptr;
 
-void CaptureLog(LOGLEVEL level, const char* function, const char* file, int line, const char* text);
+void CaptureLog(LOGLEVEL level, const char* function, const char* file, int line, const char* text) {
+    std::lock_guard<std::mutex> lock(g_captureMutex);
+    if (g_capture == nullptr) return;
+    LogLine l{static_cast<int>(level), function ? function : "", file ? file : "", line, text ? text : ""};
+    std::lock_guard<std::mutex> inner(g_capture->m_mutex);
+    g_capture->m_lines.push_back(std::move(l));
+}
 }  // namespace
 
 TempDir::TempDir() {
@@ -57,17 +60,14 @@ std::vector<LogLine> LogCapture::Lines() {
 }
 
 bool LogCapture::Contains(const std::string& needle, int level) {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (const auto& l : m_lines)
+    for (const auto& l : Lines())
         if (l.text.find(needle) != std::string::npos && (level < 0 || l.level == level)) return true;
     return false;
 }
 
 size_t LogCapture::Count(const std::string& needle) {
-    std::lock_guard<std::mutex> lock(m_mutex);
     size_t n = 0;
-    for (const auto& l : m_lines)
-        if (l.text.find(needle) != std::string::npos) ++n;
+    for (const auto& l : Lines()) n += l.text.find(needle) != std::string::npos;
     return n;
 }
 
@@ -75,16 +75,6 @@ void LogCapture::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_lines.clear();
 }
-
-namespace {
-void CaptureLog(LOGLEVEL level, const char* function, const char* file, int line, const char* text) {
-    std::lock_guard<std::mutex> lock(g_captureMutex);
-    if (g_capture == nullptr) return;
-    LogLine l{static_cast<int>(level), function ? function : "", file ? file : "", line, text ? text : ""};
-    std::lock_guard<std::mutex> inner(g_capture->m_mutex);
-    g_capture->m_lines.push_back(std::move(l));
-}
-}  // namespace
 
 bool WaitFor(const std::function<bool()>& pred, int timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
@@ -112,10 +102,8 @@ void WriteText(const std::string& path, const std::string& text) {
 
 Json::Value ReadJson(const std::string& path) {
     Json::Value root;
-    Json::CharReaderBuilder builder;
-    std::string errors;
     std::istringstream in(ReadText(path));
-    Json::parseFromStream(builder, in, &root, &errors);
+    Json::parseFromStream(Json::CharReaderBuilder(), in, &root, nullptr);
     return root;
 }
 

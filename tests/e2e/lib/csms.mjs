@@ -59,14 +59,13 @@ export class Csms extends EventEmitter {
     const peer = hs.request.socket.getPeerCertificate?.();
     const record = {
       identity: hs.identity,
-      password: hs.password ? hs.password.toString('utf8') : undefined,
+      password: hs.password?.toString('utf8'),
       protocols: [...hs.protocols],
-      peerCn: peer && peer.subject ? peer.subject.CN : undefined,
-      accepted: false,
+      peerCn: peer?.subject?.CN,
     };
-    this.handshakes.push(record);
     record.accepted = (this.options.password === undefined || record.password === this.options.password) &&
       (!this.options.tls?.requireClientCert || record.peerCn === hs.identity);
+    this.handshakes.push(record);
     this.emit('handshake', record);
     if (record.accepted) accept({});
     else reject(401);
@@ -91,21 +90,14 @@ export class Csms extends EventEmitter {
   }
 
   #defaultAnswer(method) {
-    const now = new Date().toISOString();
-    switch (method) {
-      case 'BootNotification': {
-        const status = this.boot.length > 1 ? this.boot.shift() : this.boot[0];
-        return { currentTime: now, interval: this.interval, status };
-      }
-      case 'Heartbeat':
-        return { currentTime: now };
-      case 'Authorize':
-        return { idTokenInfo: { status: 'Accepted' } };
-      case 'DataTransfer':
-        return { status: 'Accepted' };
-      default:
-        return {};
+    const currentTime = new Date().toISOString();
+    if (method === 'BootNotification') {
+      const status = this.boot.length > 1 ? this.boot.shift() : this.boot[0];
+      return { currentTime, interval: this.interval, status };
     }
+    if (method === 'Heartbeat') return { currentTime };
+    if (method === 'Authorize') return { idTokenInfo: { status: 'Accepted' } };
+    return method === 'DataTransfer' ? { status: 'Accepted' } : {};
   }
 
   callsOf(method) { return this.calls.filter((c) => c.method === method); }
@@ -116,10 +108,6 @@ export class Csms extends EventEmitter {
       const list = this.callsOf(method);
       return list.length >= count ? list[count - 1] : undefined;
     }, timeoutMs, `${count} x ${method}`);
-  }
-
-  waitForClient({ count = 1, timeoutMs = 15000 } = {}) {
-    return waitUntil(() => this.clients[count - 1], timeoutMs, `client #${count}`);
   }
 
   get client() { return this.clients[this.clients.length - 1]; }
@@ -133,6 +121,8 @@ export class Csms extends EventEmitter {
 export async function startCsms(options) {
   return new Csms(options).listen();
 }
+
+export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
 // Polls `probe` (cheap, in-memory) until it returns something other than undefined.
 export function waitUntil(probe, timeoutMs, what) {

@@ -20,11 +20,38 @@ export async function connect(t, csmsOptions = {}, stationArgs = {}, beforeStati
   return state;
 }
 
-// Boots the station and waits until it reports OK.
+// Boots the station and waits until it reports OK; a failure shows the station's last output.
 export async function bootToOk(state, { timeoutMs = 20000 } = {}) {
   state.station.send({ cmd: 'boot' });
-  await state.csms.waitForCall('BootNotification', { timeoutMs });
-  await state.station.waitForStatus('OK', { timeoutMs });
+  try {
+    await state.csms.waitForCall('BootNotification', { timeoutMs });
+    await state.station.waitForStatus('OK', { timeoutMs });
+  } catch (e) {
+    assert.fail(e.message + explain(state));
+  }
+}
+
+// connect() and bootToOk() in one.
+export async function online(t, csmsOptions = { interval: 60 }, stationArgs = {}) {
+  const state = await connect(t, csmsOptions, stationArgs);
+  await bootToOk(state);
+  return state;
+}
+
+// The CSMS goes away: the link is closed and every new handshake refused until back().
+// Resolves with the station's Disconnected record.
+export async function outage(state) {
+  state.csms.options.password = 'closed';
+  const from = state.station.events.length;
+  await state.csms.client.close({ code: 1001, force: true });
+  return state.station.waitForStatus('Disconnected', { from });
+}
+
+// Resolves with the OK record of the reconnect.
+export async function back(state) {
+  const from = state.station.events.length;
+  delete state.csms.options.password;
+  return state.station.waitForStatus('OK', { from, timeoutMs: 30000 }).catch((e) => assert.fail(e.message + explain(state)));
 }
 
 export function explain(state) {
