@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "Util/CriticalSectionManager.h"
-#include "Util/Thread.h"
 #include "Util/Tools.h"
 
 namespace {
@@ -15,8 +14,7 @@ const int64_t kTickMs = 200;
 CTimerManager::CTimerManager() {
     pthread_mutex_init(&m_mutex, nullptr);
     pthread_mutex_init(&m_runMutex, nullptr);
-    m_thread = LinuxCreateThread(nullptr, &CTimerManager::TimerProc, this);
-    m_bWorkerRunning = true;
+    m_worker.Start(&CTimerManager::TimerProc, this);
 }
 
 CTimerManager::~CTimerManager() {
@@ -27,14 +25,7 @@ CTimerManager::~CTimerManager() {
 
 // Joins the worker (after the callback in hand) and drops every timer.
 void CTimerManager::StopWorker() {
-    {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
-        m_stop = true;
-    }
-    m_wakeCv.notify_all();
-    // A second release before the next use has no worker left to join.
-    if (m_bWorkerRunning) pthread_join(m_thread, nullptr);
-    m_bWorkerRunning = false;
+    m_worker.Stop();
     OCPP_SECTION(&m_mutex);
     for (TimerItem* item : m_items) delete item;
     m_items.clear();
@@ -44,19 +35,13 @@ void CTimerManager::StopWorker() {
 void CTimerManager::ResetInPlace() {
     StopWorker();
     {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
-        m_stop = false;
+        std::lock_guard<std::mutex> lock(m_worker.WakeMutex());
         m_changed = false;
     }
-    m_bWorkerAfterReset = true;
+    m_worker.ArmRestart();
 }
 
-void CTimerManager::Resume() {
-    if (m_bWorkerAfterReset.exchange(false)) {
-        m_thread = LinuxCreateThread(nullptr, &CTimerManager::TimerProc, this);
-        m_bWorkerRunning = true;
-    }
-}
+void CTimerManager::Resume() { m_worker.Resume(); }
 
 unsigned long long CTimerManager::GetTimerID() {
     unsigned long long id = 1;
@@ -87,10 +72,10 @@ unsigned long long CTimerManager::RegisterTimer(int seconds, TimerCallback callb
         m_items.push_back(item);
     }
     {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        std::lock_guard<std::mutex> lock(m_worker.WakeMutex());
         m_changed = true;
     }
-    m_wakeCv.notify_all();
+    m_worker.WakeCv().notify_all();
     return id;
 }
 
@@ -109,7 +94,7 @@ void CTimerManager::UnRegisterTimer(unsigned long long id) {
     // callback in flight; from inside a callback there is nothing to wait for.
     bool self = false;
     {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        std::lock_guard<std::mutex> lock(m_worker.WakeMutex());
         self = m_running && pthread_equal(m_runningThread, pthread_self());
     }
     if (!self) {
@@ -132,7 +117,7 @@ size_t CTimerManager::Count() {
 int CTimerManager::RunDue() {
     OCPP_SECTION(&m_runMutex);
     {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        std::lock_guard<std::mutex> lock(m_worker.WakeMutex());
         m_running = true;
         m_runningThread = pthread_self();
     }
@@ -166,7 +151,7 @@ int CTimerManager::RunDue() {
             if (item->id == id && item->callback == callback) item->lastRunMs = end;
     }
     {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        std::lock_guard<std::mutex> lock(m_worker.WakeMutex());
         m_running = false;
     }
     return ran;
@@ -192,9 +177,10 @@ void CTimerManager::Loop() {
         int64_t waitMs = next == INT64_MAX ? 60000 : next - CTools::GetCurRunTimeMilSec();
         waitMs = std::max<int64_t>(kTickMs, std::min<int64_t>(waitMs, 60000));
         {
-            std::unique_lock<std::mutex> lock(m_wakeMutex);
-            m_wakeCv.wait_for(lock, std::chrono::milliseconds(waitMs), [this] { return m_stop || m_changed; });
-            if (m_stop) return;
+            std::unique_lock<std::mutex> lock(m_worker.WakeMutex());
+            m_worker.WakeCv().wait_for(lock, std::chrono::milliseconds(waitMs),
+                                       [this] { return m_worker.Stopping() || m_changed; });
+            if (m_worker.Stopping()) return;
             m_changed = false;
         }
         RunDue();

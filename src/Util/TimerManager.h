@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "Util/Singleton.h"
+#include "Util/WorkerThread.h"
 
 typedef void* (*TimerCallback)(void*);
 
@@ -49,13 +50,8 @@ private:
     pthread_mutex_t m_mutex;      // the list
     pthread_mutex_t m_runMutex;   // held while callbacks run
     std::list<TimerItem*> m_items;
-    std::mutex m_wakeMutex;
-    std::condition_variable m_wakeCv;
-    bool m_stop = false;
-    bool m_changed = false;
-    pthread_t m_thread{};
-    bool m_bWorkerRunning = false;  // m_thread is there to join
-    std::atomic<bool> m_bWorkerAfterReset{false};  // a reset stopped the worker; the next use starts it
+    CWorkerThread m_worker;
+    bool m_changed = false;  // worker's wake lock
     pthread_t m_runningThread{};
     bool m_running = false;
 };

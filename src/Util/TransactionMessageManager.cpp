@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "Util/CriticalSectionManager.h"
-#include "Util/Thread.h"
 #include "Util/Tools.h"
 
 namespace {
@@ -15,8 +14,7 @@ const int64_t kPauseSliceMs = 100;  // the clock may be moved by a test: look ag
 
 CTransactionMessageManager::CTransactionMessageManager() {
     pthread_mutex_init(&m_mutex, nullptr);
-    m_thread = LinuxCreateThread(nullptr, &CTransactionMessageManager::TimerProc, this);
-    m_bWorkerRunning = true;
+    m_worker.Start(&CTransactionMessageManager::TimerProc, this);
 }
 
 CTransactionMessageManager::~CTransactionMessageManager() {
@@ -27,14 +25,7 @@ CTransactionMessageManager::~CTransactionMessageManager() {
 // Joins the worker; a retry pause in progress ends at once (the frame it holds
 // stays in the journal), then every timer is dropped.
 void CTransactionMessageManager::StopWorker() {
-    {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
-        m_stop = true;
-    }
-    m_wakeCv.notify_all();
-    // A second release before the next use has no worker left to join.
-    if (m_bWorkerRunning) pthread_join(m_thread, nullptr);
-    m_bWorkerRunning = false;
+    m_worker.Stop();
     OCPP_SECTION(&m_mutex);
     for (TimerItem* item : m_items) delete item;
     m_items.clear();
@@ -44,19 +35,13 @@ void CTransactionMessageManager::StopWorker() {
 void CTransactionMessageManager::ResetInPlace() {
     StopWorker();
     {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
-        m_stop = false;
+        std::lock_guard<std::mutex> lock(m_worker.WakeMutex());
         m_woken = false;
     }
-    m_bWorkerAfterReset = true;
+    m_worker.ArmRestart();
 }
 
-void CTransactionMessageManager::Resume() {
-    if (m_bWorkerAfterReset.exchange(false)) {
-        m_thread = LinuxCreateThread(nullptr, &CTransactionMessageManager::TimerProc, this);
-        m_bWorkerRunning = true;
-    }
-}
+void CTransactionMessageManager::Resume() { m_worker.Resume(); }
 
 unsigned long long CTransactionMessageManager::RegisterTimer(int seconds, TimerCallback callback, void* argument) {
     if (callback == nullptr) return 0;
@@ -92,21 +77,21 @@ size_t CTransactionMessageManager::Count() {
 
 void CTransactionMessageManager::Wake() {
     {
-        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        std::lock_guard<std::mutex> lock(m_worker.WakeMutex());
         m_woken = true;
     }
-    m_wakeCv.notify_all();
+    m_worker.WakeCv().notify_all();
 }
 
 bool CTransactionMessageManager::Pause(int64_t untilMs, bool (*keepWaiting)()) {
     for (;;) {
-        if (m_stop.load()) return false;
+        if (m_worker.Stopping()) return false;
         if (keepWaiting != nullptr && !keepWaiting()) return false;
         const int64_t left = untilMs - CTools::GetCurRunTimeMilSec();
         if (left <= 0) return true;
-        std::unique_lock<std::mutex> lock(m_wakeMutex);
-        m_wakeCv.wait_for(lock, std::chrono::milliseconds(std::min(left, kPauseSliceMs)),
-                          [this] { return m_stop.load(); });
+        std::unique_lock<std::mutex> lock(m_worker.WakeMutex());
+        m_worker.WakeCv().wait_for(lock, std::chrono::milliseconds(std::min(left, kPauseSliceMs)),
+                          [this] { return m_worker.Stopping(); });
     }
 }
 
@@ -126,8 +111,8 @@ void CTransactionMessageManager::Loop() {
         bool woken;
         int64_t waitMs = kCeilingMs;
         {
-            std::lock_guard<std::mutex> lock(m_wakeMutex);
-            if (m_stop.load()) return;
+            std::lock_guard<std::mutex> lock(m_worker.WakeMutex());
+            if (m_worker.Stopping()) return;
             woken = m_woken;
             m_woken = false;
         }
@@ -144,14 +129,14 @@ void CTransactionMessageManager::Loop() {
             }
         }
         for (const Due& d : due) {
-            if (m_stop.load()) return;
+            if (m_worker.Stopping()) return;
             d.callback(d.argument);
             OCPP_SECTION(&m_mutex);
             for (TimerItem* item : m_items)
                 if (item->id == d.id) item->lastRunMs = CTools::GetCurRunTimeMilSec();
         }
-        std::unique_lock<std::mutex> lock(m_wakeMutex);
+        std::unique_lock<std::mutex> lock(m_worker.WakeMutex());
         if (!due.empty()) continue;
-        m_wakeCv.wait_for(lock, std::chrono::milliseconds(waitMs), [this] { return m_stop.load() || m_woken; });
+        m_worker.WakeCv().wait_for(lock, std::chrono::milliseconds(waitMs), [this] { return m_worker.Stopping() || m_woken; });
     }
 }

@@ -9,6 +9,7 @@
 
 #include "Util/Singleton.h"
 #include "Util/TimerManager.h"
+#include "Util/WorkerThread.h"
 
 // Periodic callbacks on a thread of their own: the transaction queue's sender
 // blocks for whole retry schedules, which must not hold up the general timers.
@@ -27,7 +28,7 @@ public:
     // when `keepWaiting` says no or the manager is stopping: the caller gives
     // up the wait and keeps what it was holding.
     bool Pause(int64_t untilMs, bool (*keepWaiting)());
-    bool Stopping() const { return m_stop.load(); }
+    bool Stopping() const { return m_worker.Stopping(); }
 
 private:
     friend class CSingleton<CTransactionMessageManager>;
@@ -41,11 +42,6 @@ private:
 
     pthread_mutex_t m_mutex;  // the list
     std::list<TimerItem*> m_items;
-    std::mutex m_wakeMutex;
-    std::condition_variable m_wakeCv;
-    bool m_woken = false;
-    std::atomic<bool> m_stop{false};
-    pthread_t m_thread{};
-    bool m_bWorkerRunning = false;  // m_thread is there to join
-    std::atomic<bool> m_bWorkerAfterReset{false};
+    CWorkerThread m_worker;
+    bool m_woken = false;  // worker's wake lock
 };
