@@ -75,9 +75,11 @@ std::string COcppProtocol20::GetIdentify(const char* frame) {
 }
 
 std::string COcppProtocol20::GetIdentify(const char* frame, size_t len) {
-    rapidjson::Document doc;
-    if (!ParseFrame(frame, len, doc) || doc.Size() < 2 || !doc[1].IsString()) return std::string();
-    return std::string(doc[1].GetString(), doc[1].GetStringLength());
+    // Every send asks for the id: it is read from the head, not from a parse of the whole frame.
+    int type = 0;
+    std::string id;
+    if (!CInboundFrame::ReadHead(frame, len, type, id)) id.clear();
+    return id;
 }
 
 bool COcppProtocol20::IsReponseError(const char* frame) {
