@@ -189,6 +189,16 @@ bool COfflineCache::IsTransactionMessageExist(const std::string& transactionId) 
     return !rows.empty();
 }
 
+int COfflineCache::LastJournaledSeqNo(const std::string& transactionId) {
+    OCPP_SECTION(&m_mutex);
+    if (!m_db.IsOpen()) return -1;
+    const DbRows rows = m_db.QuerySQL("select max(seqno) as seqno from offline where msgtype='%d' and extra='%s'",
+                                      OFFLINEMSGTYPE_TRANSACTIONEVENT, transactionId.c_str());
+    if (rows.empty()) return -1;
+    auto it = rows.front().find("seqno");
+    return it == rows.front().end() || it->second.empty() ? -1 : std::atoi(it->second.c_str());
+}
+
 std::vector<COfflineCache::Row> COfflineCache::ReadRows(int limit) {
     std::vector<Row> out;
     OCPP_SECTION(&m_mutex);

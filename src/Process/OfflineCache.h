@@ -58,6 +58,8 @@ public:
     int AddFirmwareStatusNotification(const std::string& content);
 
     bool IsTransactionMessageExist(const std::string& transactionId);
+    // Highest seqNo journaled for the transaction, or -1 when none is kept.
+    int LastJournaledSeqNo(const std::string& transactionId);
     std::vector<Row> ReadRows(int limit);
     int DeleteRow(int64_t id);
     size_t Count();

@@ -10,6 +10,7 @@
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppProtocol.h"
+#include "Process/OfflineCache.h"
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "SmartCharging/ChargingProfile20/ProfileManager.h"
@@ -289,6 +290,10 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
     Update(a, TRANSACTIONREASON_TRIGGER);
     const std::string path = dir.file("transactioncache.bin");
     EXPECT_EQ(ReadText(path).size(), 2 * CTransactionManager::kRecordBytes) << "132 bytes a transaction, no header";
+    // Power lost after the journal kept b's Updated 1 but before the store was rewritten.
+    COfflineCache* journal = COfflineCache::GetInstance();
+    ASSERT_EQ(journal->SetStoreFile(dir.file("offline.db")), 1);
+    ASSERT_GT(journal->JournalTransactionMessage(OFFLINEMSGSUBTYPE_UPDATED, 1, "[2,\"j\",\"TransactionEvent\",{}]", b), 0);
 
     CTransactionManager::Release();
     Open();
@@ -299,7 +304,11 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
     EXPECT_TRUE(tx->IsTransactionStart(b));
     Take();
     Update(a, TRANSACTIONREASON_TRIGGER);
-    EXPECT_EQ(Take().at(0).seqNo, 3);
+    Update(b, TRANSACTIONREASON_TRIGGER);
+    const std::vector<Event> events = Take();
+    EXPECT_EQ(events.at(0).seqNo, 3);
+    EXPECT_EQ(events.at(1).seqNo, 2) << "a seqNo the journal already holds is never used again";
+    COfflineCache::Release();
 
     // A write cut short by power loss: the whole records before the tear still load.
     const std::string image = ReadText(path);

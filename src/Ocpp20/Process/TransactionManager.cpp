@@ -14,6 +14,7 @@
 #include "Ocpp20/Process/VariableCache.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
+#include "Process/OfflineCache.h"
 #include "Process/ReservationManager.h"
 #include "SmartCharging/ChargingProfile20/ProfileManager.h"
 #include "Util/CriticalSectionManager.h"
@@ -393,8 +394,14 @@ int CTransactionManager::SendUpdate(const std::string& txId, int reason, int cha
         OCPP_SECTION(&m_mutex);
         auto it = m_items.find(txId);
         if (it == m_items.end()) return AUTHORIZESTATUS_INVALID;
-        if (!isRepeat) it->second->seqNo += 1;
         item = *it->second;
+    }
+    if (!isRepeat) {
+        CatchUpWithJournal(txId, item);
+        item.seqNo += 1;
+        OCPP_SECTION(&m_mutex);
+        auto it = m_items.find(txId);
+        if (it != m_items.end()) it->second->seqNo = item.seqNo;
     }
     TransactionEventArgs args = Args(txId, item, reason, chargingState, meter);
     args.timestamp = item.lastEventTime;
@@ -478,6 +485,7 @@ int CTransactionManager::TransactionEnd(const std::string& txId, int reason, int
     if (item.startedTime == 0) {
         LOG_INFO("Transaction not start auto end\n");
     } else {
+        CatchUpWithJournal(txId, item);
         item.seqNo += 1;
         TransactionEventArgs args = Args(txId, item, reason, chargingState, meter);
         args.stopReason = stopReason;
@@ -575,6 +583,7 @@ void* CTransactionManager::OccupyTimerProc(void*) {
     if (expired.empty()) return nullptr;
     for (auto& entry : expired) {
         TransactionItem& item = entry.second;
+        self->CatchUpWithJournal(entry.first, item);
         item.seqNo += 1;
         TransactionEventArgs args = Args(entry.first, item, TRANSACTIONREASON_EVCONNECTTIMEOUT,
                                          TRANSACTIONCHARGINGSTATE_IDLE, Meter());
@@ -677,9 +686,20 @@ int CTransactionManager::TransactionsFromFile() {
     if (path.empty() || !CTransactionFile::Read(path, &records)) return 0;
     OCPP_SECTION(&m_mutex);
     m_items.clear();
+    m_loadedUnchecked.clear();
     for (const auto& record : records) {
         LOG_INFO("Load cache transaction:%s\n", record.first.c_str());
         m_items[record.first].reset(new TransactionItem(record.second));
+        m_loadedUnchecked.insert(record.first);
     }
     return 1;
+}
+
+void CTransactionManager::CatchUpWithJournal(const std::string& txId, TransactionItem& item) {
+    {
+        OCPP_SECTION(&m_mutex);
+        if (m_loadedUnchecked.erase(txId) == 0) return;
+    }
+    const int journaled = COfflineCache::GetInstance()->LastJournaledSeqNo(txId);
+    if (journaled > item.seqNo) item.seqNo = journaled;
 }

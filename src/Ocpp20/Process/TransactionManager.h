@@ -105,6 +105,10 @@ public:
     int SetStoreFile(const std::string& path);
     int TransactionsToFile();
     int TransactionsFromFile();
+    // Raises a loaded transaction's seqNo to the highest its journal kept: a power
+    // cut between journaling an event and rewriting the store must not reuse it.
+    // Looked at once per transaction, before its first event after loading.
+    void CatchUpWithJournal(const std::string& txId, TransactionItem& item);
 
     // Timer callbacks; plain functions so tests call them directly.
     static void* OccupyTimerProc(void* argument);
@@ -144,6 +148,7 @@ private:
     pthread_mutex_t m_mutex;      // the map and the file path
     pthread_mutex_t m_fileMutex;  // one writer at a time, so an older image never lands last
     std::map<std::string, std::unique_ptr<TransactionItem>> m_items;
+    std::set<std::string> m_loadedUnchecked;  // map lock: loaded, not yet held against the journal
     std::map<std::string, int> m_errorCodes;
     std::map<std::string, float> m_totalCosts;
     std::set<std::string> m_starting;  // Started on its way out: no second one meanwhile
