@@ -97,7 +97,15 @@ void CMessageCallBack::Push(const Queued& item, bool front, bool priority) {
             m_frames.push_back(item);
         }
     }
-    m_wake.notify_one();
+    Signal();
+}
+
+void CMessageCallBack::Signal() {
+    {
+        std::lock_guard<std::mutex> lock(m_wakeMutex);
+        m_signalled = true;
+    }
+    m_wake.notify_all();
 }
 
 void CMessageCallBack::Reset() {
@@ -133,7 +141,7 @@ void CMessageCallBack::Close() {
             join = true;
         }
     }
-    m_wake.notify_all();
+    Signal();
     if (!join) return;
     if (pthread_equal(worker, pthread_self())) {
         // Released from inside a host callback: the worker ends when the callback returns.
@@ -156,19 +164,27 @@ void CMessageCallBack::Loop(uint64_t generation) {
     for (;;) {
         Queued item{nullptr, nullptr};
         bool drained = false;
+        bool idle = false;
         {
-            OCPP_SECTION_NAMED(guard, &m_mutex);
-            while (m_generation == generation && m_priority.empty() && m_frames.empty()) {
-                m_wake.wait_for(guard, kIdleWait);
-            }
+            OCPP_SECTION(&m_mutex);
             if (m_generation != generation) return;
-            const size_t backlog = m_priority.size() + m_frames.size();
-            if (backlog > m_backlogPeak) m_backlogPeak = backlog;
-            std::list<Queued>& from = m_priority.empty() ? m_frames : m_priority;
-            item = from.front();
-            from.pop_front();
-            drained = backlog == 1 && m_backlogPeak >= kGiveBackBacklog;
-            if (drained) m_backlogPeak = 0;
+            idle = m_priority.empty() && m_frames.empty();
+            if (!idle) {
+                const size_t backlog = m_priority.size() + m_frames.size();
+                if (backlog > m_backlogPeak) m_backlogPeak = backlog;
+                std::list<Queued>& from = m_priority.empty() ? m_frames : m_priority;
+                item = from.front();
+                from.pop_front();
+                drained = backlog == 1 && m_backlogPeak >= kGiveBackBacklog;
+                if (drained) m_backlogPeak = 0;
+            }
+        }
+        if (idle) {
+            // A push after the look above has set the flag by the time this lock is ours.
+            std::unique_lock<std::mutex> lock(m_wakeMutex);
+            m_wake.wait_for(lock, kIdleWait, [this] { return m_signalled; });
+            m_signalled = false;
+            continue;
         }
         Dispatch(item);
         // The frame's document goes as soon as its handler is done.

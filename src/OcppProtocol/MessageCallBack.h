@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <mutex>
 
 #include "Util/Singleton.h"
 
@@ -65,8 +66,14 @@ private:
     void Push(const Queued& item, bool front, bool priority);
     static void Free(const Queued& item);
 
+    void Signal();
+
     pthread_mutex_t m_mutex;
-    std::condition_variable_any m_wake;
+    // The worker sleeps on a lock of its own: waking it never makes it queue
+    // for the list lock behind the producer that woke it.
+    std::mutex m_wakeMutex;
+    std::condition_variable m_wake;
+    bool m_signalled = false;  // wake lock
     std::list<Queued> m_frames;
     std::list<Queued> m_priority;
     std::atomic<bool> m_closed{true};
