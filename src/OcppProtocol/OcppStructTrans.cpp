@@ -46,8 +46,11 @@ VariableDataItem OcppStructTrans_VariableDataItem(const VariableDataItem20& item
     return out;
 }
 
-TokenWhiteItem OcppStructTrans_TokenItem(const AuthorizeItem& item) {
-    TokenWhiteItem out;
+namespace {
+// The host's token record and the store's share their fields by name.
+template <class To, class From>
+To CopyTokenItem(const From& item) {
+    To out;
     std::memset(&out, 0, sizeof out);
     CTools::CopyField(out.token, Field(item.token));
     out.tokenType = item.tokenType;
@@ -56,16 +59,11 @@ TokenWhiteItem OcppStructTrans_TokenItem(const AuthorizeItem& item) {
     CTools::CopyField(out.groupToken, Field(item.groupToken));
     return out;
 }
+}  // namespace
 
-AuthorizeItem OcppStructTrans_TokenItem20(const TokenWhiteItem& item) {
-    AuthorizeItem out{};
-    CTools::CopyField(out.token, Field(item.token));
-    out.tokenType = item.tokenType;
-    out.status = item.status;
-    out.expiryTime = item.expiryTime;
-    CTools::CopyField(out.groupToken, Field(item.groupToken));
-    return out;
-}
+TokenWhiteItem OcppStructTrans_TokenItem(const AuthorizeItem& item) { return CopyTokenItem<TokenWhiteItem>(item); }
+
+AuthorizeItem OcppStructTrans_TokenItem20(const TokenWhiteItem& item) { return CopyTokenItem<AuthorizeItem>(item); }
 
 Json::Value OcppStructTrans_TokenItem21(const TokenWhiteItem& item) {
     Json::Value out(Json::objectValue);
