@@ -121,6 +121,20 @@ int Report(const char* action, OUTBOUNDKIND kind, const std::string& frame, Read
     }
 }
 
+// A request whose answer is a status and a text for the host: 1 once both are read.
+int AskStatusAndText(const char* action, const std::string& frame, int (*parse)(const char*, int*, std::string*),
+                     int* status, char* out, int capacity) {
+    const int answered = Report(action, OUTBOUNDKIND_REQUEST, frame, [&](const char* reply) {
+        int replyStatus = -1;
+        std::string text;
+        if (parse(reply, &replyStatus, &text) != 1) return 0;
+        if (status != nullptr) *status = replyStatus;
+        Give(text, out, capacity);
+        return 1;
+    });
+    return answered == 1 ? 1 : 0;
+}
+
 }  // namespace
 
 int Ocpp20Protocol_FirmwareStatusNotification(int status, int requestId) {
@@ -174,15 +188,8 @@ int Ocpp20Protocol_NotifyEvent(const EventDataItem* items, int count) {
 int Ocpp20Protocol_Get15118EVCertificate(const char* schemaVersion, int action, const char* exiRequest, int* status,
                                          char* exiResponse, int capacity) {
     const std::string frame = COcppProtocol20::Get15118EVCertificateReq(schemaVersion, action, exiRequest);
-    const int answered = Report("Get15118EVCertificate", OUTBOUNDKIND_REQUEST, frame, [&](const char* reply) {
-        int replyStatus = -1;
-        std::string exi;
-        if (COcppProtocol20::Get15118EVCertificateResp(reply, &replyStatus, &exi) != 1) return 0;
-        if (status != nullptr) *status = replyStatus;
-        Give(exi, exiResponse, capacity);
-        return 1;
-    });
-    return answered == 1 ? 1 : 0;
+    return AskStatusAndText("Get15118EVCertificate", frame, &COcppProtocol20::Get15118EVCertificateResp, status,
+                            exiResponse, capacity);
 }
 
 int Ocpp20Protocol_GetCertificateStatus(const OcspRequestDataItem* ocsp, int* status, char* ocspResult,
@@ -195,15 +202,8 @@ int Ocpp20Protocol_GetCertificateStatus(const OcspRequestDataItem* ocsp, int* st
     data.serialNumber = Field(ocsp->serialNumber);
     data.responderURL = Field(ocsp->responderURL);
     const std::string frame = data.hashAlgorithm.empty() ? std::string() : COcppProtocol20::GetCertificateStatusReq(data);
-    const int answered = Report("GetCertificateStatus", OUTBOUNDKIND_REQUEST, frame, [&](const char* reply) {
-        int replyStatus = -1;
-        std::string result;
-        if (COcppProtocol20::GetCertificateStatusResp(reply, &replyStatus, &result) != 1) return 0;
-        if (status != nullptr) *status = replyStatus;
-        Give(result, ocspResult, capacity);
-        return 1;
-    });
-    return answered == 1 ? 1 : 0;
+    return AskStatusAndText("GetCertificateStatus", frame, &COcppProtocol20::GetCertificateStatusResp, status,
+                            ocspResult, capacity);
 }
 
 int Ocpp20protocol_NotifyEVChargingSchedule(int evseId, unsigned timeBase, const char* schedule, int length) {
