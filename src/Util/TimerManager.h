@@ -1,11 +1,8 @@
 #pragma once
 #include <pthread.h>
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <list>
-#include <mutex>
 
 #include "Util/Singleton.h"
 #include "Util/WorkerThread.h"
