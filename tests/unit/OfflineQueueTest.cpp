@@ -284,11 +284,12 @@ TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQu
     CTools::SleepMs(100);
     ASSERT_EQ(host.Count(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED), 1u) << "one record for the whole transaction";
     EXPECT_TRUE(log.Contains("Notify offline transaction not accepted<" + offlineTx + ">"));
+    // Accepted before the end is raised, so the queue cannot meet the refusal with it.
+    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });
     tx->TransactionEnd(offlineTx, TRANSACTIONREASON_STOPAUTHORIZED, TRANSACTIONCHARGINGSTATE_IDLE,
                        TRANSACTIONSTOPREASON_LOCAL, CTransactionManager::Meter());
 
     // Online, the queue's sender hands the answer to the transaction manager.
-    link.Answer([](const std::string& id) { return "[3,\"" + id + "\",{}]"; });
     ASSERT_TRUE(WaitFor([&] { return cache->Count() == 0; }));
     link.Answer(refuse);
     std::string onlineTx;
