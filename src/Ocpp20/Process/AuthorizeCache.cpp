@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 #include "Ocpp20/Process/VariableCache.h"
 #include "Util/CriticalSectionManager.h"
@@ -43,10 +44,24 @@ AuthorizeItem ItemFromRow(const DbRow& row) {
     return item;
 }
 
+// Counts are numbered as they are taken; writers run one at a time and skip a
+// count older than one already written, so the newest count is the one that stays.
+struct EntriesCount {
+    int entries;
+    uint64_t number;
+};
+std::mutex g_entriesWriteMutex;
+uint64_t g_entriesTaken = 0;    // store lock
+uint64_t g_entriesWritten = 0;  // entries-write lock
+
 void* WriteEntries(void* argument) {
-    const int entries = static_cast<int>(reinterpret_cast<intptr_t>(argument));
+    const EntriesCount count = *static_cast<EntriesCount*>(argument);
+    delete static_cast<EntriesCount*>(argument);
+    std::lock_guard<std::mutex> lock(g_entriesWriteMutex);
+    if (count.number < g_entriesWritten) return nullptr;
+    g_entriesWritten = count.number;
     VariableDataItem20 item = VariableDataItem20::Make("LocalAuthListCtrlr", "Entries");
-    const int ret = snprintf(item.attributeValue, sizeof item.attributeValue, "%d", entries);
+    const int ret = snprintf(item.attributeValue, sizeof item.attributeValue, "%d", count.entries);
     if (ret < 0 || ret >= static_cast<int>(sizeof item.attributeValue)) {
         LOG_ERROR("20UpdateLocalAuthListEntries=> snprintf error ret: %d", ret);
         return nullptr;
@@ -281,8 +296,16 @@ int CAuthorizeCache::GetCurLocalListEntries() {
 }
 
 void CAuthorizeCache::UpdateLocalAuthListEntries() {
-    const int entries = GetCurLocalListEntries();
+    EntriesCount* count = new EntriesCount{0, 0};
+    {
+        OCPP_SECTION(&m_mutex);
+        count->entries = CountLocalList();
+        count->number = ++g_entriesTaken;
+    }
     // Its own thread: the variable cache's lock is never taken under this store's.
-    pthread_t thread = LinuxCreateThread(nullptr, &WriteEntries, reinterpret_cast<void*>(static_cast<intptr_t>(entries)));
-    if (thread != pthread_t{}) pthread_detach(thread);
+    pthread_t thread = LinuxCreateThread(nullptr, &WriteEntries, count);
+    if (thread != pthread_t{})
+        pthread_detach(thread);
+    else
+        delete count;
 }
