@@ -50,17 +50,22 @@ void HandleSized(const char* messageId, const void* record, int frameLen) {
 // One template per row shape, so a row's check and handler always agree on the record.
 template <class T, models::PayloadValidator Validate>
 constexpr Ocpp20InboundAction Row(const char* action) {
-    return Ocpp20InboundAction{action, &Read<T, Validate>, nullptr};
+    return Ocpp20InboundAction{action, &Read<T, Validate>, nullptr, false};
 }
 
 template <class T, models::PayloadValidator Validate, void (*Handler)(const char*, const T&)>
 constexpr Ocpp20InboundAction Row(const char* action) {
-    return Ocpp20InboundAction{action, &Read<T, Validate>, &Handle<T, Handler>};
+    return Ocpp20InboundAction{action, &Read<T, Validate>, &Handle<T, Handler>, false};
 }
 
 template <class T, models::PayloadValidator Validate, void (*Handler)(const char*, const T&, int)>
 constexpr Ocpp20InboundAction Row(const char* action) {
-    return Ocpp20InboundAction{action, &Read<T, Validate>, &HandleSized<T, Handler>};
+    return Ocpp20InboundAction{action, &Read<T, Validate>, &HandleSized<T, Handler>, false};
+}
+
+constexpr Ocpp20InboundAction AtOnce(Ocpp20InboundAction row) {
+    row.atOnce = true;
+    return row;
 }
 
 // Rows without a handler belong to stores that are not attached yet; their
@@ -105,7 +110,7 @@ const Ocpp20InboundAction kInboundActions[] = {
     Row<models::getTransactionStatusRequest_t, &models::ValidateGetTransactionStatusRequest, &Ocpp20Protocol_OnGetTransactionStatusRequest>("GetTransactionStatus"),
     Row<models::setChargingProfileRequest_t, &models::ValidateSetChargingProfileRequest>("SetChargingProfile"),
     Row<models::updateFirmwareRequest_t, &models::ValidateUpdateFirmwareRequest, &Ocpp20Protocol_OnUpdateFirmwareRequest>("UpdateFirmware"),
-    Row<models::getVariablesRequest_t, &models::ValidateGetVariablesRequest, &Ocpp20Protocol_OnGetVariablesRequest>("GetVariables"),
+    AtOnce(Row<models::getVariablesRequest_t, &models::ValidateGetVariablesRequest, &Ocpp20Protocol_OnGetVariablesRequest>("GetVariables")),
 };
 
 static_assert(sizeof(kInboundActions) / sizeof(kInboundActions[0]) == 40, "the action table has 40 rows");

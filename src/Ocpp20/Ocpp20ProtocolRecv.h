@@ -28,6 +28,9 @@ struct Ocpp20InboundAction {
     const char* action;
     Ocpp20PayloadCheck check;
     Ocpp20InboundHandler handler;  // null: known, not answered here yet
+    // The handler only reads the station's own stores and answers: it never
+    // waits for the host or the CSMS, so it may run on the link's thread.
+    bool atOnce;
 };
 
 // The action table in the order the dispatcher compares it; null when unknown.

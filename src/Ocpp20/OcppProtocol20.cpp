@@ -149,6 +149,15 @@ void COcppProtocol20::OnMessage(const CInboundFrame& frame) {
     LOG_ERROR("recv cms data error:%s\n", frame.Text());
 }
 
+bool COcppProtocol20::AnswersAtOnce(const CInboundFrame& frame) {
+    const rapidjson::Document& doc = frame.Document();
+    if (!frame.Parsed() || !doc.IsArray() || doc.Size() < 3 || !doc[0].IsInt() || doc[0].GetInt() != Base::CALL ||
+        !doc[2].IsString())
+        return false;
+    const Ocpp20InboundAction* row = Ocpp20Protocol_FindInboundAction(doc[2].GetString());
+    return row != nullptr && row->atOnce;
+}
+
 // --- Requests the station sends ---
 
 std::string COcppProtocol20::BootNotificationReq(BOOTREASON reason, const char* model, const char* vendorName,

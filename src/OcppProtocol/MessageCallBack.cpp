@@ -51,8 +51,23 @@ void CMessageCallBack::Open() {
 }
 
 void CMessageCallBack::OnWebSocketMessage(std::unique_ptr<CInboundFrame> frame) {
-    if (!frame) return;
+    if (!frame || HandleNow(frame)) return;
     Push(Queued{nullptr, frame.release()}, true, false);
+}
+
+// Saves the two thread hand-offs of a round trip the CSMS may repeat many times.
+// Never waits for the turn: the worker may be waiting for this very thread.
+bool CMessageCallBack::HandleNow(std::unique_ptr<CInboundFrame>& frame) {
+    if (!AnswersAtOnce(*frame)) return false;
+    std::unique_lock<std::mutex> turn(m_turnMutex, std::try_to_lock);
+    if (!turn.owns_lock()) return false;
+    {
+        OCPP_SECTION(&m_mutex);
+        if (m_closed.load() || !m_frames.empty() || !m_priority.empty()) return false;
+    }
+    Dispatch(Queued{nullptr, frame.get()});
+    frame.reset();
+    return true;
 }
 
 void CMessageCallBack::OnWebSocketMessage(const char* frame, unsigned int len) {
@@ -142,13 +157,14 @@ void CMessageCallBack::Close() {
         }
     }
     Signal();
-    if (!join) return;
-    if (pthread_equal(worker, pthread_self())) {
+    if (join && pthread_equal(worker, pthread_self())) {
         // Released from inside a host callback: the worker ends when the callback returns.
         pthread_detach(worker);
-    } else {
-        pthread_join(worker, nullptr);
+        return;
     }
+    if (join) pthread_join(worker, nullptr);
+    // A request being answered on the receiving thread ends before the stores it reads are released.
+    std::lock_guard<std::mutex> turn(m_turnMutex);
 }
 
 void* CMessageCallBack::MessageProc(void* arg) {
@@ -165,6 +181,7 @@ void CMessageCallBack::Loop(uint64_t generation) {
         Queued item{nullptr, nullptr};
         bool drained = false;
         bool idle = false;
+        std::unique_lock<std::mutex> turn(m_turnMutex);
         {
             OCPP_SECTION(&m_mutex);
             if (m_generation != generation) return;
@@ -180,6 +197,7 @@ void CMessageCallBack::Loop(uint64_t generation) {
             }
         }
         if (idle) {
+            turn.unlock();
             // A push after the look above has set the flag by the time this lock is ours.
             std::unique_lock<std::mutex> lock(m_wakeMutex);
             m_wake.wait_for(lock, kIdleWait, [this] { return m_signalled; });
@@ -187,6 +205,7 @@ void CMessageCallBack::Loop(uint64_t generation) {
             continue;
         }
         Dispatch(item);
+        turn.unlock();
         // The frame's document goes as soon as its handler is done.
         Free(item);
         // A burst of small frames leaves the heap in pieces no single frame would give back.
@@ -208,6 +227,15 @@ void CMessageCallBack::Dispatch(const Queued& item) {
         LOG_ERROR("CMessageCallBack: item of kind %d failed: %s", kind, e.what());
     } catch (...) {
         LOG_ERROR("CMessageCallBack: item of kind %d failed", kind);
+    }
+}
+
+bool CMessageCallBack::AnswersAtOnce(const CInboundFrame& frame) {
+    switch (OcppProtocol_GetOcppProtocol()) {
+        case OCPPPROTOCOL_201:
+            return COcppProtocol20::AnswersAtOnce(frame);
+        default:
+            return false;
     }
 }
 

@@ -20,6 +20,8 @@ struct MessageCallBackItem {
 
 // The single thread on which inbound frames are handled and host records are
 // delivered, so protocol handlers and host callbacks never run concurrently.
+// A request answered from the station's own stores alone is handled on the
+// receiving thread instead, when nothing waits before it: it takes the same turn.
 // Release stops the worker (after the item in hand) and discards everything queued;
 // the next GetInstance starts a fresh worker.
 class CMessageCallBack : public CSingleton<CMessageCallBack> {
@@ -63,12 +65,17 @@ private:
     void Loop(uint64_t generation);
     void Dispatch(const Queued& item);
     void DispatchFrame(const CInboundFrame& frame);
+    static bool AnswersAtOnce(const CInboundFrame& frame);
+    bool HandleNow(std::unique_ptr<CInboundFrame>& frame);
     void Push(const Queued& item, bool front, bool priority);
     static void Free(const Queued& item);
 
     void Signal();
 
     pthread_mutex_t m_mutex;
+    // Held by whoever handles an item, from taking it to done: keeps handlers
+    // and host callbacks one at a time and in queue order.
+    std::mutex m_turnMutex;
     // The worker sleeps on a lock of its own: waking it never makes it queue
     // for the list lock behind the producer that woke it.
     std::mutex m_wakeMutex;

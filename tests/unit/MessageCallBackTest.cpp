@@ -91,6 +91,19 @@ TEST_F(Queue, StatusRecordOvertakesEverythingQueuedFramesArrivingWhileBusyGoNewe
         << "the status record comes right after the one in hand";
 }
 
+TEST_F(Queue, ReadOnlyRequestAnsweredOnTheReceivingThreadStillWaitsForTheHostCallbackInHand) {
+    RecordingHost host;
+    CMessageCallBack::SetFrameObserver(&SeenFrame);
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    BlockWorker(host);
+    PostFrame(R"([2,"g1","GetVariables",{"getVariableData":[{"component":{"name":"OCPPCommCtrlr"},)"
+              R"("variable":{"name":"HeartbeatInterval"}}]}])");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(Sequence().empty()) << "a request must never be handled while a host callback runs";
+    host.Unblock();
+    EXPECT_TRUE(WaitFor([] { return Sequence().size() == 1; }));
+}
+
 TEST_F(Queue, RecordsAboveTenPackagesAreRefusedWithLog) {
     RecordingHost host;
     LogCapture log;
