@@ -28,16 +28,6 @@ int RecordClockSet(int64_t epochSec) {
 int64_t g_lastOperate = 0;
 int64_t LastOperate() { return g_lastOperate; }
 
-std::string BootAnswer(const std::string& id, const char* status, int interval) {
-    return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":" + std::to_string(interval) +
-           ",\"status\":\"" + status + "\"}]";
-}
-
-std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
-    return "[2,\"" + id + R"(","SetVariables",{"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},)" +
-           R"("variable":{"name":")" + variable + R"("},"attributeValue":")" + value + "\"}]}]";
-}
-
 class BootHeartbeat : public Engine20 {
 protected:
     void SetUp() override {
@@ -67,19 +57,17 @@ protected:
             const std::string last = link.Last();
             if (last.find("\"Heartbeat\"") != std::string::npos)
                 return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\"}]";
-            if (last.find("\"BootNotification\"") != std::string::npos) return BootAnswer(id, status, interval);
+            if (last.find("\"BootNotification\"") != std::string::npos)
+                return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":" +
+                       std::to_string(interval) + ",\"status\":\"" + status + "\"}]";
             return "[3,\"" + id + "\",{}]";
         });
     }
     void Advance(int seconds) { CTools::AdvanceClockMs(int64_t(seconds) * 1000); }
-    // One timer tick `seconds` after the previous one.
-    void Tick(int seconds) {
-        Advance(seconds);
-        boot->TimerProc();
-    }
     // Ticks `seconds` on: how many frames named `action` went so far.
     size_t SentAfter(int seconds, const char* action) {
-        Tick(seconds);
+        Advance(seconds);
+        boot->TimerProc();
         return link.Count(action);
     }
     void HostAsksForBoot() {
@@ -101,7 +89,8 @@ TEST_F(BootHeartbeat, BootWaitsForTheHostAndTheLinkAndOnceAcceptedSetsClockRepor
     OcppProtocol_BootNotification(BOOTREASON_POWERUP, "Model-X", "Vendor-Y", &option);
     g_eSdkStatus = SDKSTATUS_DISCONNECTED;
     boot->TimerProc();
-    Tick(100);
+    Advance(100);
+    boot->TimerProc();
     EXPECT_EQ(link.Count(), 0u) << "nothing while disconnected";
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_DISCONNECTED);
     g_eSdkStatus = SDKSTATUS_CONNECTED;
