@@ -25,7 +25,6 @@ std::string Call(const std::string& id, const std::string& action, const std::ve
     return "[2,\"" + id + "\",\"" + action + "\",{\"" + key + "\":[" + list + "]}]";
 }
 
-// Every value of `key` in the frame, in order.
 std::vector<std::string> Values(const std::string& frame, const std::string& key) {
     std::vector<std::string> out;
     const std::string tag = "\"" + key + "\": \"";
@@ -142,7 +141,6 @@ TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost)
     Drain();
     EXPECT_EQ(host.Count(SERVERRECVTYPE_SETVARIABLES), 0u);
 
-    // Exactly at the item limit is fine.
     DeliverTo20(Call("four", "SetVariables", std::vector<std::string>(4, Entry("AuthCtrlr", "Enabled", "true"))));
     EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_SETVARIABLES));
 }

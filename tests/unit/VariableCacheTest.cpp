@@ -145,7 +145,6 @@ TEST_F(VariableStore, ExactVariableWithWrongAttributeStaysNotSupportedDespiteLat
     EXPECT_EQ(cache->CheckStatus(query, mode), VARIABLESTATUS_ACCEPTED);
     EXPECT_EQ(mode, VARIABLEMODE_READWRITE);
 
-    // Component and variable checks on their own.
     VariableDataItem20 evseQuery = Var("AuthCtrlr", "Enabled");
     evseQuery.evseId = 1;
     EXPECT_EQ(cache->CheckComponentStatus(evseQuery, mode), VARIABLESTATUS_UNKNOWNCOMPONENT);
