@@ -97,10 +97,8 @@ TEST_F(BootHeartbeat, BootWaitsForTheHostAndTheLinkAndOnceAcceptedSetsClockRepor
     boot->TimerProc();
 
     ASSERT_EQ(link.Count("BootNotification"), 1u);
-    const std::string request = link.Sent()[0];
-    EXPECT_NE(request.find("\"PowerUp\""), std::string::npos);
-    EXPECT_NE(request.find("\"Model-X\""), std::string::npos);
-    EXPECT_NE(request.find("\"SN-1\""), std::string::npos);
+    for (const char* value : {"\"PowerUp\"", "\"Model-X\"", "\"SN-1\""})
+        EXPECT_NE(link.Sent()[0].find(value), std::string::npos) << value;
     EXPECT_EQ(boot->GetBootStatus(), 0);
     EXPECT_EQ(boot->GetBootPhase(), 2);
     EXPECT_EQ(g_clockSets, std::vector<int64_t>{k2030});

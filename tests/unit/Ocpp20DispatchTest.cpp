@@ -247,10 +247,9 @@ TEST_F(Dispatch, InstalledCertificatesAreListedInTheAnswer) {
     items[1] = items[0];
     items[1].certificateType = 4;
     EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i1", 0, items, 2), 1);
-    const std::string frame = link.Last();
-    EXPECT_NE(frame.find("\"certificateType\": \"CSMSRootCertificate\""), std::string::npos);
-    EXPECT_NE(frame.find("\"certificateType\": \"ManufacturerRootCertificate\""), std::string::npos);
-    EXPECT_NE(frame.find("\"serialNumber\": \"s0\""), std::string::npos);
+    for (const char* member : {"\"certificateType\": \"CSMSRootCertificate\"",
+                               "\"certificateType\": \"ManufacturerRootCertificate\"", "\"serialNumber\": \"s0\""})
+        EXPECT_NE(link.Last().find(member), std::string::npos) << member;
 
     items[1].hashAlgorithm = 7;
     EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i2", 0, items, 2), 0);
