@@ -26,14 +26,12 @@ void Emit(const std::string& schema, const std::string& frame) {
 }
 
 // Every value of an enumeration, until the builder says the list has ended.
-int Every(const std::string& schema, const std::function<std::string(int)>& build) {
-    int value = 0;
-    for (;; ++value) {
+void Every(const std::string& schema, const std::function<std::string(int)>& build) {
+    for (int value = 0;; ++value) {
         const std::string frame = build(value);
-        if (frame.empty()) break;
+        if (frame.empty()) return;
         Emit(schema, frame);
     }
-    return value;
 }
 
 void EveryStatus(const char* action, const std::function<std::string(int)>& build) {

@@ -19,11 +19,8 @@ for (const s of schemas) ajv.addSchema(s);
 const lines = execFileSync(process.env.BUILDER_FRAMES, { maxBuffer: 256 * 1024 * 1024 })
     .toString('utf8').split('\n').filter(Boolean).map((l) => JSON.parse(l));
 
-test('builders produced frames', () => {
-    assert.ok(lines.length > 150, `only ${lines.length} frames`);
-});
-
 test('every builder frame validates against its schema', () => {
+    assert.ok(lines.length > 150, `only ${lines.length} frames`);
     const failures = [];
     for (const { schema, frame } of lines) {
         const validate = ajv.getSchema(schema);

@@ -2,8 +2,6 @@
 
 #include <OcppProtocol.h>
 
-#include <stdlib.h>
-
 #include <cstdio>
 #include <cstdlib>
 

@@ -46,9 +46,8 @@ function makeString(maxLength, edge) {
 }
 
 function makeDateTime() {
-    const d = new Date(Date.UTC(between(2000, 2037), between(0, 11), between(1, 28), between(0, 23), between(0, 59),
-        between(0, 59), between(0, 999)));
-    return d.toISOString();
+    return new Date(Date.UTC(between(2000, 2037), between(0, 11), between(1, 28), between(0, 23), between(0, 59),
+        between(0, 59), between(0, 999))).toISOString();
 }
 
 function makeNumber(node) {
@@ -227,10 +226,6 @@ class RoundTrip {
     }
     check(msg, text) { return this.send({ check: msg.action, request: msg.isRequest, payload: text }); }
     run(type, frame) { return this.send({ type, frame }); }
-    async close() {
-        this.child.stdin.end();
-        return this.exited;
-    }
 }
 
 const ajv = new Ajv({ strictSchema: false, allErrors: true });
@@ -243,7 +238,8 @@ before(() => {
 });
 after(async () => {
     console.log(`${rt.count} payloads driven through the records`);
-    const code = await rt.close();
+    rt.child.stdin.end();
+    const code = await rt.exited;
     assert.equal(code, 0, 'model_roundtrip must exit cleanly');
 });
 

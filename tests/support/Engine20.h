@@ -3,6 +3,8 @@
 // device model opened fresh in a folder of its own.
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "RecordingHost.h"
 #include "RecordingLink.h"
 #include "TestSupport.h"
@@ -21,5 +23,15 @@ protected:
     RecordingLink link;
     LogCapture log;
 };
+
+inline std::string Call(const std::string& id, const std::string& action, const std::string& payload) {
+    return "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
+}
+
+// The CSMS sets one OCPPCommCtrlr variable.
+inline std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
+    return Call(id, "SetVariables", R"({"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":")" +
+                                        variable + R"("},"attributeValue":")" + value + "\"}]}");
+}
 
 }  // namespace ocpptest

@@ -28,16 +28,6 @@ int RecordClockSet(int64_t epochSec) {
 int64_t g_lastOperate = 0;
 int64_t LastOperate() { return g_lastOperate; }
 
-std::string BootAnswer(const std::string& id, const char* status, int interval) {
-    return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":" + std::to_string(interval) +
-           ",\"status\":\"" + status + "\"}]";
-}
-
-std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
-    return "[2,\"" + id + R"(","SetVariables",{"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},)" +
-           R"("variable":{"name":")" + variable + R"("},"attributeValue":")" + value + "\"}]}]";
-}
-
 class BootHeartbeat : public Engine20 {
 protected:
     void SetUp() override {
@@ -67,19 +57,17 @@ protected:
             const std::string last = link.Last();
             if (last.find("\"Heartbeat\"") != std::string::npos)
                 return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\"}]";
-            if (last.find("\"BootNotification\"") != std::string::npos) return BootAnswer(id, status, interval);
+            if (last.find("\"BootNotification\"") != std::string::npos)
+                return "[3,\"" + id + "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":" +
+                       std::to_string(interval) + ",\"status\":\"" + status + "\"}]";
             return "[3,\"" + id + "\",{}]";
         });
     }
     void Advance(int seconds) { CTools::AdvanceClockMs(int64_t(seconds) * 1000); }
-    // One timer tick `seconds` after the previous one.
-    void Tick(int seconds) {
-        Advance(seconds);
-        boot->TimerProc();
-    }
     // Ticks `seconds` on: how many frames named `action` went so far.
     size_t SentAfter(int seconds, const char* action) {
-        Tick(seconds);
+        Advance(seconds);
+        boot->TimerProc();
         return link.Count(action);
     }
     void HostAsksForBoot() {
@@ -101,17 +89,16 @@ TEST_F(BootHeartbeat, BootWaitsForTheHostAndTheLinkAndOnceAcceptedSetsClockRepor
     OcppProtocol_BootNotification(BOOTREASON_POWERUP, "Model-X", "Vendor-Y", &option);
     g_eSdkStatus = SDKSTATUS_DISCONNECTED;
     boot->TimerProc();
-    Tick(100);
+    Advance(100);
+    boot->TimerProc();
     EXPECT_EQ(link.Count(), 0u) << "nothing while disconnected";
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_DISCONNECTED);
     g_eSdkStatus = SDKSTATUS_CONNECTED;
     boot->TimerProc();
 
     ASSERT_EQ(link.Count("BootNotification"), 1u);
-    const std::string request = link.Sent()[0];
-    EXPECT_NE(request.find("\"PowerUp\""), std::string::npos);
-    EXPECT_NE(request.find("\"Model-X\""), std::string::npos);
-    EXPECT_NE(request.find("\"SN-1\""), std::string::npos);
+    for (const char* value : {"\"PowerUp\"", "\"Model-X\"", "\"SN-1\""})
+        EXPECT_NE(link.Sent()[0].find(value), std::string::npos) << value;
     EXPECT_EQ(boot->GetBootStatus(), 0);
     EXPECT_EQ(boot->GetBootPhase(), 2);
     EXPECT_EQ(g_clockSets, std::vector<int64_t>{k2030});
@@ -233,8 +220,7 @@ TEST_F(BootHeartbeat, TriggeredBootIsSentWhileBootingButRefusedOnceTheStationIsA
     link.Clear();
     DeliverTo20(R"([2,"t2","TriggerMessage",{"requestedMessage":"BootNotification"}])");
     ASSERT_EQ(link.Count(), 1u) << "an accepted station sends no second BootNotification";
-    EXPECT_EQ(link.Last().rfind("[3,\"t2\",", 0), 0u);
-    EXPECT_NE(link.Last().find("\"Rejected\""), std::string::npos);
+    EXPECT_EQ(link.Last(), "[3,\"t2\",\n{\n\"status\": \"Rejected\"\n}]");
 }
 
 TEST_F(BootHeartbeat, HeartbeatIntervalComesFromTheBootAnswerAndSetVariablesChangesTheNextHeartbeat) {

@@ -22,16 +22,7 @@ namespace {
 
 using Conformance = Engine20;
 
-std::string Call(const std::string& id, const std::string& action, const std::string& payload) {
-    return "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
-}
-
 std::string Error(const std::string& id, const char* code) { return "[4,\"" + id + "\",\"" + code + "\",\"\",{}]\n"; }
-
-std::string SetCall(const std::string& id, const std::string& variable, const std::string& value) {
-    return Call(id, "SetVariables", R"({"setVariableData":[{"component":{"name":"OCPPCommCtrlr"},"variable":{"name":")" +
-                                        variable + R"("},"attributeValue":")" + value + "\"}]}");
-}
 
 }  // namespace
 

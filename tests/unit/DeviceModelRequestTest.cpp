@@ -25,7 +25,6 @@ std::string Call(const std::string& id, const std::string& action, const std::ve
     return "[2,\"" + id + "\",\"" + action + "\",{\"" + key + "\":[" + list + "]}]";
 }
 
-// Every value of `key` in the frame, in order.
 std::vector<std::string> Values(const std::string& frame, const std::string& key) {
     std::vector<std::string> out;
     const std::string tag = "\"" + key + "\": \"";
@@ -54,7 +53,6 @@ protected:
         v.connectorId = connectorId;
         return v;
     }
-    static void Deliver(const std::string& frame) { DeliverTo20(frame); }
 
     static std::string Stored(const char* component, const char* variable, const char* instance = "") {
         VariableDataItem20 q = VariableDataItem20::Make(component, variable, instance);
@@ -67,11 +65,11 @@ protected:
 }  // namespace
 
 TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAnswer) {
-    Deliver(Call("s1", "SetVariables",
+    DeliverTo20(Call("s1", "SetVariables",
                  {Entry("AuthCtrlr", "Enabled", "false"),
                   R"({"component":{"name":"DeviceDataCtrlr"},"variable":{"name":"ItemsPerMessage","instance":"SetVariables"},"attributeValue":"10"})",
                   Entry("AuthCacheCtrlr", "Enabled", "maybe"), Entry("HostCtrlr", "Brightness", "80")}));
-    Deliver(Call("s2", "SetVariables",
+    DeliverTo20(Call("s2", "SetVariables",
                  {Entry("NoSuchCtrlr", "Enabled", "true"), Entry("AuthCtrlr", "NoSuchVariable", "true"),
                   Entry("AuthCtrlr", "Enabled", "true", R"(,"attributeType":"Target")"),
                   Entry("HostCtrlr", "Volume", "11")}));
@@ -122,16 +120,16 @@ TEST_F(DeviceModelRequests, EverySetVariablesVerdictReachesTheHostAndTheFinalAns
 }
 
 TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost) {
-    Deliver(Call("many", "SetVariables", std::vector<std::string>(5, Entry("AuthCtrlr", "Enabled", "true"))));
+    DeliverTo20(Call("many", "SetVariables", std::vector<std::string>(5, Entry("AuthCtrlr", "Enabled", "true"))));
     // Heavy but valid: vendor data is free in size.
     const std::string heavyEntry = R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Brightness"},)"
                                    R"("attributeValue":"1","customData":{"vendorId":"v","pad":")" +
                                    std::string(1200, 'x') + "\"}}";
-    Deliver(Call("heavy", "SetVariables", std::vector<std::string>(4, heavyEntry)));
+    DeliverTo20(Call("heavy", "SetVariables", std::vector<std::string>(4, heavyEntry)));
     // GetVariables answers its two limits with two different errors.
-    Deliver(Call("many-get", "GetVariables",
+    DeliverTo20(Call("many-get", "GetVariables",
                  std::vector<std::string>(5, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"}})")));
-    Deliver(Call("heavy-get", "GetVariables",
+    DeliverTo20(Call("heavy-get", "GetVariables",
                  std::vector<std::string>(3, R"({"component":{"name":"AuthCtrlr"},"variable":{"name":"Enabled"},)"
                                                  R"("customData":{"vendorId":"v","pad":")" + std::string(2000, 'i') +
                                                  "\"}}")));
@@ -143,20 +141,19 @@ TEST_F(DeviceModelRequests, RequestsOverTheLimitsAreRefusedWithoutAskingTheHost)
     Drain();
     EXPECT_EQ(host.Count(SERVERRECVTYPE_SETVARIABLES), 0u);
 
-    // Exactly at the item limit is fine.
-    Deliver(Call("four", "SetVariables", std::vector<std::string>(4, Entry("AuthCtrlr", "Enabled", "true"))));
+    DeliverTo20(Call("four", "SetVariables", std::vector<std::string>(4, Entry("AuthCtrlr", "Enabled", "true"))));
     EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_SETVARIABLES));
 }
 
 TEST_F(DeviceModelRequests, GetVariablesAnswersEveryEntryInOrderFromTheStoreAndHidesWriteOnlyValues) {
     CTools::FreezeClock(true);
-    Deliver(Call("g1", "GetVariables",
+    DeliverTo20(Call("g1", "GetVariables",
                  {R"({"component":{"name":"ClockCtrlr"},"variable":{"name":"DateTime"}})",
                   R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Pin"}})",
                   R"({"component":{"name":"NoSuchCtrlr"},"variable":{"name":"X"}})",
                   R"({"component":{"name":"HostCtrlr"},"variable":{"name":"Volume"},"attributeType":"MaxSet"})"}));
     const std::string connector = R"({"component":{"name":"Connector","evse":{"id":1,"connectorId":%d}},"variable":{"name":"%s"}})";
-    Deliver(Call("g2", "GetVariables",
+    DeliverTo20(Call("g2", "GetVariables",
                  {CTools::StringFormat(connector.c_str(), 9, "AvailabilityState"),
                   CTools::StringFormat(connector.c_str(), 2, "ConnectorType"),
                   CTools::StringFormat(connector.c_str(), 2, "AvailabilityState")}));

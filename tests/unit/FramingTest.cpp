@@ -24,7 +24,6 @@ protected:
     int answerLen = 0;
 };
 
-// A CALL frame whose payload is `size` bytes of padding in one string member.
 std::string FrameOfLength(size_t total) {
     const std::string head = "[2,\"len\",\"DataTransfer\",\n{\"vendorId\": \"v\", \"data\": \"";
     const std::string tail = "\"}]";
@@ -70,7 +69,6 @@ TEST_F(Framing, FailedSendIsLoggedWithTheMessageIdAndWithoutALinkEverySendFails)
     EXPECT_EQ(OcppProtocol_SendMessage(frame.c_str(), static_cast<int>(frame.size())), 0);
     EXPECT_TRUE(log.Contains("Send msg to csms failed => Identify:lost-1 msglen"));
 
-    // Without a link at all, every send reports failure.
     COcppSendSeam::Reset();
     const std::string heartbeat = COcppProtocol20::HeartbeatReq();
     EXPECT_EQ(OcppProtocol_SendMessage(heartbeat.c_str(), static_cast<int>(heartbeat.size())), 0);

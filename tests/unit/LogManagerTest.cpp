@@ -133,7 +133,6 @@ TEST_F(LogManagerTest, StoreFileWritesExactZlogConfigAndCreatesTheTableButAnUnus
               "[formats]\nsimple = \"%m%n\"\nnormal = \"[%V] %m%n\"\n\n[rules]\n*.*    \"" + d + "/ocpp.log\",10M*2~\"" +
                   d + "/ocpp.log.#r\";\n*.*  >stdout;\n");
     EXPECT_TRUE(log.Contains("Log Db File:" + DbPath(), 1));
-    EXPECT_EQ(Manager()->GetStoreFile(), DbPath());
 
     CDbDriver db;
     ASSERT_EQ(db.OpenDB(DbPath()), 1);

@@ -24,7 +24,6 @@ models::resetRequest_t ReadReset(const std::string& payload) {
     return models::ResetRequestFromJsonData(frame.data(), static_cast<unsigned int>(frame.size()));
 }
 
-// The payload object of a written frame, parsed.
 rapidjson::Document PayloadOf(const std::string& frame) {
     rapidjson::Document d;
     d.Parse(frame.c_str());

@@ -19,14 +19,7 @@ using namespace ocpptest;
 
 namespace {
 
-class Dispatch : public Engine20 {
-protected:
-    static void Deliver(const std::string& frame) { DeliverTo20(frame); }
-};
-
-std::string Call(const std::string& id, const std::string& action, const std::string& payload) {
-    return "[2,\"" + id + "\",\"" + action + "\"," + payload + "]";
-}
+using Dispatch = Engine20;
 
 std::string Text(const std::string& bytes, size_t offset) { return std::string(bytes.c_str() + offset); }
 
@@ -131,7 +124,7 @@ TEST_F(Dispatch, EveryHostAnsweredRequestReachesTheHostAndItsAnswerGoesBackUnder
         host.Clear();
         link.Clear();
         const std::string id = "call-" + std::to_string(i);
-        Deliver(Call(id, row.action, row.payload));
+        DeliverTo20(Call(id, row.action, row.payload));
         ASSERT_TRUE(host.WaitForCount(1));
         EXPECT_EQ(link.Count(), 0u) << "nothing goes out before the host answers";
 
@@ -174,64 +167,63 @@ TEST_F(Dispatch, RequestIsServedFromTheFrameAsReadOnArrival) {
 // An action no store serves yet is left to the transport's time-out; unawaited answers are dropped quietly,
 // and only a frame typed CALL is a request, whatever action name an answer or error carries.
 TEST_F(Dispatch, UnservedUnawaitedOrUnreadableFramesGetNoAnswerAndDoNotStopTheNextRequest) {
-    Deliver(Call("u3", "ClearChargingProfile", "{}"));
-    Deliver("[4,\"e1\",\"GenericError\",\"late\",{}]");
-    Deliver("[3,\"r1\",{\"status\":\"Accepted\"}]");
-    Deliver(R"([4,"e2","Reset","",{}])");
-    Deliver(R"([3,"r2","Reset",{"type":"Immediate"}])");
+    DeliverTo20(Call("u3", "ClearChargingProfile", "{}"));
+    DeliverTo20("[4,\"e1\",\"GenericError\",\"late\",{}]");
+    DeliverTo20("[3,\"r1\",{\"status\":\"Accepted\"}]");
+    DeliverTo20(R"([4,"e2","Reset","",{}])");
+    DeliverTo20(R"([3,"r2","Reset",{"type":"Immediate"}])");
     Drain();
     EXPECT_EQ(host.Count(), 0u);
     EXPECT_EQ(log.Count("recv cms data error"), 0u);
 
-    Deliver("[5,\"x\",{\"a\":1}]");
+    DeliverTo20("[5,\"x\",{\"a\":1}]");
     EXPECT_TRUE(log.Contains("recv cms data error:[5,\"x\",{\"a\":1}]\n", 2));
-    Deliver("[2,\"x\",\"Reset\",{");
-    Deliver(std::string(200000, '['));
+    DeliverTo20("[2,\"x\",\"Reset\",{");
+    DeliverTo20(std::string(200000, '['));
     EXPECT_EQ(log.Count("recv cms data error"), 3u);
     EXPECT_EQ(link.Count(), 0u);
 
     // Out-of-range numbers and deep nesting may be answered with an error, but must not stop what follows.
     const std::string nested = std::string(1200, '[') + std::string(1200, ']');
-    Deliver("[3000000000,\"x\",{}]");
-    Deliver("[1e10,\"x\"]");
-    Deliver(nested);
-    Deliver(Call("n1", "Reset", nested));
-    Deliver(Call("n2", "Reset", R"({"type":"Immediate","evseId":3000000000})"));
-    Deliver(Call("n3", "Reset", R"({"type":"Immediate","evseId":1e10})"));
-    Deliver(Call("n4", "GetVariables", "{\"getVariableData\":" + nested + "}"));
+    DeliverTo20("[3000000000,\"x\",{}]");
+    DeliverTo20("[1e10,\"x\"]");
+    DeliverTo20(nested);
+    DeliverTo20(Call("n1", "Reset", nested));
+    DeliverTo20(Call("n2", "Reset", R"({"type":"Immediate","evseId":3000000000})"));
+    DeliverTo20(Call("n3", "Reset", R"({"type":"Immediate","evseId":1e10})"));
+    DeliverTo20(Call("n4", "GetVariables", "{\"getVariableData\":" + nested + "}"));
     Drain();
     host.Clear();
-    Deliver(Call("ok", "Reset", R"({"type":"Immediate"})"));
+    DeliverTo20(Call("ok", "Reset", R"({"type":"Immediate"})"));
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESET));
     EXPECT_EQ(Text(host.Records()[0].bytes, 4), "ok");
 }
 
 TEST_F(Dispatch, RejectedStationRefusesRequestsExceptBootTrigger) {
     CBootHeartbeat::GetInstance()->SetBootStatus(2);
-    Deliver(Call("g1", "GetVariables", R"({"getVariableData":[]})"));
-    Deliver(Call("g2", "Reset", R"({"type":"Immediate"})"));
-    Deliver(Call("g3", "TriggerMessage", R"({"requestedMessage":"Heartbeat"})"));
+    DeliverTo20(Call("g1", "GetVariables", R"({"getVariableData":[]})"));
+    DeliverTo20(Call("g2", "Reset", R"({"type":"Immediate"})"));
+    DeliverTo20(Call("g3", "TriggerMessage", R"({"requestedMessage":"Heartbeat"})"));
     EXPECT_EQ(link.Sent(), (std::vector<std::string>{"[4,\"g1\",\"SecurityError\",\"\",{}]\n",
                                                      "[4,\"g2\",\"SecurityError\",\"\",{}]\n",
                                                      "[4,\"g3\",\"SecurityError\",\"\",{}]\n"}));
 
     // The library answers a boot trigger itself and boots again.
-    Deliver(Call("t1", "TriggerMessage", R"({"requestedMessage":"BootNotification"})"));
+    DeliverTo20(Call("t1", "TriggerMessage", R"({"requestedMessage":"BootNotification"})"));
     ASSERT_EQ(link.Count(), 5u);
-    EXPECT_EQ(link.Sent()[3].rfind("[3,\"t1\"", 0), 0u);
-    EXPECT_NE(link.Sent()[3].find("\"Accepted\""), std::string::npos);
+    EXPECT_EQ(link.Sent()[3], "[3,\"t1\",\n{\n\"status\": \"Accepted\"\n}]");
     EXPECT_NE(link.Sent()[4].find("\"BootNotification\""), std::string::npos);
     EXPECT_NE(link.Sent()[4].find("\"Triggered\""), std::string::npos);
 
     CBootHeartbeat::GetInstance()->SetBootStatus(1);
-    Deliver(Call("p1", "Reset", R"({"type":"Immediate"})"));
+    DeliverTo20(Call("p1", "Reset", R"({"type":"Immediate"})"));
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_RESET));
     EXPECT_EQ(link.Count(), 5u);
 }
 
 TEST_F(Dispatch, LongTextsAreCutToTheRecordFields) {
     const std::string chain(10000, 'C');
-    Deliver(Call("c1", "CertificateSigned", "{\"certificateChain\":\"" + chain + "\"}"));
+    DeliverTo20(Call("c1", "CertificateSigned", "{\"certificateChain\":\"" + chain + "\"}"));
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CERTIFICATESIGNED));
     const std::string record = host.Records()[0].bytes;
     EXPECT_EQ(Text(record, 41), std::string(10000, 'C'));
@@ -239,7 +231,7 @@ TEST_F(Dispatch, LongTextsAreCutToTheRecordFields) {
 
     host.Clear();
     const std::string longId(60, 'i');
-    Deliver(Call(longId, "CancelReservation", R"({"reservationId":1})"));
+    DeliverTo20(Call(longId, "CancelReservation", R"({"reservationId":1})"));
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CANCELRESERVATION));
     EXPECT_EQ(Text(host.Records()[0].bytes, 4), longId.substr(0, 36));
 }
@@ -255,10 +247,9 @@ TEST_F(Dispatch, InstalledCertificatesAreListedInTheAnswer) {
     items[1] = items[0];
     items[1].certificateType = 4;
     EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i1", 0, items, 2), 1);
-    const std::string frame = link.Last();
-    EXPECT_NE(frame.find("\"certificateType\": \"CSMSRootCertificate\""), std::string::npos);
-    EXPECT_NE(frame.find("\"certificateType\": \"ManufacturerRootCertificate\""), std::string::npos);
-    EXPECT_NE(frame.find("\"serialNumber\": \"s0\""), std::string::npos);
+    for (const char* member : {"\"certificateType\": \"CSMSRootCertificate\"",
+                               "\"certificateType\": \"ManufacturerRootCertificate\"", "\"serialNumber\": \"s0\""})
+        EXPECT_NE(link.Last().find(member), std::string::npos) << member;
 
     items[1].hashAlgorithm = 7;
     EXPECT_EQ(Ocpp20Protocol_GetInstalledCertificateIds("i2", 0, items, 2), 0);

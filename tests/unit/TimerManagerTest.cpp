@@ -22,7 +22,7 @@ void* SlowCall(void*) {
     return nullptr;
 }
 
-struct Fixture : ::testing::Test {
+struct TimerManager : ::testing::Test {
     ClockGuard clock;
     void SetUp() override {
         g_calls = 0;
@@ -36,8 +36,6 @@ struct Fixture : ::testing::Test {
         return g_calls;
     }
 };
-
-using TimerManager = Fixture;
 
 TEST_F(TimerManager, FreedIdsAreReusedSmallestFirst) {
     CTimerManager* tm = CTimerManager::GetInstance();

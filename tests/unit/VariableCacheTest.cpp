@@ -22,14 +22,16 @@ ino_t InodeOf(const std::string& path) {
     return st.st_ino;
 }
 
+// One stored variable as the file holds it.
+std::string Record(const std::string& component, const std::string& variable, const std::string& value) {
+    return "{\"type\":0,\"variablemode\":0,\"value\":\"" + value + "\",\"componentname\":\"" + component +
+           "\",\"variablename\":\"" + variable +
+           "\",\"componentinstance\":\"\",\"variableinstance\":\"\",\"evseid\":0,\"connectorid\":0}";
+}
+
 std::string HostRecords(int count) {
     std::string text = "[";
-    for (int i = 0; i < count; ++i) {
-        if (i) text += ",";
-        text += "{\"type\":0,\"variablemode\":0,\"value\":\"" + std::to_string(i) +
-                "\",\"componentname\":\"HostCtrlr\",\"variablename\":\"V" + std::to_string(i) +
-                "\",\"componentinstance\":\"\",\"variableinstance\":\"\",\"evseid\":0,\"connectorid\":0}";
-    }
+    for (int i = 0; i < count; ++i) text += (i ? "," : "") + Record("HostCtrlr", "V" + std::to_string(i), std::to_string(i));
     return text + "]";
 }
 
@@ -121,10 +123,7 @@ TEST_F(VariableStore, NotPersistentVariablesAreForgottenAfterRestart) {
 }
 
 TEST_F(VariableStore, OlderStoreKeepsItsValuesAndGainsNewDefaultsAtTheEnd) {
-    WriteText(path,
-              "[{\"type\":0,\"variablemode\":0,\"value\":\"99\",\"componentname\":\"OCPPCommCtrlr\","
-              "\"variablename\":\"OfflineThreshold\",\"componentinstance\":\"\",\"variableinstance\":\"\","
-              "\"evseid\":0,\"connectorid\":0}]");
+    WriteText(path, "[" + Record("OCPPCommCtrlr", "OfflineThreshold", "99") + "]");
     CVariableCache* cache = Open();
     EXPECT_EQ(cache->OCPPCommCtrlrOfflineThreshold(), 99);
     const std::vector<VariableDataItem20> all = cache->GetFullVariables();
@@ -145,7 +144,6 @@ TEST_F(VariableStore, ExactVariableWithWrongAttributeStaysNotSupportedDespiteLat
     EXPECT_EQ(cache->CheckStatus(query, mode), VARIABLESTATUS_ACCEPTED);
     EXPECT_EQ(mode, VARIABLEMODE_READWRITE);
 
-    // Component and variable checks on their own.
     VariableDataItem20 evseQuery = Var("AuthCtrlr", "Enabled");
     evseQuery.evseId = 1;
     EXPECT_EQ(cache->CheckComponentStatus(evseQuery, mode), VARIABLESTATUS_UNKNOWNCOMPONENT);
