@@ -3,7 +3,6 @@
 #include <Ocpp20Protocol.h>
 
 #include <chrono>
-#include <cstring>
 #include <future>
 #include <memory>
 #include <string>
@@ -206,11 +205,7 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
     ASSERT_NE(cached, nullptr);
     EXPECT_EQ(cached->expiryTime, CTools::CurTimeSec() + 600) << "AuthCacheCtrlr.LifeTime when the CSMS gives none";
     EXPECT_EQ(store->GetGroupToken("CARD"), "FLEET");
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
-    const std::string record = host.Records().back().bytes;
-    ASSERT_EQ(record.size(), sizeof(PersonalMsg));
-    PersonalMsg msg;
-    std::memcpy(&msg, record.data(), sizeof msg);
+    const PersonalMsg msg = host.RecordOf<PersonalMsg>(SERVERRECVTYPE_PERSONALMSG);
     EXPECT_STREQ(msg.content, "Hello");
     EXPECT_EQ(static_cast<int>(msg.format), 3);
 
@@ -242,16 +237,11 @@ TEST_F(Authorize, WithThePricingPlugInListedItsReadingOfTheAnswerIsCachedAndItsT
     EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), kBlocked) << "the plug-in's status, not the CSMS's";
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443)->expiryTime, 1893456000);
     EXPECT_EQ(store->GetGroupToken("CARD"), "PRICEGRP");
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CALIFORNIACUSTOMMSG));
-    for (const HostRecord& record : host.Records()) {
-        if (record.type != SERVERRECVTYPE_CALIFORNIACUSTOMMSG) continue;
-        CaliforNiaCustomMsg price;
-        ASSERT_EQ(record.bytes.size(), sizeof price);
-        std::memcpy(&price, record.bytes.data(), sizeof price);
-        EXPECT_STREQ(price.idToken, "CARD");
-        EXPECT_STREQ(price.content, R"({"lines":[{"language":"en","text":"peak"}],"text":"0.30/kWh"})");
-    }
+    EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
+    const CaliforNiaCustomMsg price = host.RecordOf<CaliforNiaCustomMsg>(SERVERRECVTYPE_CALIFORNIACUSTOMMSG);
+    EXPECT_EQ(host.Count(SERVERRECVTYPE_CALIFORNIACUSTOMMSG), 1u);
+    EXPECT_STREQ(price.idToken, "CARD");
+    EXPECT_STREQ(price.content, R"({"lines":[{"language":"en","text":"peak"}],"text":"0.30/kWh"})");
     CPlugInManager::Release();
 }
 

@@ -2,7 +2,7 @@
 // order it reaches the CSMS, and what a lost link or a silent CSMS does to it.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -294,6 +294,6 @@ TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQu
     link.Answer(refuse);
     std::string onlineTx;
     ASSERT_EQ(start(&onlineTx), 0);
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED, 2));
-    EXPECT_NE(host.Records().back().bytes.find(onlineTx), std::string::npos);
+    const auto refused = host.RecordOf<TransactionNotAccepted>(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED, 2);
+    EXPECT_STREQ(refused.transactionId, onlineTx.c_str());
 }

@@ -132,11 +132,9 @@ TEST_F(PlugIns, WhiteListCommandFromPlugInReachesTheHostAsRecord40) {
     EXPECT_TRUE(log.Contains("ocpp recv plugin:TestPlugIn command id:3"));
     EXPECT_TRUE(log.Contains("ocpp recv plugin:TestPlugIn command id:7"));
 
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_GETV2GWHITELIST));
+    const GetV2GWhiteList record = host.RecordOf<GetV2GWhiteList>(SERVERRECVTYPE_GETV2GWHITELIST);
     EXPECT_EQ(host.Count(), 1u) << "only command 7 is for the host";
-    const HostRecord record = host.Records()[0];
-    EXPECT_EQ(record.bytes.size(), sizeof(GetV2GWhiteList));
-    EXPECT_EQ(record.bytes[4], '\0') << "the record answers no CSMS request";
+    EXPECT_EQ(record.base.messageId[0], '\0') << "the record answers no CSMS request";
 }
 
 TEST_F(PlugIns, ListSizeMustBeOneToAHundredEntries) {

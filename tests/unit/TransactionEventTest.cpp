@@ -4,7 +4,6 @@
 #include <OcppProtocol.h>
 
 #include <cmath>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -178,16 +177,6 @@ TEST_F(TransactionEvent, EventWhileNotOnlineIsMarkedOfflineAndIsRefusedOnlyWhenN
     EXPECT_NE(Ocpp20ProtocolPrivate_TransactionEnd(args, &param), 0) << "a stop reason outside the list is not sent";
 }
 
-// The host's record of `type`, as it received it.
-template <class T>
-T RecordOf(RecordingHost& host, int32_t type) {
-    T record{};
-    EXPECT_TRUE(host.WaitForType(type));
-    for (const HostRecord& r : host.Records())
-        if (r.type == type && r.bytes.size() == sizeof record) std::memcpy(&record, r.bytes.data(), sizeof record);
-    return record;
-}
-
 class TransactionAnswerTest : public TransactionEvent {
 protected:
     void SetUp() override {
@@ -234,14 +223,13 @@ TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePers
     EXPECT_EQ(Answer(Request("CARD", kISO14443), blocked), 1) << "the token's status (Blocked)";
     EXPECT_TRUE(Cached("CARD", kISO14443, 1));
 
-    const PersonalMsg msg = RecordOf<PersonalMsg>(host, SERVERRECVTYPE_PERSONALMSG);
+    const PersonalMsg msg = host.RecordOf<PersonalMsg>(SERVERRECVTYPE_PERSONALMSG);
     EXPECT_EQ(+msg.evseId, 1);
     EXPECT_STREQ(msg.transactionId, "tx-1");
     EXPECT_EQ(+msg.format, 3);
     EXPECT_STREQ(msg.language, "de");
     EXPECT_STREQ(msg.content, "Danke");
-    const UpdatedTransactionCostReq cost =
-        RecordOf<UpdatedTransactionCostReq>(host, SERVERRECVTYPE_UPDATEDTRANSACTIONCOST);
+    const auto cost = host.RecordOf<UpdatedTransactionCostReq>(SERVERRECVTYPE_UPDATEDTRANSACTIONCOST);
     EXPECT_STREQ(cost.transactionId, "tx-1");
     EXPECT_STREQ(cost.totalCost, "12.5");
 
