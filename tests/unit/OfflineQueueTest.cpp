@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Engine20.h"
 #include "Ocpp20/Process/TransactionManager.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/TransactionMsgQueue.h"
@@ -13,9 +14,6 @@
 #include "OcppProtocol/OutboundSender.h"
 #include "Process/ConnectManager.h"
 #include "Process/OfflineCache.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 #include "Util/TransactionMessageManager.h"
 
@@ -62,12 +60,10 @@ void SetAttempts(const char* attempts, const char* interval) {
     ASSERT_EQ(CVariableCache::GetInstance()->OCPPCommCtrlrMessageAttemptIntervalTransactionEvent(), atoi(interval));
 }
 
-class OfflineQueue : public ::testing::Test {
+class OfflineQueue : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        OpenDeviceModel(dir);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         cache = COfflineCache::GetInstance();
         ASSERT_EQ(cache->SetStoreFile(dir.file("offline.db")), 1);
         CTransactionMsgQueue::Start();
@@ -77,10 +73,9 @@ protected:
         CTransactionMessageManager::Release();
         CTransactionManager::Release();
         COfflineCache::Release();
-        CloseDeviceModel();
         g_eSdkVersion = 0;
         OcppProtocol_SetOfflineTransactionStorePoint(TRANSACTIONSTOREPOINT_ALWAYS);
-        ResetSdkState();
+        Engine20::TearDown();
     }
     void Replay() {
         g_eSdkStatus = SDKSTATUS_CONNECTED;
@@ -93,11 +88,7 @@ protected:
         return n;
     }
 
-    TempDir dir;
     ClockGuard clock;
-    RecordingHost host;
-    RecordingLink link;
-    LogCapture log;
     COfflineCache* cache = nullptr;
 };
 

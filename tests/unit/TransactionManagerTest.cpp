@@ -6,15 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "Engine20.h"
 #include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/OfflineCache.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
 #include "SmartCharging/ChargingProfile20/ProfileManager.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -43,12 +41,10 @@ int Record(int subtype, const TransactionEventArgs& a, int32_t* eventParam) {
 
 enum { kAccepted = 0, kInvalid = 4, kISO14443 = 2 };
 
-class TransactionManagerTest : public ::testing::Test {
+class TransactionManagerTest : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        OpenDeviceModel(dir);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         ASSERT_EQ(CAuthorizeCache::GetInstance()->SetStoreFile(dir.file("authorizecache.db")), 1);
         g_eSdkStatus = SDKSTATUS_DISCONNECTED;  // tokens are decided from the cache
         CTransactionManager::SetEventSink(&Record);
@@ -66,8 +62,7 @@ protected:
         CTransactionManager::SetEventSink(nullptr);
         CTransactionManager::Release();
         CAuthorizeCache::Release();
-        CloseDeviceModel();
-        ResetSdkState();
+        Engine20::TearDown();
         std::lock_guard<std::mutex> lock(g_eventsMutex);
         g_events.clear();
     }
@@ -106,7 +101,6 @@ protected:
         return tx->TransactionUpdate(id, reason, state, CTransactionManager::Meter(), 0);
     }
 
-    TempDir dir;
     CTransactionManager* tx = nullptr;
 };
 
@@ -161,7 +155,6 @@ TEST_F(TransactionManagerTest, StartedIsSentOnlyWhenTheConfiguredStartPointIsRea
 }
 
 TEST_F(TransactionManagerTest, StopPointsDecideWhetherAStopEndsOrPausesTheTransaction) {
-    RecordingHost host;
     struct Case {
         const char* stopPoints;
         int reason;
@@ -319,8 +312,6 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
 }
 
 TEST_F(TransactionManagerTest, CsmsLearnsWhetherATransactionIsOngoingAndCannotStartOrStopOneBeforeTheLinkIsUp) {
-    RecordingLink link;
-    LogCapture log;
     auto deliver = [](const std::string& action, const std::string& payload) {
         const std::string frame = "[2,\"m-" + action + "\",\"" + action + "\"," + payload + "]";
         COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
@@ -341,7 +332,6 @@ TEST_F(TransactionManagerTest, CsmsLearnsWhetherATransactionIsOngoingAndCannotSt
 }
 
 TEST_F(TransactionManagerTest, RemoteStartKeepsItsChargingProfileBeforeTheHostIsAsked) {
-    RecordingHost host;
     ASSERT_EQ(CProfileManager20::GetInstance()->SetStoreFile(dir.file("chargingprofile20.db")), 1);
     g_eSdkStatus = SDKSTATUS_OK;
     host.OnRecord([](const char* record, uint32_t) {
