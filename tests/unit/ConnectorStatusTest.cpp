@@ -147,36 +147,30 @@ TEST_F(ConnectorStatus, TriggerMessageReportsTheConnectorEvseOrStationItNames) {
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
     Report(1, 2, CONNECTORSTATUS_OCCUPIED);
     Report(2, 1, CONNECTORSTATUS_FAULTED);
-    struct Case {
-        const char* payload;
-        size_t frames;
+    const struct {
+        const char* evse;  // the request's evse, if any
         const char* answer;
+        std::vector<std::string> reported;  // evse/connector status
     } cases[] = {
-        {R"({"requestedMessage":"StatusNotification","evse":{"id":1,"connectorId":2}})", 1, "Accepted"},
-        {R"({"requestedMessage":"StatusNotification","evse":{"id":1}})", 2, "Accepted"},
-        {R"({"requestedMessage":"StatusNotification"})", 3, "Accepted"},
-        {R"({"requestedMessage":"StatusNotification","evse":{"id":1,"connectorId":9}})", 0, "Rejected"},
-        {R"({"requestedMessage":"StatusNotification","evse":{"id":7}})", 0, "Rejected"},
+        {R"(,"evse":{"id":1,"connectorId":2})", "Accepted", {"1/2 Occupied"}},
+        {R"(,"evse":{"id":1})", "Accepted", {"1/1 Available", "1/2 Occupied"}},
+        {"", "Accepted", {"1/1 Available", "1/2 Occupied", "2/1 Faulted"}},
+        {R"(,"evse":{"id":1,"connectorId":9})", "Rejected", {}},
+        {R"(,"evse":{"id":7})", "Rejected", {}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.evse);
         link.Clear();
-        const std::string frame = std::string("[2,\"t1\",\"TriggerMessage\",") + c.payload + "]";
-        DeliverTo20(frame);
+        DeliverTo20(std::string(R"([2,"t1","TriggerMessage",{"requestedMessage":"StatusNotification")") + c.evse + "}]");
         const std::vector<std::string> all = link.Sent();
-        ASSERT_FALSE(all.empty()) << c.payload;
-        EXPECT_EQ(all[0].rfind("[3,\"t1\"", 0), 0u) << "the answer leaves before the statuses: " << c.payload;
-        EXPECT_EQ(Value(all[0], "status"), c.answer) << c.payload;
-        const std::vector<Notification> sent = Sent();
-        EXPECT_EQ(sent.size(), c.frames) << c.payload;
-        for (const Notification& n : sent) {
-            if (c.frames < 3) {
-                EXPECT_EQ(n.evse, 1) << c.payload;
-            }
-            if (c.frames == 1) {
-                EXPECT_EQ(n.connector, 2);
-                EXPECT_EQ(n.status, "Occupied");
-            }
+        ASSERT_FALSE(all.empty());
+        EXPECT_EQ(all[0].rfind("[3,\"t1\"", 0), 0u) << "the answer leaves before the statuses";
+        EXPECT_EQ(Value(all[0], "status"), c.answer);
+        std::vector<std::string> reported;
+        for (const Notification& n : Sent()) {
+            reported.push_back(std::to_string(n.evse) + "/" + std::to_string(n.connector) + " " + n.status);
         }
+        EXPECT_EQ(reported, c.reported);
     }
     EXPECT_EQ(host.Count(SERVERRECVTYPE_TRIGGERMESSAGE), 0u) << "the host is not asked";
 }
