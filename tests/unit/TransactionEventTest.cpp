@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Engine20.h"
 #include "FrameSchema.h"
 #include "MeterBuffer.h"
 #include "Ocpp20/Ocpp20Transaction.h"
@@ -15,9 +16,6 @@
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -59,19 +57,17 @@ int KeepOffline(const OutboundMessage&) {
     return 1;
 }
 
-class TransactionEvent : public ::testing::Test {
+class TransactionEvent : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         g_eSdkStatus = SDKSTATUS_OK;
         link.Answer([this](const std::string& id) { return "[3,\"" + id + "\"," + answer + "]"; });
     }
     void TearDown() override {
         COutboundSender::SetOfflineStore(nullptr);
-        ResetSdkState();
+        Engine20::TearDown();
     }
-    RecordingLink link;
     std::string answer = "{}";
 };
 
@@ -180,14 +176,12 @@ TEST_F(TransactionEvent, EventWhileNotOnlineIsMarkedOfflineAndIsRefusedOnlyWhenN
 class TransactionAnswerTest : public TransactionEvent {
 protected:
     void SetUp() override {
-        TransactionEvent::SetUp();
-        OpenDeviceModel(dir);
+        ASSERT_NO_FATAL_FAILURE(TransactionEvent::SetUp());
         ASSERT_EQ(CAuthorizeCache::GetInstance()->SetStoreFile(dir.file("authorizecache.db")), 1);
         SetLibraryVariable("AuthCacheCtrlr", "Enabled", "true");
     }
     void TearDown() override {
         CAuthorizeCache::Release();
-        CloseDeviceModel();
         TransactionEvent::TearDown();
     }
     static std::string Request(const char* token, int type) {
@@ -205,7 +199,6 @@ protected:
         const std::unique_ptr<AuthorizeItem> item = CAuthorizeCache::GetInstance()->GetAuthorizeCacheItem(token, type);
         return item != nullptr && item->status == status;
     }
-    TempDir dir;
 };
 
 TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePersonalMessage) {
@@ -216,7 +209,6 @@ TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePers
     EXPECT_EQ(Ocpp20ProtocolPrivate_TransactionStart(Args(meter), &param), 0) << "sent and answered: the event went";
     EXPECT_TRUE(Cached("CARD", kISO14443, 4));
 
-    RecordingHost host;
     const std::string blocked =
         "[3,\"m1\",{\"totalCost\":12.5,\"idTokenInfo\":{\"status\":\"Blocked\"},"
         "\"updatedPersonalMessage\":{\"format\":\"UTF8\",\"language\":\"de\",\"content\":\"Danke\"}}]";
