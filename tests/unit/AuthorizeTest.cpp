@@ -43,11 +43,6 @@ protected:
         ResetSdkState();
     }
 
-    static void Set(const char* component, const char* variable, const char* value) {
-        VariableDataItem20 item = VariableDataItem20::Make(component, variable);
-        CTools::CopyField(item.attributeValue, value);
-        ASSERT_EQ(CVariableCache::GetInstance()->UpdateVariableValue(item), VARIABLESTATUS_ACCEPTED);
-    }
     // The Entries count is written on its own thread; a test that changes the
     // list waits for it so that the write cannot land in the next test.
     static bool EntriesReach(int n) {
@@ -176,7 +171,7 @@ TEST_F(Authorize, DecisionFollowsTheDeviceModelStepByStep) {
         TearDown();
         Open(*folders.back());
         link.Clear();
-        for (const Var& v : row.vars) Set(v.component, v.variable, v.value);
+        for (const Var& v : row.vars) SetLibraryVariable(v.component, v.variable, v.value);
         if (row.listStatus != kNone) {
             ASSERT_EQ(store->UpdateLocalList(1, {Item("CARD", row.tokenType, row.listStatus)}, 1), 1);
         }
@@ -285,7 +280,7 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
     Deliver("v1", "GetLocalListVersion", "{}");
     EXPECT_NE(link.Last().find("\"versionNumber\": 4"), std::string::npos) << link.Last();
 
-    Set("LocalAuthListCtrlr", "ItemsPerMessage", "2");
+    SetLibraryVariable("LocalAuthListCtrlr", "ItemsPerMessage", "2");
     const std::vector<std::string> three = {Entry("A", "Accepted"), Entry("B", "Accepted"), Entry("D", "Accepted")};
     EXPECT_EQ(SendLocalList(6, "Full", three), "Failed") << "more entries than ItemsPerMessage";
     EXPECT_EQ(store->GetLocalListVersion(), 4);
@@ -296,14 +291,14 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
     limit.limitFlag = 2;
     limit.maxLimit = 2;
     ASSERT_EQ(CVariableCharacteristics::GetInstance()->AddVariableCharacteristics(limit), 1);
-    Set("LocalAuthListCtrlr", "ItemsPerMessage", "0");
+    SetLibraryVariable("LocalAuthListCtrlr", "ItemsPerMessage", "0");
     EXPECT_EQ(SendLocalList(5, "Differential", {Entry("D", "Accepted"), Entry("E", "Accepted")}), "Failed")
         << "1 stored + 2 new over a maximum of 2";
     EXPECT_EQ(SendLocalList(5, "Differential", {Entry("C", ""), Entry("D", "Accepted")}), "Accepted")
         << "a removal is not counted";
     EXPECT_TRUE(EntriesReach(2));
 
-    Set("LocalAuthListCtrlr", "Enabled", "false");
+    SetLibraryVariable("LocalAuthListCtrlr", "Enabled", "false");
     EXPECT_EQ(SendLocalList(7, "Full", {Entry("A", "Accepted")}), "Failed");
     Deliver("v2", "GetLocalListVersion", "{}");
     EXPECT_NE(link.Last().find("\"versionNumber\": 0"), std::string::npos) << "a disabled list reads as version 0";
@@ -316,7 +311,7 @@ TEST_F(Authorize, ClearCacheEmptiesTheCacheEvenWhenTheAnswerIsRejected) {
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443), nullptr);
 
     ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", kISO14443, 0)), 1);
-    Set("AuthCacheCtrlr", "Enabled", "false");
+    SetLibraryVariable("AuthCacheCtrlr", "Enabled", "false");
     Deliver("c2", "ClearCache", "{}");
     EXPECT_EQ(Answered(), "Rejected") << "the cache is disabled";
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443), nullptr);
@@ -421,7 +416,7 @@ TEST_F(AuthorizeStore, CacheKeepsNoCentralOrEmptyTokenAndNothingWhenUnavailable)
     ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", kISO14443, 0)), 1);
     ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", kISO14443, kBlocked)), 1) << "a second answer updates the row";
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443)->status, kBlocked);
-    Set("AuthCacheCtrlr", "Available", "false");
+    SetLibraryVariable("AuthCacheCtrlr", "Available", "false");
     EXPECT_EQ(store->UpdateAuthorizeCache(Item("OTHER", kISO14443, 0)), 0);
 }
 
