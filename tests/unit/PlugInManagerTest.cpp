@@ -22,11 +22,10 @@ std::string Entry(const std::string& name, const std::string& path, bool autorun
     return "{\"name\":\"" + name + "\",\"path\":\"" + path + "\",\"autorun\":" + (autorun ? "true" : "false") + "}";
 }
 
-std::string List(int count, const std::string& path = OCPP_TEST_PLUGIN_PATH) {
+std::string List(int count) {
     std::string text = "[";
     for (int i = 0; i < count; ++i) {
-        if (i) text += ",";
-        text += Entry("p" + std::to_string(i), path, false);
+        text += (i ? "," : "") + Entry("p" + std::to_string(i), OCPP_TEST_PLUGIN_PATH, false);
     }
     return text + "]";
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Engine20.h"
-#include "Ocpp20/OcppProtocol20.h"
+#include "FrameSchema.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppProtocol.h"
@@ -313,8 +313,7 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
 
 TEST_F(TransactionManagerTest, CsmsLearnsWhetherATransactionIsOngoingAndCannotStartOrStopOneBeforeTheLinkIsUp) {
     auto deliver = [](const std::string& action, const std::string& payload) {
-        const std::string frame = "[2,\"m-" + action + "\",\"" + action + "\"," + payload + "]";
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        DeliverTo20("[2,\"m-" + action + "\",\"" + action + "\"," + payload + "]");
     };
     deliver("RequestStopTransaction", R"({"transactionId":"tx-1"})");
     EXPECT_NE(link.Last().find("Rejected"), std::string::npos);
@@ -344,7 +343,7 @@ TEST_F(TransactionManagerTest, RemoteStartKeepsItsChargingProfileBeforeTheHostIs
         R"("evseId":1,"chargingProfile":{"id":31,"stackLevel":0,"chargingProfilePurpose":"TxProfile",)"
         R"("chargingProfileKind":"Relative","chargingSchedule":[{"id":1,"chargingRateUnit":"A",)"
         R"("chargingSchedulePeriod":[{"startPeriod":0,"limit":16}]}]}}])";
-    COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+    DeliverTo20(frame);
     EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_REQUESTSTARTTRANSACTION));
     CProfileManager20::Release();
 }
