@@ -2,6 +2,7 @@
 
 #include <OcppRecords.h>
 
+#include <array>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -37,6 +38,14 @@ int Record(int subtype, const TransactionEventArgs& a, int32_t* eventParam) {
     g_events.push_back({subtype, a.seqNo, a.reason, a.chargingState, a.stopReason, a.idToken, a.transactionId});
     *eventParam = a.eventParam;
     return 0;
+}
+
+// {subtype, seqNo, reason} of each event: enough to read a run of events at a glance.
+using Brief = std::vector<std::array<int, 3>>;
+Brief BriefOf(const std::vector<Event>& events) {
+    Brief brief;
+    for (const Event& e : events) brief.push_back({e.subtype, e.seqNo, e.reason});
+    return brief;
 }
 
 enum { kAccepted = 0, kInvalid = 4, kISO14443 = 2 };
@@ -114,10 +123,7 @@ TEST_F(TransactionManagerTest, StartedIsSentOnlyWhenTheConfiguredStartPointIsRea
     EXPECT_FALSE(tx->IsTransactionStart(a));
     EXPECT_EQ(Start(1, TRANSACTIONREASON_AUTHORIZED, "ALICE"), a) << "the token joins the open transaction";
     std::vector<Event> events = Take();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].subtype, 1);
-    EXPECT_EQ(events[0].seqNo, 0);
-    EXPECT_EQ(events[0].reason, TRANSACTIONREASON_AUTHORIZED);
+    ASSERT_EQ(BriefOf(events), (Brief{{1, 0, TRANSACTIONREASON_AUTHORIZED}}));
     EXPECT_EQ(events[0].token, "ALICE");
 
     // PowerPathClosed: both the token and the cable, in either order; one ended before that sends no Ended.
@@ -148,10 +154,7 @@ TEST_F(TransactionManagerTest, StartedIsSentOnlyWhenTheConfiguredStartPointIsRea
     const std::string e = Start(5, TRANSACTIONREASON_AUTHORIZED, "DAVE");
     EXPECT_TRUE(Take().empty());
     EXPECT_EQ(Update(e, TRANSACTIONREASON_CHARGINGSTATECHANGED), 0);
-    events = Take();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].subtype, 1);
-    EXPECT_EQ(events[0].seqNo, 0);
+    EXPECT_EQ(BriefOf(Take()), (Brief{{1, 0, TRANSACTIONREASON_CHARGINGSTATECHANGED}}));
 }
 
 TEST_F(TransactionManagerTest, StopPointsDecideWhetherAStopEndsOrPausesTheTransaction) {
@@ -182,10 +185,8 @@ TEST_F(TransactionManagerTest, StopPointsDecideWhetherAStopEndsOrPausesTheTransa
         EXPECT_EQ(End(id, c.reason, c.state), 0);
         const std::vector<Event> events = Take();
         EXPECT_EQ(tx->IsTransactionExist(id), !c.ends);
-        ASSERT_EQ(events.size(), c.ends ? 1u : 0u);
+        ASSERT_EQ(BriefOf(events), (c.ends ? Brief{{3, 1, c.reason}} : Brief{}));
         if (c.ends) {
-            EXPECT_EQ(events[0].subtype, 3);
-            EXPECT_EQ(events[0].seqNo, 1);
             EXPECT_EQ(events[0].stopReason, TRANSACTIONSTOPREASON_LOCAL);
         } else {
             const bool idle = c.reason == TRANSACTIONREASON_CHARGINGSTATECHANGED && c.state == TRANSACTIONCHARGINGSTATE_IDLE;
@@ -223,8 +224,7 @@ TEST_F(TransactionManagerTest, MasterPassCannotStartButEndsAnyTransactionAndGrou
 
     EXPECT_EQ(endWith(alice, "MASTER"), 0);
     std::vector<Event> events = Take();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].subtype, 3);
+    ASSERT_EQ(BriefOf(events), (Brief{{3, 1, TRANSACTIONREASON_STOPAUTHORIZED}}));
     EXPECT_EQ(events[0].stopReason, TRANSACTIONSTOPREASON_MASTERPASS);
     EXPECT_FALSE(tx->IsTransactionExist(alice));
 
@@ -249,10 +249,9 @@ TEST_F(TransactionManagerTest, AuthorizedWithoutCableEndsWithEVConnectTimeoutAft
     CTools::AdvanceClockMs(31000);
     CTransactionManager::OccupyTimerProc(nullptr);
     const std::vector<Event> events = Take();
-    ASSERT_EQ(events.size(), 3u);
-    EXPECT_EQ(events[2].subtype, 3);
-    EXPECT_EQ(events[2].seqNo, 2) << "one above the last event";
-    EXPECT_EQ(events[2].reason, TRANSACTIONREASON_EVCONNECTTIMEOUT);
+    ASSERT_EQ(BriefOf(events), (Brief{{1, 0, TRANSACTIONREASON_AUTHORIZED}, {2, 1, TRANSACTIONREASON_TRIGGER},
+                                      {3, 2, TRANSACTIONREASON_EVCONNECTTIMEOUT}}))
+        << "the end takes the seqNo one above the last event";
     EXPECT_EQ(events[2].chargingState, TRANSACTIONCHARGINGSTATE_IDLE);
     EXPECT_EQ(events[2].stopReason, TRANSACTIONSTOPREASON_TIMEOUT);
     EXPECT_FALSE(tx->IsTransactionExist(id));
@@ -268,11 +267,9 @@ TEST_F(TransactionManagerTest, PeriodicMeterValuesStopWhenTxUpdatedIntervalIsZer
     SetLibraryVariable("SampledDataCtrlr", "TxUpdatedInterval", "0");
     EXPECT_EQ(Update(id, TRANSACTIONREASON_METERVALUEPERIODIC), 0);
     EXPECT_EQ(Update(id, TRANSACTIONREASON_CHARGINGRATECHANGED), 0);
-    const std::vector<Event> events = Take();
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0].reason, TRANSACTIONREASON_METERVALUEPERIODIC);
-    EXPECT_EQ(events[1].reason, TRANSACTIONREASON_CHARGINGRATECHANGED);
-    EXPECT_EQ(events[1].seqNo, 2) << "a skipped periodic value takes no number";
+    EXPECT_EQ(BriefOf(Take()),
+              (Brief{{2, 1, TRANSACTIONREASON_METERVALUEPERIODIC}, {2, 2, TRANSACTIONREASON_CHARGINGRATECHANGED}}))
+        << "a skipped periodic value takes no number";
     EXPECT_EQ(Update("no-such-transaction", TRANSACTIONREASON_TRIGGER), kInvalid);
 }
 
@@ -298,9 +295,8 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
     Take();
     Update(a, TRANSACTIONREASON_TRIGGER);
     Update(b, TRANSACTIONREASON_TRIGGER);
-    const std::vector<Event> events = Take();
-    EXPECT_EQ(events.at(0).seqNo, 3);
-    EXPECT_EQ(events.at(1).seqNo, 2) << "a seqNo the journal already holds is never used again";
+    EXPECT_EQ(BriefOf(Take()), (Brief{{2, 3, TRANSACTIONREASON_TRIGGER}, {2, 2, TRANSACTIONREASON_TRIGGER}}))
+        << "a seqNo the journal already holds is never used again";
     COfflineCache::Release();
 
     // A write cut short by power loss: the whole records before the tear still load.
