@@ -113,6 +113,7 @@ protected:
     }
 
     RecordingLink link;
+    RecordingHost host;
 };
 
 const char kQuote[] = "O'Brien";
@@ -190,7 +191,6 @@ TEST_F(Authorize, DecisionFollowsTheDeviceModelStepByStep) {
 TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessageReachesTheHost) {
     ClockGuard clock;
     CTools::FreezeClock(true);
-    RecordingHost host;
     Online(true);
     CsmsSays("Accepted",
              ",\"groupIdToken\":{\"idToken\":\"FLEET\",\"type\":\"Central\"},"
@@ -222,7 +222,6 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
 }
 
 TEST_F(Authorize, WithThePricingPlugInListedItsReadingOfTheAnswerIsCachedAndItsTextsReachTheHost) {
-    RecordingHost host;
     const std::string list = dir.file("pluginlist.json");
     WriteText(list, std::string(R"([{"name":"PlugInCaliforniaPrice","path":")") + OCPP_TEST_PRICE_PLUGIN_PATH +
                         R"(","autorun":false}])");
@@ -320,7 +319,6 @@ TEST_F(Authorize, ClearCacheEmptiesTheCacheEvenWhenTheAnswerIsRejected) {
 TEST_F(Authorize, NoLogLineOfAWholeAuthorizationRunShowsATokenInClear) {
     const std::string token = "CLEAR'TOKEN-0042";
     LogCapture log;
-    RecordingHost host;
     Deliver("s1", "SendLocalList", LocalList(1, "Full", {Entry(token, "Blocked")}));
     Online(true);
     CsmsSays("Accepted");
