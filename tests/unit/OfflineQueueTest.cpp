@@ -2,13 +2,11 @@
 // order it reaches the CSMS, and what a lost link or a silent CSMS does to it.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "Engine20.h"
 #include "Ocpp20/Process/TransactionManager.h"
-#include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/TransactionMsgQueue.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
@@ -57,7 +55,6 @@ void SetAttempts(const char* attempts, const char* interval) {
         CTools::CopyField(i.variableInstance, "TransactionEvent");
         ASSERT_EQ(OcppProtocol_SetVariableData(1, &i, 1), 1);
     }
-    ASSERT_EQ(CVariableCache::GetInstance()->OCPPCommCtrlrMessageAttemptIntervalTransactionEvent(), atoi(interval));
 }
 
 class OfflineQueue : public Engine20 {
