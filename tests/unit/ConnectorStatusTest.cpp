@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "OcppProtocol/OcppProtocol.h"
@@ -13,19 +14,8 @@ using namespace ocpptest;
 
 namespace {
 
-struct Notification {
-    int evse;
-    int connector;
-    std::string status;
-    std::string timestamp;
-    bool operator==(const Notification& o) const {
-        return evse == o.evse && connector == o.connector && status == o.status && timestamp == o.timestamp;
-    }
-};
-
-void PrintTo(const Notification& n, std::ostream* os) {
-    *os << n.evse << "/" << n.connector << " " << n.status << " at " << n.timestamp;
-}
+// evse, connector, status, timestamp
+using Notification = std::tuple<int, int, std::string, std::string>;
 
 std::string Value(const std::string& frame, const std::string& key) {
     const std::string tag = "\"" + key + "\": ";
@@ -147,14 +137,15 @@ TEST_F(ConnectorStatus, TriggerMessageReportsTheConnectorEvseOrStationItNames) {
     Report(1, 1, CONNECTORSTATUS_AVAILABLE);
     Report(1, 2, CONNECTORSTATUS_OCCUPIED);
     Report(2, 1, CONNECTORSTATUS_FAULTED);
+    const std::string now = At(CTools::CurTimeSec());
     const struct {
         const char* evse;  // the request's evse, if any
         const char* answer;
-        std::vector<std::string> reported;  // evse/connector status
+        std::vector<Notification> reported;
     } cases[] = {
-        {R"(,"evse":{"id":1,"connectorId":2})", "Accepted", {"1/2 Occupied"}},
-        {R"(,"evse":{"id":1})", "Accepted", {"1/1 Available", "1/2 Occupied"}},
-        {"", "Accepted", {"1/1 Available", "1/2 Occupied", "2/1 Faulted"}},
+        {R"(,"evse":{"id":1,"connectorId":2})", "Accepted", {{1, 2, "Occupied", now}}},
+        {R"(,"evse":{"id":1})", "Accepted", {{1, 1, "Available", now}, {1, 2, "Occupied", now}}},
+        {"", "Accepted", {{1, 1, "Available", now}, {1, 2, "Occupied", now}, {2, 1, "Faulted", now}}},
         {R"(,"evse":{"id":1,"connectorId":9})", "Rejected", {}},
         {R"(,"evse":{"id":7})", "Rejected", {}},
     };
@@ -166,11 +157,7 @@ TEST_F(ConnectorStatus, TriggerMessageReportsTheConnectorEvseOrStationItNames) {
         ASSERT_FALSE(all.empty());
         EXPECT_EQ(all[0].rfind("[3,\"t1\"", 0), 0u) << "the answer leaves before the statuses";
         EXPECT_EQ(Value(all[0], "status"), c.answer);
-        std::vector<std::string> reported;
-        for (const Notification& n : Sent()) {
-            reported.push_back(std::to_string(n.evse) + "/" + std::to_string(n.connector) + " " + n.status);
-        }
-        EXPECT_EQ(reported, c.reported);
+        EXPECT_EQ(Sent(), c.reported);
     }
     EXPECT_EQ(host.Count(SERVERRECVTYPE_TRIGGERMESSAGE), 0u) << "the host is not asked";
 }
