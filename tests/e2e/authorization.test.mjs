@@ -12,7 +12,7 @@ async function authorize(station, idToken) {
 
 // The decision rules themselves are the unit tests' (AuthorizeTest); here the host's
 // authorize entry, its records and the real link around them.
-test('Authorize answers are cached, the CSMS keeps the local list, and offline the list decides', async (t) => {
+test('Authorize answers reach the host, the CSMS keeps the local list, and offline the list decides', async (t) => {
   const s = await connect(t, { interval: 60 });
   await bootToOk(s).catch((e) => assert.fail(e.message + explain(s)));
   s.csms.handle('Authorize', () => ({
@@ -21,8 +21,6 @@ test('Authorize answers are cached, the CSMS keeps the local list, and offline t
 
   assert.deepEqual(await authorize(s.station, 'CARD-1'), ['Accepted', 'csms']);
   assert.equal((await s.station.waitFor({ event: 'record', name: 'PersonalMsg' })).content, 'Welcome back');
-  assert.deepEqual(await authorize(s.station, 'CARD-1'), ['Accepted', 'cache']);
-  assert.equal(s.csms.callsOf('Authorize').length, 1);
   const sent = await s.csms.client.call('SendLocalList', {
     versionNumber: 1, updateType: 'Full', localAuthorizationList: [entry("O'NEIL", 'Accepted')],
   });
