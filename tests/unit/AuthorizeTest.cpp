@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
