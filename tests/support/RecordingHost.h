@@ -2,9 +2,12 @@
 // A host application as the library sees it: one callback table that records
 // every notification and can hold the notification thread inside a callback.
 #include <OcppProtocol.h>
+#include <gtest/gtest.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -30,6 +33,20 @@ public:
 
     bool WaitForCount(size_t n, int timeoutMs = 2000);
     bool WaitForType(int32_t type, size_t n = 1, int timeoutMs = 2000);
+    // The n-th record of `type` as the host reads it, once it has arrived; a later
+    // record of another type cannot take its place.
+    template <class T>
+    T RecordOf(int32_t type, size_t n = 1) {
+        T record{};
+        EXPECT_TRUE(WaitForType(type, n)) << "no record of type " << type;
+        size_t seen = 0;
+        for (const HostRecord& r : Records()) {
+            if (r.type != type || ++seen != n) continue;
+            EXPECT_EQ(r.bytes.size(), sizeof record) << "record of type " << type;
+            std::memcpy(&record, r.bytes.data(), std::min(sizeof record, r.bytes.size()));
+        }
+        return record;
+    }
     // The entries of the SetVariables record for CSMS request `id`, once it has arrived.
     std::vector<VariableDataItem> SetVariablesEntries(const std::string& id);
     // Answers SetVariables request `id` with the verdicts the library gave it.

@@ -3,13 +3,11 @@
 #include <Ocpp20Protocol.h>
 
 #include <chrono>
-#include <cstring>
 #include <future>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/Process/VariableCharacteristics.h"
@@ -44,11 +42,6 @@ protected:
         ResetSdkState();
     }
 
-    static void Set(const char* component, const char* variable, const char* value) {
-        VariableDataItem20 item = VariableDataItem20::Make(component, variable);
-        CTools::CopyField(item.attributeValue, value);
-        ASSERT_EQ(CVariableCache::GetInstance()->UpdateVariableValue(item), VARIABLESTATUS_ACCEPTED);
-    }
     // The Entries count is written on its own thread; a test that changes the
     // list waits for it so that the write cannot land in the next test.
     static bool EntriesReach(int n) {
@@ -119,6 +112,7 @@ protected:
     }
 
     RecordingLink link;
+    RecordingHost host;
 };
 
 const char kQuote[] = "O'Brien";
@@ -177,7 +171,7 @@ TEST_F(Authorize, DecisionFollowsTheDeviceModelStepByStep) {
         TearDown();
         Open(*folders.back());
         link.Clear();
-        for (const Var& v : row.vars) Set(v.component, v.variable, v.value);
+        for (const Var& v : row.vars) SetLibraryVariable(v.component, v.variable, v.value);
         if (row.listStatus != kNone) {
             ASSERT_EQ(store->UpdateLocalList(1, {Item("CARD", row.tokenType, row.listStatus)}, 1), 1);
         }
@@ -196,7 +190,6 @@ TEST_F(Authorize, DecisionFollowsTheDeviceModelStepByStep) {
 TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessageReachesTheHost) {
     ClockGuard clock;
     CTools::FreezeClock(true);
-    RecordingHost host;
     Online(true);
     CsmsSays("Accepted",
              ",\"groupIdToken\":{\"idToken\":\"FLEET\",\"type\":\"Central\"},"
@@ -206,11 +199,7 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
     ASSERT_NE(cached, nullptr);
     EXPECT_EQ(cached->expiryTime, CTools::CurTimeSec() + 600) << "AuthCacheCtrlr.LifeTime when the CSMS gives none";
     EXPECT_EQ(store->GetGroupToken("CARD"), "FLEET");
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
-    const std::string record = host.Records().back().bytes;
-    ASSERT_EQ(record.size(), sizeof(PersonalMsg));
-    PersonalMsg msg;
-    std::memcpy(&msg, record.data(), sizeof msg);
+    const PersonalMsg msg = host.RecordOf<PersonalMsg>(SERVERRECVTYPE_PERSONALMSG);
     EXPECT_STREQ(msg.content, "Hello");
     EXPECT_EQ(static_cast<int>(msg.format), 3);
 
@@ -232,7 +221,6 @@ TEST_F(Authorize, OnlineAnswerIsCachedWithTheDefaultLifetimeAndItsPersonalMessag
 }
 
 TEST_F(Authorize, WithThePricingPlugInListedItsReadingOfTheAnswerIsCachedAndItsTextsReachTheHost) {
-    RecordingHost host;
     const std::string list = dir.file("pluginlist.json");
     WriteText(list, std::string(R"([{"name":"PlugInCaliforniaPrice","path":")") + OCPP_TEST_PRICE_PLUGIN_PATH +
                         R"(","autorun":false}])");
@@ -242,16 +230,11 @@ TEST_F(Authorize, WithThePricingPlugInListedItsReadingOfTheAnswerIsCachedAndItsT
     EXPECT_EQ(Ocpp20ProtocolPrivate_Authorize("CARD", kISO14443), kBlocked) << "the plug-in's status, not the CSMS's";
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443)->expiryTime, 1893456000);
     EXPECT_EQ(store->GetGroupToken("CARD"), "PRICEGRP");
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_CALIFORNIACUSTOMMSG));
-    for (const HostRecord& record : host.Records()) {
-        if (record.type != SERVERRECVTYPE_CALIFORNIACUSTOMMSG) continue;
-        CaliforNiaCustomMsg price;
-        ASSERT_EQ(record.bytes.size(), sizeof price);
-        std::memcpy(&price, record.bytes.data(), sizeof price);
-        EXPECT_STREQ(price.idToken, "CARD");
-        EXPECT_STREQ(price.content, R"({"lines":[{"language":"en","text":"peak"}],"text":"0.30/kWh"})");
-    }
+    EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_PERSONALMSG));
+    const CaliforNiaCustomMsg price = host.RecordOf<CaliforNiaCustomMsg>(SERVERRECVTYPE_CALIFORNIACUSTOMMSG);
+    EXPECT_EQ(host.Count(SERVERRECVTYPE_CALIFORNIACUSTOMMSG), 1u);
+    EXPECT_STREQ(price.idToken, "CARD");
+    EXPECT_STREQ(price.content, R"({"lines":[{"language":"en","text":"peak"}],"text":"0.30/kWh"})");
     CPlugInManager::Release();
 }
 
@@ -295,7 +278,7 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
     Deliver("v1", "GetLocalListVersion", "{}");
     EXPECT_NE(link.Last().find("\"versionNumber\": 4"), std::string::npos) << link.Last();
 
-    Set("LocalAuthListCtrlr", "ItemsPerMessage", "2");
+    SetLibraryVariable("LocalAuthListCtrlr", "ItemsPerMessage", "2");
     const std::vector<std::string> three = {Entry("A", "Accepted"), Entry("B", "Accepted"), Entry("D", "Accepted")};
     EXPECT_EQ(SendLocalList(6, "Full", three), "Failed") << "more entries than ItemsPerMessage";
     EXPECT_EQ(store->GetLocalListVersion(), 4);
@@ -306,14 +289,14 @@ TEST_F(Authorize, SendLocalListChecksEnabledItemsPerMessageAndVersionOnlyForDiff
     limit.limitFlag = 2;
     limit.maxLimit = 2;
     ASSERT_EQ(CVariableCharacteristics::GetInstance()->AddVariableCharacteristics(limit), 1);
-    Set("LocalAuthListCtrlr", "ItemsPerMessage", "0");
+    SetLibraryVariable("LocalAuthListCtrlr", "ItemsPerMessage", "0");
     EXPECT_EQ(SendLocalList(5, "Differential", {Entry("D", "Accepted"), Entry("E", "Accepted")}), "Failed")
         << "1 stored + 2 new over a maximum of 2";
     EXPECT_EQ(SendLocalList(5, "Differential", {Entry("C", ""), Entry("D", "Accepted")}), "Accepted")
         << "a removal is not counted";
     EXPECT_TRUE(EntriesReach(2));
 
-    Set("LocalAuthListCtrlr", "Enabled", "false");
+    SetLibraryVariable("LocalAuthListCtrlr", "Enabled", "false");
     EXPECT_EQ(SendLocalList(7, "Full", {Entry("A", "Accepted")}), "Failed");
     Deliver("v2", "GetLocalListVersion", "{}");
     EXPECT_NE(link.Last().find("\"versionNumber\": 0"), std::string::npos) << "a disabled list reads as version 0";
@@ -326,7 +309,7 @@ TEST_F(Authorize, ClearCacheEmptiesTheCacheEvenWhenTheAnswerIsRejected) {
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443), nullptr);
 
     ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", kISO14443, 0)), 1);
-    Set("AuthCacheCtrlr", "Enabled", "false");
+    SetLibraryVariable("AuthCacheCtrlr", "Enabled", "false");
     Deliver("c2", "ClearCache", "{}");
     EXPECT_EQ(Answered(), "Rejected") << "the cache is disabled";
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443), nullptr);
@@ -335,7 +318,6 @@ TEST_F(Authorize, ClearCacheEmptiesTheCacheEvenWhenTheAnswerIsRejected) {
 TEST_F(Authorize, NoLogLineOfAWholeAuthorizationRunShowsATokenInClear) {
     const std::string token = "CLEAR'TOKEN-0042";
     LogCapture log;
-    RecordingHost host;
     Deliver("s1", "SendLocalList", LocalList(1, "Full", {Entry(token, "Blocked")}));
     Online(true);
     CsmsSays("Accepted");
@@ -431,7 +413,7 @@ TEST_F(AuthorizeStore, CacheKeepsNoCentralOrEmptyTokenAndNothingWhenUnavailable)
     ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", kISO14443, 0)), 1);
     ASSERT_EQ(store->UpdateAuthorizeCache(Item("CARD", kISO14443, kBlocked)), 1) << "a second answer updates the row";
     EXPECT_EQ(store->GetAuthorizeCacheItem("CARD", kISO14443)->status, kBlocked);
-    Set("AuthCacheCtrlr", "Available", "false");
+    SetLibraryVariable("AuthCacheCtrlr", "Available", "false");
     EXPECT_EQ(store->UpdateAuthorizeCache(Item("OTHER", kISO14443, 0)), 0);
 }
 

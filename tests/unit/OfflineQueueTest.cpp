@@ -2,20 +2,16 @@
 // order it reaches the CSMS, and what a lost link or a silent CSMS does to it.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "Engine20.h"
 #include "Ocpp20/Process/TransactionManager.h"
-#include "Ocpp20/Process/VariableCache.h"
 #include "Ocpp20/TransactionMsgQueue.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
 #include "Process/ConnectManager.h"
 #include "Process/OfflineCache.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 #include "Util/TransactionMessageManager.h"
 
@@ -59,15 +55,12 @@ void SetAttempts(const char* attempts, const char* interval) {
         CTools::CopyField(i.variableInstance, "TransactionEvent");
         ASSERT_EQ(OcppProtocol_SetVariableData(1, &i, 1), 1);
     }
-    ASSERT_EQ(CVariableCache::GetInstance()->OCPPCommCtrlrMessageAttemptIntervalTransactionEvent(), atoi(interval));
 }
 
-class OfflineQueue : public ::testing::Test {
+class OfflineQueue : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        OpenDeviceModel(dir);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         cache = COfflineCache::GetInstance();
         ASSERT_EQ(cache->SetStoreFile(dir.file("offline.db")), 1);
         CTransactionMsgQueue::Start();
@@ -77,10 +70,9 @@ protected:
         CTransactionMessageManager::Release();
         CTransactionManager::Release();
         COfflineCache::Release();
-        CloseDeviceModel();
         g_eSdkVersion = 0;
         OcppProtocol_SetOfflineTransactionStorePoint(TRANSACTIONSTOREPOINT_ALWAYS);
-        ResetSdkState();
+        Engine20::TearDown();
     }
     void Replay() {
         g_eSdkStatus = SDKSTATUS_CONNECTED;
@@ -93,11 +85,7 @@ protected:
         return n;
     }
 
-    TempDir dir;
     ClockGuard clock;
-    RecordingHost host;
-    RecordingLink link;
-    LogCapture log;
     COfflineCache* cache = nullptr;
 };
 
@@ -294,6 +282,6 @@ TEST_F(OfflineQueue, RefusedTokenIsReportedOnceForAnOfflineTransactionAndByTheQu
     link.Answer(refuse);
     std::string onlineTx;
     ASSERT_EQ(start(&onlineTx), 0);
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED, 2));
-    EXPECT_NE(host.Records().back().bytes.find(onlineTx), std::string::npos);
+    const auto refused = host.RecordOf<TransactionNotAccepted>(SERVERRECVTYPE_TRANSACTIONNOTACCEPTED, 2);
+    EXPECT_STREQ(refused.transactionId, onlineTx.c_str());
 }

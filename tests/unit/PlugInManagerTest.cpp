@@ -22,11 +22,10 @@ std::string Entry(const std::string& name, const std::string& path, bool autorun
     return "{\"name\":\"" + name + "\",\"path\":\"" + path + "\",\"autorun\":" + (autorun ? "true" : "false") + "}";
 }
 
-std::string List(int count, const std::string& path = OCPP_TEST_PLUGIN_PATH) {
+std::string List(int count) {
     std::string text = "[";
     for (int i = 0; i < count; ++i) {
-        if (i) text += ",";
-        text += Entry("p" + std::to_string(i), path, false);
+        text += (i ? "," : "") + Entry("p" + std::to_string(i), OCPP_TEST_PLUGIN_PATH, false);
     }
     return text + "]";
 }
@@ -132,11 +131,9 @@ TEST_F(PlugIns, WhiteListCommandFromPlugInReachesTheHostAsRecord40) {
     EXPECT_TRUE(log.Contains("ocpp recv plugin:TestPlugIn command id:3"));
     EXPECT_TRUE(log.Contains("ocpp recv plugin:TestPlugIn command id:7"));
 
-    ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_GETV2GWHITELIST));
+    const GetV2GWhiteList record = host.RecordOf<GetV2GWhiteList>(SERVERRECVTYPE_GETV2GWHITELIST);
     EXPECT_EQ(host.Count(), 1u) << "only command 7 is for the host";
-    const HostRecord record = host.Records()[0];
-    EXPECT_EQ(record.bytes.size(), sizeof(GetV2GWhiteList));
-    EXPECT_EQ(record.bytes[4], '\0') << "the record answers no CSMS request";
+    EXPECT_EQ(record.base.messageId[0], '\0') << "the record answers no CSMS request";
 }
 
 TEST_F(PlugIns, ListSizeMustBeOneToAHundredEntries) {

@@ -41,9 +41,17 @@ std::string FileOf(int count, int64_t expiry) {
     return text + "]";
 }
 
+// The store, and the CSMS and the host reaching it through the 2.0.1 engine.
 class Reservations : public ::testing::Test {
 protected:
-    void TearDown() override { CReservationManager::Release(); }
+    void SetUp() override {
+        ResetSdkState();
+        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    }
+    void TearDown() override {
+        CReservationManager::Release();
+        ResetSdkState();
+    }
     CReservationManager* Open() {
         CReservationManager* store = CReservationManager::GetInstance();
         EXPECT_EQ(store->SetStoreFile(path), 1);
@@ -180,20 +188,7 @@ TEST_F(Reservations, PowerCutBeforeRenameKeepsThePreviousFile) {
     rmdir((path + "1").c_str());
 }
 
-// The CSMS and the host reach the store through the 2.0.1 engine.
-class ReservationMessages : public Reservations {
-protected:
-    void SetUp() override {
-        ResetSdkState();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    }
-    void TearDown() override {
-        Reservations::TearDown();
-        ResetSdkState();
-    }
-};
-
-TEST_F(ReservationMessages, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
+TEST_F(Reservations, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) {
     RecordingHost host;
     RecordingLink link;
     CReservationManager* store = Open();
@@ -214,7 +209,7 @@ TEST_F(ReservationMessages, ReserveNowFromCsmsIsStoredEvenWhenTheHostRefusesIt) 
     EXPECT_EQ(Reopen()->GetReservationItem(12, nullptr), 1);
 }
 
-TEST_F(ReservationMessages, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
+TEST_F(Reservations, HostReportedEndTellsTheCsmsAndForgetsTheReservation) {
     RecordingLink link;
     CReservationManager* store = Open();
     store->AddReservationItem(Item(5, now + 600));

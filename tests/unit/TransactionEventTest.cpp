@@ -4,10 +4,10 @@
 #include <OcppProtocol.h>
 
 #include <cmath>
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "Engine20.h"
 #include "FrameSchema.h"
 #include "MeterBuffer.h"
 #include "Ocpp20/Ocpp20Transaction.h"
@@ -16,9 +16,6 @@
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "OcppProtocol/OutboundSender.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -60,19 +57,17 @@ int KeepOffline(const OutboundMessage&) {
     return 1;
 }
 
-class TransactionEvent : public ::testing::Test {
+class TransactionEvent : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         g_eSdkStatus = SDKSTATUS_OK;
         link.Answer([this](const std::string& id) { return "[3,\"" + id + "\"," + answer + "]"; });
     }
     void TearDown() override {
         COutboundSender::SetOfflineStore(nullptr);
-        ResetSdkState();
+        Engine20::TearDown();
     }
-    RecordingLink link;
     std::string answer = "{}";
 };
 
@@ -178,27 +173,15 @@ TEST_F(TransactionEvent, EventWhileNotOnlineIsMarkedOfflineAndIsRefusedOnlyWhenN
     EXPECT_NE(Ocpp20ProtocolPrivate_TransactionEnd(args, &param), 0) << "a stop reason outside the list is not sent";
 }
 
-// The host's record of `type`, as it received it.
-template <class T>
-T RecordOf(RecordingHost& host, int32_t type) {
-    T record{};
-    EXPECT_TRUE(host.WaitForType(type));
-    for (const HostRecord& r : host.Records())
-        if (r.type == type && r.bytes.size() == sizeof record) std::memcpy(&record, r.bytes.data(), sizeof record);
-    return record;
-}
-
 class TransactionAnswerTest : public TransactionEvent {
 protected:
     void SetUp() override {
-        TransactionEvent::SetUp();
-        OpenDeviceModel(dir);
+        ASSERT_NO_FATAL_FAILURE(TransactionEvent::SetUp());
         ASSERT_EQ(CAuthorizeCache::GetInstance()->SetStoreFile(dir.file("authorizecache.db")), 1);
         SetLibraryVariable("AuthCacheCtrlr", "Enabled", "true");
     }
     void TearDown() override {
         CAuthorizeCache::Release();
-        CloseDeviceModel();
         TransactionEvent::TearDown();
     }
     static std::string Request(const char* token, int type) {
@@ -216,7 +199,6 @@ protected:
         const std::unique_ptr<AuthorizeItem> item = CAuthorizeCache::GetInstance()->GetAuthorizeCacheItem(token, type);
         return item != nullptr && item->status == status;
     }
-    TempDir dir;
 };
 
 TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePersonalMessage) {
@@ -227,21 +209,19 @@ TEST_F(TransactionAnswerTest, AnswerUpdatesTheTokenCacheTheRunningCostAndThePers
     EXPECT_EQ(Ocpp20ProtocolPrivate_TransactionStart(Args(meter), &param), 0) << "sent and answered: the event went";
     EXPECT_TRUE(Cached("CARD", kISO14443, 4));
 
-    RecordingHost host;
     const std::string blocked =
         "[3,\"m1\",{\"totalCost\":12.5,\"idTokenInfo\":{\"status\":\"Blocked\"},"
         "\"updatedPersonalMessage\":{\"format\":\"UTF8\",\"language\":\"de\",\"content\":\"Danke\"}}]";
     EXPECT_EQ(Answer(Request("CARD", kISO14443), blocked), 1) << "the token's status (Blocked)";
     EXPECT_TRUE(Cached("CARD", kISO14443, 1));
 
-    const PersonalMsg msg = RecordOf<PersonalMsg>(host, SERVERRECVTYPE_PERSONALMSG);
+    const PersonalMsg msg = host.RecordOf<PersonalMsg>(SERVERRECVTYPE_PERSONALMSG);
     EXPECT_EQ(+msg.evseId, 1);
     EXPECT_STREQ(msg.transactionId, "tx-1");
     EXPECT_EQ(+msg.format, 3);
     EXPECT_STREQ(msg.language, "de");
     EXPECT_STREQ(msg.content, "Danke");
-    const UpdatedTransactionCostReq cost =
-        RecordOf<UpdatedTransactionCostReq>(host, SERVERRECVTYPE_UPDATEDTRANSACTIONCOST);
+    const auto cost = host.RecordOf<UpdatedTransactionCostReq>(SERVERRECVTYPE_UPDATEDTRANSACTIONCOST);
     EXPECT_STREQ(cost.transactionId, "tx-1");
     EXPECT_STREQ(cost.totalCost, "12.5");
 

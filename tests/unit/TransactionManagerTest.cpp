@@ -2,19 +2,18 @@
 
 #include <OcppRecords.h>
 
+#include <array>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "Ocpp20/OcppProtocol20.h"
+#include "Engine20.h"
+#include "FrameSchema.h"
 #include "Ocpp20/Process/AuthorizeCache.h"
 #include "Ocpp20/Process/TransactionManager.h"
 #include "OcppProtocol/OcppProtocol.h"
 #include "Process/OfflineCache.h"
-#include "RecordingHost.h"
-#include "RecordingLink.h"
 #include "SmartCharging/ChargingProfile20/ProfileManager.h"
-#include "TestSupport.h"
 #include "Util/Tools.h"
 
 using namespace ocpptest;
@@ -41,14 +40,20 @@ int Record(int subtype, const TransactionEventArgs& a, int32_t* eventParam) {
     return 0;
 }
 
+// {subtype, seqNo, reason} of each event: enough to read a run of events at a glance.
+using Brief = std::vector<std::array<int, 3>>;
+Brief BriefOf(const std::vector<Event>& events) {
+    Brief brief;
+    for (const Event& e : events) brief.push_back({e.subtype, e.seqNo, e.reason});
+    return brief;
+}
+
 enum { kAccepted = 0, kInvalid = 4, kISO14443 = 2 };
 
-class TransactionManagerTest : public ::testing::Test {
+class TransactionManagerTest : public Engine20 {
 protected:
     void SetUp() override {
-        ResetSdkState();
-        OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-        OpenDeviceModel(dir);
+        ASSERT_NO_FATAL_FAILURE(Engine20::SetUp());
         ASSERT_EQ(CAuthorizeCache::GetInstance()->SetStoreFile(dir.file("authorizecache.db")), 1);
         g_eSdkStatus = SDKSTATUS_DISCONNECTED;  // tokens are decided from the cache
         CTransactionManager::SetEventSink(&Record);
@@ -66,8 +71,7 @@ protected:
         CTransactionManager::SetEventSink(nullptr);
         CTransactionManager::Release();
         CAuthorizeCache::Release();
-        CloseDeviceModel();
-        ResetSdkState();
+        Engine20::TearDown();
         std::lock_guard<std::mutex> lock(g_eventsMutex);
         g_events.clear();
     }
@@ -106,7 +110,6 @@ protected:
         return tx->TransactionUpdate(id, reason, state, CTransactionManager::Meter(), 0);
     }
 
-    TempDir dir;
     CTransactionManager* tx = nullptr;
 };
 
@@ -120,10 +123,7 @@ TEST_F(TransactionManagerTest, StartedIsSentOnlyWhenTheConfiguredStartPointIsRea
     EXPECT_FALSE(tx->IsTransactionStart(a));
     EXPECT_EQ(Start(1, TRANSACTIONREASON_AUTHORIZED, "ALICE"), a) << "the token joins the open transaction";
     std::vector<Event> events = Take();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].subtype, 1);
-    EXPECT_EQ(events[0].seqNo, 0);
-    EXPECT_EQ(events[0].reason, TRANSACTIONREASON_AUTHORIZED);
+    ASSERT_EQ(BriefOf(events), (Brief{{1, 0, TRANSACTIONREASON_AUTHORIZED}}));
     EXPECT_EQ(events[0].token, "ALICE");
 
     // PowerPathClosed: both the token and the cable, in either order; one ended before that sends no Ended.
@@ -154,14 +154,10 @@ TEST_F(TransactionManagerTest, StartedIsSentOnlyWhenTheConfiguredStartPointIsRea
     const std::string e = Start(5, TRANSACTIONREASON_AUTHORIZED, "DAVE");
     EXPECT_TRUE(Take().empty());
     EXPECT_EQ(Update(e, TRANSACTIONREASON_CHARGINGSTATECHANGED), 0);
-    events = Take();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].subtype, 1);
-    EXPECT_EQ(events[0].seqNo, 0);
+    EXPECT_EQ(BriefOf(Take()), (Brief{{1, 0, TRANSACTIONREASON_CHARGINGSTATECHANGED}}));
 }
 
 TEST_F(TransactionManagerTest, StopPointsDecideWhetherAStopEndsOrPausesTheTransaction) {
-    RecordingHost host;
     struct Case {
         const char* stopPoints;
         int reason;
@@ -189,10 +185,8 @@ TEST_F(TransactionManagerTest, StopPointsDecideWhetherAStopEndsOrPausesTheTransa
         EXPECT_EQ(End(id, c.reason, c.state), 0);
         const std::vector<Event> events = Take();
         EXPECT_EQ(tx->IsTransactionExist(id), !c.ends);
-        ASSERT_EQ(events.size(), c.ends ? 1u : 0u);
+        ASSERT_EQ(BriefOf(events), (c.ends ? Brief{{3, 1, c.reason}} : Brief{}));
         if (c.ends) {
-            EXPECT_EQ(events[0].subtype, 3);
-            EXPECT_EQ(events[0].seqNo, 1);
             EXPECT_EQ(events[0].stopReason, TRANSACTIONSTOPREASON_LOCAL);
         } else {
             const bool idle = c.reason == TRANSACTIONREASON_CHARGINGSTATECHANGED && c.state == TRANSACTIONCHARGINGSTATE_IDLE;
@@ -230,8 +224,7 @@ TEST_F(TransactionManagerTest, MasterPassCannotStartButEndsAnyTransactionAndGrou
 
     EXPECT_EQ(endWith(alice, "MASTER"), 0);
     std::vector<Event> events = Take();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].subtype, 3);
+    ASSERT_EQ(BriefOf(events), (Brief{{3, 1, TRANSACTIONREASON_STOPAUTHORIZED}}));
     EXPECT_EQ(events[0].stopReason, TRANSACTIONSTOPREASON_MASTERPASS);
     EXPECT_FALSE(tx->IsTransactionExist(alice));
 
@@ -256,10 +249,9 @@ TEST_F(TransactionManagerTest, AuthorizedWithoutCableEndsWithEVConnectTimeoutAft
     CTools::AdvanceClockMs(31000);
     CTransactionManager::OccupyTimerProc(nullptr);
     const std::vector<Event> events = Take();
-    ASSERT_EQ(events.size(), 3u);
-    EXPECT_EQ(events[2].subtype, 3);
-    EXPECT_EQ(events[2].seqNo, 2) << "one above the last event";
-    EXPECT_EQ(events[2].reason, TRANSACTIONREASON_EVCONNECTTIMEOUT);
+    ASSERT_EQ(BriefOf(events), (Brief{{1, 0, TRANSACTIONREASON_AUTHORIZED}, {2, 1, TRANSACTIONREASON_TRIGGER},
+                                      {3, 2, TRANSACTIONREASON_EVCONNECTTIMEOUT}}))
+        << "the end takes the seqNo one above the last event";
     EXPECT_EQ(events[2].chargingState, TRANSACTIONCHARGINGSTATE_IDLE);
     EXPECT_EQ(events[2].stopReason, TRANSACTIONSTOPREASON_TIMEOUT);
     EXPECT_FALSE(tx->IsTransactionExist(id));
@@ -275,11 +267,9 @@ TEST_F(TransactionManagerTest, PeriodicMeterValuesStopWhenTxUpdatedIntervalIsZer
     SetLibraryVariable("SampledDataCtrlr", "TxUpdatedInterval", "0");
     EXPECT_EQ(Update(id, TRANSACTIONREASON_METERVALUEPERIODIC), 0);
     EXPECT_EQ(Update(id, TRANSACTIONREASON_CHARGINGRATECHANGED), 0);
-    const std::vector<Event> events = Take();
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0].reason, TRANSACTIONREASON_METERVALUEPERIODIC);
-    EXPECT_EQ(events[1].reason, TRANSACTIONREASON_CHARGINGRATECHANGED);
-    EXPECT_EQ(events[1].seqNo, 2) << "a skipped periodic value takes no number";
+    EXPECT_EQ(BriefOf(Take()),
+              (Brief{{2, 1, TRANSACTIONREASON_METERVALUEPERIODIC}, {2, 2, TRANSACTIONREASON_CHARGINGRATECHANGED}}))
+        << "a skipped periodic value takes no number";
     EXPECT_EQ(Update("no-such-transaction", TRANSACTIONREASON_TRIGGER), kInvalid);
 }
 
@@ -305,9 +295,8 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
     Take();
     Update(a, TRANSACTIONREASON_TRIGGER);
     Update(b, TRANSACTIONREASON_TRIGGER);
-    const std::vector<Event> events = Take();
-    EXPECT_EQ(events.at(0).seqNo, 3);
-    EXPECT_EQ(events.at(1).seqNo, 2) << "a seqNo the journal already holds is never used again";
+    EXPECT_EQ(BriefOf(Take()), (Brief{{2, 3, TRANSACTIONREASON_TRIGGER}, {2, 2, TRANSACTIONREASON_TRIGGER}}))
+        << "a seqNo the journal already holds is never used again";
     COfflineCache::Release();
 
     // A write cut short by power loss: the whole records before the tear still load.
@@ -319,11 +308,8 @@ TEST_F(TransactionManagerTest, OpenTransactionsSurviveARestartWithTheirIdTokenAn
 }
 
 TEST_F(TransactionManagerTest, CsmsLearnsWhetherATransactionIsOngoingAndCannotStartOrStopOneBeforeTheLinkIsUp) {
-    RecordingLink link;
-    LogCapture log;
     auto deliver = [](const std::string& action, const std::string& payload) {
-        const std::string frame = "[2,\"m-" + action + "\",\"" + action + "\"," + payload + "]";
-        COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+        DeliverTo20("[2,\"m-" + action + "\",\"" + action + "\"," + payload + "]");
     };
     deliver("RequestStopTransaction", R"({"transactionId":"tx-1"})");
     EXPECT_NE(link.Last().find("Rejected"), std::string::npos);
@@ -341,7 +327,6 @@ TEST_F(TransactionManagerTest, CsmsLearnsWhetherATransactionIsOngoingAndCannotSt
 }
 
 TEST_F(TransactionManagerTest, RemoteStartKeepsItsChargingProfileBeforeTheHostIsAsked) {
-    RecordingHost host;
     ASSERT_EQ(CProfileManager20::GetInstance()->SetStoreFile(dir.file("chargingprofile20.db")), 1);
     g_eSdkStatus = SDKSTATUS_OK;
     host.OnRecord([](const char* record, uint32_t) {
@@ -354,7 +339,7 @@ TEST_F(TransactionManagerTest, RemoteStartKeepsItsChargingProfileBeforeTheHostIs
         R"("evseId":1,"chargingProfile":{"id":31,"stackLevel":0,"chargingProfilePurpose":"TxProfile",)"
         R"("chargingProfileKind":"Relative","chargingSchedule":[{"id":1,"chargingRateUnit":"A",)"
         R"("chargingSchedulePeriod":[{"startPeriod":0,"limit":16}]}]}}])";
-    COcppProtocol20::OnMessage(frame.data(), static_cast<int>(frame.size()));
+    DeliverTo20(frame);
     EXPECT_TRUE(host.WaitForType(SERVERRECVTYPE_REQUESTSTARTTRANSACTION));
     CProfileManager20::Release();
 }
