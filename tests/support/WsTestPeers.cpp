@@ -19,18 +19,17 @@
 namespace ocpptest {
 
 namespace {
+std::string Lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
 std::string HeaderValue(const std::string& request, const std::string& name) {
-    std::string lower = request;
-    for (char& c : lower) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    std::string key = "\r\n" + name + ":";
-    for (char& c : key) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    size_t at = lower.find(key);
+    const std::string key = Lower("\r\n" + name + ":");
+    const size_t at = Lower(request).find(key);
     if (at == std::string::npos) return "";
-    size_t start = at + key.size();
-    size_t end = request.find("\r\n", start);
-    std::string value = request.substr(start, end - start);
-    while (!value.empty() && value.front() == ' ') value.erase(0, 1);
-    return value;
+    const size_t start = request.find_first_not_of(' ', at + key.size());
+    return request.substr(start, request.find("\r\n", start) - start);
 }
 
 std::string AcceptKey(const std::string& key) {
@@ -56,16 +55,6 @@ int ListenOnLoopback(int& port) {
         return -1;
     }
     port = ntohs(addr.sin_port);
-    return fd;
-}
-
-// The first connection, or -1 once `stop` is set.
-int AcceptOne(int listenFd, const std::atomic<bool>& stop) {
-    int fd = -1;
-    while (!stop && fd < 0) {
-        struct pollfd p = {listenFd, POLLIN, 0};
-        if (poll(&p, 1, 100) > 0) fd = accept(listenFd, nullptr, nullptr);
-    }
     return fd;
 }
 }  // namespace
@@ -94,7 +83,11 @@ void RawWsServer::Run() {
 }
 
 void RawWsServer::Serve() {
-    const int fd = AcceptOne(m_listenFd, m_stop);
+    int fd = -1;
+    while (!m_stop && fd < 0) {
+        struct pollfd p = {m_listenFd, POLLIN, 0};
+        if (poll(&p, 1, 100) > 0) fd = accept(m_listenFd, nullptr, nullptr);
+    }
     if (fd < 0) return;
     {
         std::lock_guard<std::mutex> lock(m_fdMutex);
