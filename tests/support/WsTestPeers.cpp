@@ -195,12 +195,14 @@ std::vector<std::string> RecordingCsms::Messages() {
     return m_messages;
 }
 
+size_t RecordingCsms::CountContaining(const std::string& needle) {
+    size_t n = 0;
+    for (const std::string& m : Messages()) n += m.find(needle) != std::string::npos ? 1 : 0;
+    return n;
+}
+
 bool RecordingCsms::WaitMessageContaining(const std::string& needle, int timeoutMs) {
-    return WaitFor([&] {
-        for (const auto& m : Messages())
-            if (m.find(needle) != std::string::npos) return true;
-        return false;
-    }, timeoutMs);
+    return WaitFor([&] { return CountContaining(needle) > 0; }, timeoutMs);
 }
 
 void RecordingCsms::OnNewSession(CWebSocketServer*, struct lws* connection) {

@@ -57,6 +57,7 @@ public:
     bool Send(const std::string& text);
     bool WaitSession(int timeoutMs = 5000);
     std::vector<std::string> Messages();
+    size_t CountContaining(const std::string& needle);
     bool WaitMessageContaining(const std::string& needle, int timeoutMs = 5000);
     // Called on the server thread for every message; may answer through Send.
     std::function<void(const std::string&)> onMessage;
