@@ -185,7 +185,6 @@ TEST_F(BusModules, UnansweredSyncRequestGivesUpWithinTwiceTheTimeoutOrWhenItsCon
     EXPECT_EQ(SendSync("nobody_here", 3, Text("anyone?"), answer, 64, 1), 0);
     EXPECT_LT(ElapsedMs(start), 900);
 
-    // Releasing the connection frees a sender waiting out a long time-out.
     CDbusTools tools(10);
     ASSERT_EQ(tools.InitConn("release_waiter", nullptr, nullptr), 1);
     std::atomic<int> result{-1};
@@ -284,10 +283,8 @@ TEST_F(BusModules, HexLogShowsEveryPacketSentAndReceived) {
 
     std::lock_guard<std::mutex> lock(g_hexMutex);
     ASSERT_EQ(g_hexLines.size(), 2u) << "one dump when sent, one when received";
-    for (const std::string& line : g_hexLines) {
-        EXPECT_EQ(line.rfind("FF 6A A6 ", 0), 0u) << line;
-        EXPECT_NE(line.find(" 00 07 00 07 41 42 43 "), std::string::npos) << line;
-        EXPECT_EQ(line.size(), 14u * 3) << line;
-    }
     EXPECT_EQ(g_hexLines[0], g_hexLines[1]);
+    EXPECT_EQ(g_hexLines[0].rfind("FF 6A A6 ", 0), 0u) << g_hexLines[0];
+    EXPECT_NE(g_hexLines[0].find(" 00 07 00 07 41 42 43 "), std::string::npos) << g_hexLines[0];
+    EXPECT_EQ(g_hexLines[0].size(), 14u * 3) << g_hexLines[0];
 }
