@@ -232,20 +232,7 @@ TEST_F(Sdk, VersionReportsBranchAndBuildTime) {
     EXPECT_TRUE(CTools::IsValidUTCTime(stamp[1].str())) << text;
 }
 
-TEST_F(Sdk, ResourceInitWithEmptyUrlChangesNothing) {
-    RecordingHost host;
-    LogCapture log;
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
-    ConnectionItem item{};
-    item.protocol = OCPPPROTOCOL_16;
-    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
-    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
-    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
-}
-
-TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
+TEST_F(Sdk, ResourceInitNeedsAUrlAndOpensOneFolderPerCsmsEvenForOddFolderNames) {
     TempDir dir;
     // A folder name a shell would take as two commands; the second would run in the working folder.
     char previousCwd[4096];
@@ -256,11 +243,18 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     ASSERT_EQ(OcppProtocol_SetCacheDir(cache.c_str()), 1);
     RecordingHost host;
     LogCapture log;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    ASSERT_TRUE(host.WaitForCount(1));
     ConnectionItem item{};
     item.protocol = OCPPPROTOCOL_201;
+    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
+    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_16);
+
     CTools::CopyField(item.url, "ws://csms.example/ocpp");
     EXPECT_EQ(OcppProtocol_ResourceInit(item), 1);
-
     const std::string folder = cache + "/" + CCryptoUtil::GenSha256("ws://csms.example/ocpp");
     struct stat st;
     EXPECT_EQ(stat(folder.c_str(), &st), 0) << folder;
@@ -268,8 +262,8 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     EXPECT_TRUE(log.Contains("CSMS Cache Folder = " + folder + "/"));
     EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_DISCONNECTED);
-    ASSERT_TRUE(host.WaitForCount(1));
-    EXPECT_EQ(Int32At(host.Records()[0].bytes, 41), SDKSTATUS_DISCONNECTED);
+    ASSERT_TRUE(host.WaitForCount(2));
+    EXPECT_EQ(Int32At(host.Records()[1].bytes, 41), SDKSTATUS_DISCONNECTED);
     OcppProtocol_Release();
     EXPECT_EQ(chdir(previousCwd), 0);
 }
