@@ -116,8 +116,7 @@ TEST_F(Sdk, DropFromOkAnnouncesOfflineModeOnce) {
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_ENTEROFFLINEMODE));
     ASSERT_TRUE(host.WaitForCount(6));
     EXPECT_EQ(host.Types(), (std::vector<int32_t>{0, 0, 0, 0, 0, 36}));
-    const HostRecord offline = host.Records().back();
-    EXPECT_EQ(offline.bytes, std::string("\x24\0\0\0", 4) + std::string(37, '\0'));
+    EXPECT_EQ(host.Records().back().bytes, std::string("\x24\0\0\0", 4) + std::string(37, '\0'));
     EXPECT_EQ(log.Count("========================>Enter OFFLineMode<========================"), 1u);
     EXPECT_TRUE(log.Contains("EnterOfflineMode Protocol:OCPP20"));
 
@@ -216,9 +215,8 @@ TEST_F(Sdk, UnknownProtocolsAndNamesAreRefused) {
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType(static_cast<OCPPPROTOCOL>(3), out), 0);
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_201, static_cast<char*>(nullptr)), 1);
     OCPPPROTOCOL p = OCPPPROTOCOL_NONE;
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("ocpp20", &p), 0);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("OCPP201", &p), 0);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(static_cast<const char*>(nullptr), &p), 0);
+    for (const char* name : {"ocpp20", "OCPP201", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(OcppProtocol_GetOcppProtocolType(name, &p), 0) << (name != nullptr ? name : "no name");
     EXPECT_EQ(p, OCPPPROTOCOL_NONE);
 }
 
