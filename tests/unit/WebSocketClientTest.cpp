@@ -333,7 +333,6 @@ TEST_F(WebSocketCsms, HugeMessageTimeoutStillWaitsForTheAnswer) {
 }
 
 TEST_F(WebSocketCsms, UnansweredRequestFailsAfterTheMessageTimeoutAndCloseReleasesAnotherAtOnce) {
-    // The CSMS never answers.
     ASSERT_TRUE(Connect(5));
     CTools::FreezeClock(true);
     auto pending = RequestAsync(client, "req-lost");
