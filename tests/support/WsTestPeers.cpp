@@ -10,9 +10,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 
 #include "TestSupport.h"
 
@@ -44,8 +44,7 @@ std::string AcceptKey(const std::string& key) {
 // A listening socket on 127.0.0.1 and an ephemeral port; -1 on failure.
 int ListenOnLoopback(int& port) {
     int fd = socket(AF_INET, SOCK_STREAM, 0);
-    struct sockaddr_in addr;
-    memset(&addr, 0, sizeof(addr));
+    struct sockaddr_in addr {};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t len = sizeof(addr);
