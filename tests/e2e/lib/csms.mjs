@@ -125,16 +125,12 @@ export async function startCsms(options) {
 export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
 // Polls `probe` (cheap, in-memory) until it returns something other than undefined.
-export function waitUntil(probe, timeoutMs, what) {
-  return new Promise((resolve, reject) => {
-    const started = Date.now();
-    const tick = () => {
-      let value;
-      try { value = probe(); } catch (e) { reject(e); return; }
-      if (value !== undefined && value !== false) { resolve(value); return; }
-      if (Date.now() - started > timeoutMs) { reject(new Error(`timed out after ${timeoutMs} ms waiting for ${what}`)); return; }
-      setTimeout(tick, 25);
-    };
-    tick();
-  });
+export async function waitUntil(probe, timeoutMs, what) {
+  const started = Date.now();
+  while (true) {
+    const value = probe();
+    if (value !== undefined && value !== false) return value;
+    if (Date.now() - started > timeoutMs) throw new Error(`timed out after ${timeoutMs} ms waiting for ${what}`);
+    await sleep(25);
+  }
 }
