@@ -290,13 +290,7 @@ TEST_F(ConnectManagerTest, ReleaseWakesASenderBlockedOnTheCsmsAndLeavesNothingBe
     RecordingCsms csms("ocpp2.0.1");  // never answers
     ASSERT_NO_FATAL_FAILURE(ConnectTo(csms, 30));
 
-    CConnectManager* manager = CConnectManager::GetInstance();
-    std::future<int> sender = std::async(std::launch::async, [manager] {
-        const std::string frame = "[2,\"blocked-1\",\"Heartbeat\",{}]";
-        char answer[256];
-        int answerLength = sizeof answer;
-        return manager->SendMessage("blocked-1", frame.c_str(), static_cast<int>(frame.size()), answer, &answerLength);
-    });
+    std::future<int> sender = RequestAsync(*CConnectManager::GetInstance(), "blocked-1");
     ASSERT_TRUE(csms.WaitMessageContaining("blocked-1"));
     const auto start = std::chrono::steady_clock::now();
     CConnectManager::Release();

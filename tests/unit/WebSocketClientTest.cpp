@@ -31,16 +31,6 @@ int Send(CWebSocketClient& client, const std::string& frame) {
     return client.SendMessage(frame.c_str(), static_cast<int>(frame.size()));
 }
 
-// A synchronous Heartbeat request with message id `id`, made on a thread of its own.
-std::future<int> RequestAsync(CWebSocketClient& client, const std::string& id) {
-    return std::async(std::launch::async, [&client, id] {
-        const std::string request = "[2,\"" + id + "\",\"Heartbeat\",{}]";
-        char answer[256] = {0};
-        int len = sizeof(answer);
-        return client.SendMessage(id.c_str(), request.c_str(), static_cast<int>(request.size()), answer, &len);
-    });
-}
-
 // The station end of a link. The events come first: upcalls may come until the client
 // has closed, which its destructor does last.
 struct StationLink {
