@@ -39,9 +39,8 @@ long StatusKb(const char* field) {
     std::ifstream in("/proc/self/status");
     std::string line;
     const std::string key = std::string(field) + ":";
-    while (std::getline(in, line)) {
+    while (std::getline(in, line))
         if (line.compare(0, key.size(), key) == 0) return std::stol(line.substr(key.size()));
-    }
     return -1;
 }
 
@@ -101,9 +100,8 @@ TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper
     CTools::FreezeClock(true);
     LogCapture log;
     const std::string longPrefix(37, 'L');
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 200; ++i)
         ASSERT_TRUE(csms.Send("[2,\"" + longPrefix + std::to_string(i) + "\",\"Heartbeat\",{}]"));
-    }
     const std::string kept(36, 'K');
     ASSERT_TRUE(csms.Send("[2,\"" + kept + "\",\"Heartbeat\",{}]"));
     ASSERT_TRUE(WaitFor([&] { return events.frames == 1; }, 5000));
