@@ -1,19 +1,14 @@
 import assert from 'node:assert/strict';
 import { readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { test, before, after } from 'node:test';
+import { test, after } from 'node:test';
 import { makePki } from './lib/certs.mjs';
 import { bootToOk, connect, online } from './lib/fixture.mjs';
 import { tempDir } from './lib/sim.mjs';
 
 const identity = 'SIMSEC01';
-let pkiDir;
-let pki;
-
-before(() => {
-  pkiDir = tempDir('ocpp-e2e-pki-');
-  pki = makePki(pkiDir, identity);
-});
+const pkiDir = tempDir('ocpp-e2e-pki-');
+const pki = makePki(pkiDir, identity);
 after(() => rmSync(pkiDir, { recursive: true, force: true }));
 
 test('security profile 3: the station presents its client certificate', async (t) => {

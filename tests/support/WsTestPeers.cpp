@@ -10,27 +10,26 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 
 #include "TestSupport.h"
 
 namespace ocpptest {
 
 namespace {
+std::string Lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
 std::string HeaderValue(const std::string& request, const std::string& name) {
-    std::string lower = request;
-    for (char& c : lower) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    std::string key = "\r\n" + name + ":";
-    for (char& c : key) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    size_t at = lower.find(key);
+    const std::string key = Lower("\r\n" + name + ":");
+    const size_t at = Lower(request).find(key);
     if (at == std::string::npos) return "";
-    size_t start = at + key.size();
-    size_t end = request.find("\r\n", start);
-    std::string value = request.substr(start, end - start);
-    while (!value.empty() && value.front() == ' ') value.erase(0, 1);
-    return value;
+    const size_t start = request.find_first_not_of(' ', at + key.size());
+    return request.substr(start, request.find("\r\n", start) - start);
 }
 
 std::string AcceptKey(const std::string& key) {
@@ -45,8 +44,7 @@ std::string AcceptKey(const std::string& key) {
 // A listening socket on 127.0.0.1 and an ephemeral port; -1 on failure.
 int ListenOnLoopback(int& port) {
     int fd = socket(AF_INET, SOCK_STREAM, 0);
-    struct sockaddr_in addr;
-    memset(&addr, 0, sizeof(addr));
+    struct sockaddr_in addr {};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t len = sizeof(addr);
@@ -56,16 +54,6 @@ int ListenOnLoopback(int& port) {
         return -1;
     }
     port = ntohs(addr.sin_port);
-    return fd;
-}
-
-// The first connection, or -1 once `stop` is set.
-int AcceptOne(int listenFd, const std::atomic<bool>& stop) {
-    int fd = -1;
-    while (!stop && fd < 0) {
-        struct pollfd p = {listenFd, POLLIN, 0};
-        if (poll(&p, 1, 100) > 0) fd = accept(listenFd, nullptr, nullptr);
-    }
     return fd;
 }
 }  // namespace
@@ -94,7 +82,11 @@ void RawWsServer::Run() {
 }
 
 void RawWsServer::Serve() {
-    const int fd = AcceptOne(m_listenFd, m_stop);
+    int fd = -1;
+    while (!m_stop && fd < 0) {
+        struct pollfd p = {m_listenFd, POLLIN, 0};
+        if (poll(&p, 1, 100) > 0) fd = accept(m_listenFd, nullptr, nullptr);
+    }
     if (fd < 0) return;
     {
         std::lock_guard<std::mutex> lock(m_fdMutex);
@@ -202,12 +194,14 @@ std::vector<std::string> RecordingCsms::Messages() {
     return m_messages;
 }
 
+size_t RecordingCsms::CountContaining(const std::string& needle) {
+    size_t n = 0;
+    for (const std::string& m : Messages()) n += m.find(needle) != std::string::npos ? 1 : 0;
+    return n;
+}
+
 bool RecordingCsms::WaitMessageContaining(const std::string& needle, int timeoutMs) {
-    return WaitFor([&] {
-        for (const auto& m : Messages())
-            if (m.find(needle) != std::string::npos) return true;
-        return false;
-    }, timeoutMs);
+    return WaitFor([&] { return CountContaining(needle) > 0; }, timeoutMs);
 }
 
 void RecordingCsms::OnNewSession(CWebSocketServer*, struct lws* connection) {

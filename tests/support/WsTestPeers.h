@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -57,6 +58,7 @@ public:
     bool Send(const std::string& text);
     bool WaitSession(int timeoutMs = 5000);
     std::vector<std::string> Messages();
+    size_t CountContaining(const std::string& needle);
     bool WaitMessageContaining(const std::string& needle, int timeoutMs = 5000);
     // Called on the server thread for every message; may answer through Send.
     std::function<void(const std::string&)> onMessage;
@@ -90,6 +92,17 @@ private:
     std::mutex m_mutex;
     std::vector<std::string> m_messages;
 };
+
+// A synchronous Heartbeat request with message id `id` through `sender`, made on a thread of its own.
+template <class Sender>
+std::future<int> RequestAsync(Sender& sender, const std::string& id) {
+    return std::async(std::launch::async, [&sender, id] {
+        const std::string request = "[2,\"" + id + "\",\"Heartbeat\",{}]";
+        char answer[256] = {0};
+        int len = sizeof(answer);
+        return sender.SendMessage(id.c_str(), request.c_str(), static_cast<int>(request.size()), answer, &len);
+    });
+}
 
 // Test PKI made with the openssl command line in `dir`.
 struct TestPki {

@@ -266,12 +266,9 @@ TEST_F(ConnectManagerTest, ConnectsToALocalCsmsAndBootsThroughTheLink) {
     csms.onMessage = [&csms](const std::string& frame) {
         const size_t a = frame.find('"') + 1;
         const std::string id = frame.substr(a, frame.find('"', a) - a);
-        if (frame.find("\"BootNotification\"") == std::string::npos) {
-            csms.Send("[3,\"" + id + "\",{}]");
-            return;
-        }
-        csms.Send("[3,\"" + id +
-                  "\",{\"currentTime\":\"2030-01-01T00:00:00Z\",\"interval\":300,\"status\":\"Accepted\"}]");
+        const bool boot = frame.find("\"BootNotification\"") != std::string::npos;
+        const std::string accepted = R"({"currentTime":"2030-01-01T00:00:00Z","interval":300,"status":"Accepted"})";
+        csms.Send("[3,\"" + id + "\"," + (boot ? accepted : "{}") + "]");
     };
     CTools::SetSetTimeHook([](int64_t) { return 1; });
     ASSERT_NO_FATAL_FAILURE(ConnectTo(csms, 5));
@@ -293,13 +290,7 @@ TEST_F(ConnectManagerTest, ReleaseWakesASenderBlockedOnTheCsmsAndLeavesNothingBe
     RecordingCsms csms("ocpp2.0.1");  // never answers
     ASSERT_NO_FATAL_FAILURE(ConnectTo(csms, 30));
 
-    CConnectManager* manager = CConnectManager::GetInstance();
-    std::future<int> sender = std::async(std::launch::async, [manager] {
-        const std::string frame = "[2,\"blocked-1\",\"Heartbeat\",{}]";
-        char answer[256];
-        int answerLength = sizeof answer;
-        return manager->SendMessage("blocked-1", frame.c_str(), static_cast<int>(frame.size()), answer, &answerLength);
-    });
+    std::future<int> sender = RequestAsync(*CConnectManager::GetInstance(), "blocked-1");
     ASSERT_TRUE(csms.WaitMessageContaining("blocked-1"));
     const auto start = std::chrono::steady_clock::now();
     CConnectManager::Release();
@@ -337,8 +328,9 @@ std::string NetworkProfileCall(const std::string& id, int slot, int securityProf
            ",\"ocppInterface\":\"Wired0\"}}]";
 }
 
-TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
-    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 5);
+TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOneAndTimeoutsFromEitherSideAreBoundedToAnHour) {
+    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 2147483647);
+    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
     manager->BackUpCurConnectionItem(manager->GetConnItems()[0]);
 
     DeliverTo20(NetworkProfileCall("n1", 2, 1, "ws://two.example/ocpp"));
@@ -358,19 +350,10 @@ TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOne) {
     EXPECT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
 
     // Same slot again replaces the profile.
-    DeliverTo20(NetworkProfileCall("n5", 2, 1, "ws://two-b.example/ocpp"));
+    DeliverTo20(NetworkProfileCall("n5", 2, 1, "ws://two-b.example/ocpp", 2147483647));
     ASSERT_EQ(Ids(manager->GetConnItems()), (std::vector<int>{1, 2}));
     EXPECT_STREQ(manager->GetConnItems()[1].url, "ws://two-b.example/ocpp");
-}
-
-TEST_F(NetworkProfile, CsmsAndHostMessageTimeoutsAreBoundedToAnHour) {
-    DeliverTo20(NetworkProfileCall("n1", 2, 0, "ws://two.example/ocpp", 2147483647));
-    EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
-    ASSERT_EQ(manager->GetConnItems().size(), 1u);
-    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
-
-    manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_BASIC, 2147483647);
-    EXPECT_EQ(manager->GetConnItems()[0].messageTimeout, 3600);
+    EXPECT_EQ(manager->GetConnItems()[1].messageTimeout, 3600);
 }
 
 TEST_F(NetworkProfile, NetworkPriorityVariableReordersProfilesOrIsRejected) {

@@ -39,9 +39,8 @@ long StatusKb(const char* field) {
     std::ifstream in("/proc/self/status");
     std::string line;
     const std::string key = std::string(field) + ":";
-    while (std::getline(in, line)) {
+    while (std::getline(in, line))
         if (line.compare(0, key.size(), key) == 0) return std::stol(line.substr(key.size()));
-    }
     return -1;
 }
 
@@ -53,11 +52,6 @@ protected:
         const std::string url = "ocpp2.0.1://127.0.0.1:" + std::to_string(csms.Port()) + "/ocpp/CP001";
         return csms.Started() && client.Init(url.c_str(), &events, 2) &&
                WaitFor([&] { return client.IsWebSocketConnected() == 1; }, 5000) && csms.WaitSession();
-    }
-    size_t CountFrames(const std::string& needle) {
-        size_t n = 0;
-        for (const std::string& m : csms.Messages()) n += m.find(needle) != std::string::npos ? 1 : 0;
-        return n;
     }
     ClockGuard clock;
     RecordingCsms csms;
@@ -106,13 +100,12 @@ TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper
     CTools::FreezeClock(true);
     LogCapture log;
     const std::string longPrefix(37, 'L');
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 200; ++i)
         ASSERT_TRUE(csms.Send("[2,\"" + longPrefix + std::to_string(i) + "\",\"Heartbeat\",{}]"));
-    }
     const std::string kept(36, 'K');
     ASSERT_TRUE(csms.Send("[2,\"" + kept + "\",\"Heartbeat\",{}]"));
     ASSERT_TRUE(WaitFor([&] { return events.frames == 1; }, 5000));
-    ASSERT_TRUE(WaitFor([&] { return CountFrames("FormatViolation") == 200; }, 5000));
+    ASSERT_TRUE(WaitFor([&] { return csms.CountContaining("FormatViolation") == 200; }, 5000));
     EXPECT_EQ(events.frames, 1) << "only the 36-character id reaches the protocol engine";
     EXPECT_EQ(client.WaitingCount(), 1u);
     EXPECT_EQ(csms.Messages().back().rfind("[4,\"" + longPrefix, 0), 0u) << "the id goes back as sent";
@@ -122,8 +115,8 @@ TEST_F(HostileCsms, OverLongMessageIdsAreRefusedOnceAndLeaveNothingForTheSweeper
         client.SweepTimeouts();
     }
     ASSERT_TRUE(csms.WaitMessageContaining("Request Timeout"));
-    EXPECT_EQ(CountFrames("FormatViolation"), 200u);
-    EXPECT_EQ(CountFrames("Request Timeout"), 1u);
+    EXPECT_EQ(csms.CountContaining("FormatViolation"), 200u);
+    EXPECT_EQ(csms.CountContaining("Request Timeout"), 1u);
     EXPECT_EQ(csms.Messages().back().rfind("[4,\"" + kept + "\",", 0), 0u);
     EXPECT_EQ(log.Count("answer for unknown or expired CSMS request"), 0u);
     EXPECT_EQ(client.WaitingCount(), 0u);

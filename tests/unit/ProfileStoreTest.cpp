@@ -25,17 +25,13 @@ using namespace ocpptest;
 namespace {
 
 struct ProfileFields {
-    ProfileFields(int id, const char* purpose = "TxDefaultProfile", int stackLevel = 0, std::string transactionId = "",
-                std::string validTo = "", std::string kind = "Absolute", std::string extra = "")
-        : id(id), purpose(purpose), stackLevel(stackLevel), transactionId(transactionId), validTo(validTo),
-          kind(kind), extra(extra) {}
     int id;
-    const char* purpose;
-    int stackLevel;
-    std::string transactionId;
-    std::string validTo;  // empty: absent
-    std::string kind;
-    std::string extra;  // more members, with a leading comma
+    const char* purpose = "TxDefaultProfile";
+    int stackLevel = 0;
+    std::string transactionId = "";
+    std::string validTo = "";  // empty: absent
+    std::string kind = "Absolute";
+    std::string extra = "";  // more members, with a leading comma
 };
 
 std::string Profile(const ProfileFields& p) {

@@ -116,8 +116,7 @@ TEST_F(Sdk, DropFromOkAnnouncesOfflineModeOnce) {
     ASSERT_TRUE(host.WaitForType(SERVERRECVTYPE_ENTEROFFLINEMODE));
     ASSERT_TRUE(host.WaitForCount(6));
     EXPECT_EQ(host.Types(), (std::vector<int32_t>{0, 0, 0, 0, 0, 36}));
-    const HostRecord offline = host.Records().back();
-    EXPECT_EQ(offline.bytes, std::string("\x24\0\0\0", 4) + std::string(37, '\0'));
+    EXPECT_EQ(host.Records().back().bytes, std::string("\x24\0\0\0", 4) + std::string(37, '\0'));
     EXPECT_EQ(log.Count("========================>Enter OFFLineMode<========================"), 1u);
     EXPECT_TRUE(log.Contains("EnterOfflineMode Protocol:OCPP20"));
 
@@ -216,9 +215,8 @@ TEST_F(Sdk, UnknownProtocolsAndNamesAreRefused) {
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType(static_cast<OCPPPROTOCOL>(3), out), 0);
     EXPECT_EQ(OcppProtocol_GetOcppProtocolType(OCPPPROTOCOL_201, static_cast<char*>(nullptr)), 1);
     OCPPPROTOCOL p = OCPPPROTOCOL_NONE;
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("ocpp20", &p), 0);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType("OCPP201", &p), 0);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocolType(static_cast<const char*>(nullptr), &p), 0);
+    for (const char* name : {"ocpp20", "OCPP201", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(OcppProtocol_GetOcppProtocolType(name, &p), 0) << (name != nullptr ? name : "no name");
     EXPECT_EQ(p, OCPPPROTOCOL_NONE);
 }
 
@@ -232,20 +230,7 @@ TEST_F(Sdk, VersionReportsBranchAndBuildTime) {
     EXPECT_TRUE(CTools::IsValidUTCTime(stamp[1].str())) << text;
 }
 
-TEST_F(Sdk, ResourceInitWithEmptyUrlChangesNothing) {
-    RecordingHost host;
-    LogCapture log;
-    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
-    OcppProtocol_SetStatus(SDKSTATUS_OK);
-    ConnectionItem item{};
-    item.protocol = OCPPPROTOCOL_16;
-    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
-    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
-    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
-    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
-}
-
-TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
+TEST_F(Sdk, ResourceInitNeedsAUrlAndOpensOneFolderPerCsmsEvenForOddFolderNames) {
     TempDir dir;
     // A folder name a shell would take as two commands; the second would run in the working folder.
     char previousCwd[4096];
@@ -256,11 +241,18 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     ASSERT_EQ(OcppProtocol_SetCacheDir(cache.c_str()), 1);
     RecordingHost host;
     LogCapture log;
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_16);
+    OcppProtocol_SetStatus(SDKSTATUS_OK);
+    ASSERT_TRUE(host.WaitForCount(1));
     ConnectionItem item{};
     item.protocol = OCPPPROTOCOL_201;
+    EXPECT_EQ(OcppProtocol_ResourceInit(item), 0);
+    EXPECT_TRUE(log.Contains("ResourceInit Error! Reason:URL is empty!", OCPP_LOG_ERROR));
+    EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_OK);
+    EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_16);
+
     CTools::CopyField(item.url, "ws://csms.example/ocpp");
     EXPECT_EQ(OcppProtocol_ResourceInit(item), 1);
-
     const std::string folder = cache + "/" + CCryptoUtil::GenSha256("ws://csms.example/ocpp");
     struct stat st;
     EXPECT_EQ(stat(folder.c_str(), &st), 0) << folder;
@@ -268,8 +260,8 @@ TEST_F(Sdk, ResourceInitOpensOneFolderPerCsmsEvenForOddFolderNames) {
     EXPECT_TRUE(log.Contains("CSMS Cache Folder = " + folder + "/"));
     EXPECT_EQ(OcppProtocol_GetOcppProtocol(), OCPPPROTOCOL_201);
     EXPECT_EQ(OcppProtocol_GetStatus(), SDKSTATUS_DISCONNECTED);
-    ASSERT_TRUE(host.WaitForCount(1));
-    EXPECT_EQ(Int32At(host.Records()[0].bytes, 41), SDKSTATUS_DISCONNECTED);
+    ASSERT_TRUE(host.WaitForCount(2));
+    EXPECT_EQ(Int32At(host.Records()[1].bytes, 41), SDKSTATUS_DISCONNECTED);
     OcppProtocol_Release();
     EXPECT_EQ(chdir(previousCwd), 0);
 }

@@ -1,6 +1,6 @@
 // A CSMS for the end-to-end tests: an ocpp-rpc server in strict mode that
 // records every call the station makes and answers with scripted defaults.
-import { EventEmitter } from 'node:events';
+import { EventEmitter, once } from 'node:events';
 import { appendFileSync } from 'node:fs';
 import https from 'node:https';
 import rpc from 'ocpp-rpc';
@@ -37,10 +37,8 @@ export class Csms extends EventEmitter {
       this.http = https.createServer({ key, cert, ca, requestCert: !!requireClientCert,
         rejectUnauthorized: !!requireClientCert, minVersion: 'TLSv1.2' });
       this.http.on('upgrade', this.server.handleUpgrade);
-      await new Promise((resolve, reject) => {
-        this.http.once('error', reject);
-        this.http.listen(port, '127.0.0.1', resolve);
-      });
+      this.http.listen(port, '127.0.0.1');
+      await once(this.http, 'listening');
     } else {
       this.http = await this.server.listen(port, '127.0.0.1');
     }
@@ -125,16 +123,12 @@ export async function startCsms(options) {
 export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
 // Polls `probe` (cheap, in-memory) until it returns something other than undefined.
-export function waitUntil(probe, timeoutMs, what) {
-  return new Promise((resolve, reject) => {
-    const started = Date.now();
-    const tick = () => {
-      let value;
-      try { value = probe(); } catch (e) { reject(e); return; }
-      if (value !== undefined && value !== false) { resolve(value); return; }
-      if (Date.now() - started > timeoutMs) { reject(new Error(`timed out after ${timeoutMs} ms waiting for ${what}`)); return; }
-      setTimeout(tick, 25);
-    };
-    tick();
-  });
+export async function waitUntil(probe, timeoutMs, what) {
+  const started = Date.now();
+  while (true) {
+    const value = probe();
+    if (value !== undefined && value !== false) return value;
+    if (Date.now() - started > timeoutMs) throw new Error(`timed out after ${timeoutMs} ms waiting for ${what}`);
+    await sleep(25);
+  }
 }
