@@ -356,6 +356,12 @@ TEST_F(NetworkProfile, CsmsInstallsProfilesButNeverAWeakerOneAndTimeoutsFromEith
     EXPECT_EQ(manager->GetConnItems()[1].messageTimeout, 3600);
 }
 
+TEST_F(NetworkProfile, AnySecurityProfileIsAcceptedWhileTheStationHasNoProfile) {
+    DeliverTo20(NetworkProfileCall("n1", 2, 0, "ws://two.example/ocpp"));
+    EXPECT_NE(link.Last().find("\"Accepted\""), std::string::npos);
+    EXPECT_EQ(manager->GetConnItems().size(), 1u);
+}
+
 TEST_F(NetworkProfile, NetworkPriorityVariableReordersProfilesOrIsRejected) {
     manager->AddCustomItem(OCPPPROTOCOL_201, "ws://one.example/ocpp", CONNTYPE_WS, 5);
     manager->AddConnItem(Profile(2, CONNTYPE_WS, "ws://two.example/ocpp"));
