@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "Ocpp20/Process/TransactionFile.h"
 #include "Ocpp20/Process/VariableCache.h"

@@ -2,7 +2,6 @@
 
 #include <rapidjson/document.h>
 
-#include <cstdint>
 #include <map>
 #include <mutex>
 

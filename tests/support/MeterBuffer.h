@@ -2,10 +2,11 @@
 // Meter items packed as a host packs them: no padding, each item its own length.
 #include <OcppTransaction.h>
 
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "Util/Tools.h"
 
 namespace ocpptest {
 
@@ -23,10 +24,10 @@ public:
         SignedMeterItem item{};
         Head(item.head, timestamp, value, measurand);
         item.head.isSigned = 1;
-        std::strncpy(item.signedMeterData, data.c_str(), sizeof item.signedMeterData - 1);
-        std::strncpy(item.signingMethod, "ECDSA-secp256r1-SHA256", sizeof item.signingMethod - 1);
-        std::strncpy(item.encodingMethod, "OCMF", sizeof item.encodingMethod - 1);
-        std::strncpy(item.publicKey, "PUBKEY", sizeof item.publicKey - 1);
+        CTools::CopyField(item.signedMeterData, data);
+        CTools::CopyField(item.signingMethod, "ECDSA-secp256r1-SHA256");
+        CTools::CopyField(item.encodingMethod, "OCMF");
+        CTools::CopyField(item.publicKey, "PUBKEY");
         return Append(&item, sizeof item);
     }
     const unsigned char* data() const { return bytes.data(); }

@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <string>
-#include <vector>
 
 #include "Engine20.h"
 #include "FrameSchema.h"
