@@ -47,9 +47,11 @@ size_t RecordingLink::Count() {
     return m_sent.size();
 }
 
-size_t RecordingLink::Count(const std::string& action) {
+size_t RecordingLink::Count(const std::string& action) { return CountContaining("\"" + action + "\""); }
+
+size_t RecordingLink::CountContaining(const std::string& text) {
     size_t n = 0;
-    for (const std::string& frame : Sent()) n += frame.find("\"" + action + "\"") != std::string::npos ? 1 : 0;
+    for (const std::string& frame : Sent()) n += frame.find(text) != std::string::npos ? 1 : 0;
     return n;
 }
 

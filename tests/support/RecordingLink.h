@@ -18,6 +18,7 @@ public:
     size_t Count();
     // Frames that name `action`.
     size_t Count(const std::string& action);
+    size_t CountContaining(const std::string& text);
     void Clear();
 
     // 0 makes every send fail, as a dropped link does (the link reads as down);

@@ -79,11 +79,6 @@ protected:
         cache->SubmitOfflineMessage();
         cache->JoinReplay();
     }
-    size_t SentCount(const std::string& needle) {
-        size_t n = 0;
-        for (const std::string& f : link.Sent()) n += f.find(needle) != std::string::npos ? 1 : 0;
-        return n;
-    }
 
     ClockGuard clock;
     COfflineCache* cache = nullptr;
@@ -173,7 +168,7 @@ TEST_F(OfflineQueue, EventQueuedOnlineIsJournaledUntilAnsweredAndALostLinkIsNotA
     link.SetSendResult(1);
     link.Clear();
     Replay();
-    EXPECT_EQ(SentCount("\"seqNo\":1"), 1u);
+    EXPECT_EQ(link.CountContaining("\"seqNo\":1"), 1u);
     EXPECT_EQ(cache->Count(), 0u);
 
     SendEvent(2);

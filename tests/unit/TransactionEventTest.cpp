@@ -155,6 +155,7 @@ TEST_F(TransactionEvent, EventWhileNotOnlineIsMarkedOfflineAndIsRefusedOnlyWhenN
     EXPECT_NE(Ocpp20ProtocolPrivate_TransactionStart(args, &param), 0) << "no offline store: the event is lost";
     EXPECT_EQ(param, args.eventParam | Ocpp20::TRANSACTIONEVENTPARAM_OFFLINE);
 
+    g_kept = 0;
     COutboundSender::SetOfflineStore(&KeepOffline);
     EXPECT_EQ(Ocpp20ProtocolPrivate_TransactionStart(args, &param), 0);
     EXPECT_EQ(g_kept, 1);
