@@ -34,9 +34,9 @@ public:
     // AnswersAtOnce, on the receiving one. The frame comes read; the text form
     // reads it first and is there for callers without one.
     static void OnMessage(const CInboundFrame& frame);
+    static void OnMessage(const char* frame, int len);
     // A CALL whose answer needs neither the host nor the CSMS.
     static bool AnswersAtOnce(const CInboundFrame& frame);
-    static void OnMessage(const char* frame, int len);
     // 0 when the payload of a known action does not fit its request record.
     static int OnParamCheck(const char* action, const char* frame, int len);
 
