@@ -427,6 +427,8 @@ void OcppProtocol_SetStatus(SDKSTATUS status) {
             }
         }
         const int option = DecideStatusChangeOption(status, threshold, &report);
+        // Stored before the host hears of it: a host acting on the record must find the library in that state.
+        g_eSdkStatus = status;
 
         SdkStatusChange record;
         memset(&record, 0, sizeof record);
@@ -443,7 +445,6 @@ void OcppProtocol_SetStatus(SDKSTATUS status) {
             EnterOfflineModeLocked();
         }
         if (status != SDKSTATUS_DISCONNECTED) g_bEnterOfflineMode = 0;
-        g_eSdkStatus = status;
     }
     // Both talk to the CSMS and may wait for answers, so no lock is held here.
     for (SECURITYEVENTTYPE type : pendingEvents) OcppProtocol_SecurityEventNotification(type);

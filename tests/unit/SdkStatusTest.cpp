@@ -102,6 +102,27 @@ TEST_F(Sdk, SameStatusTwiceNotifiesHostOnceAndTheRecordCarriesStatusOptionProtoc
     EXPECT_EQ(host.Records()[1].bytes, std::string(reinterpret_cast<const char*>(&expected), sizeof expected));
 }
 
+TEST_F(Sdk, HostActingOnAStatusRecordFindsTheLibraryAlreadyInThatStatus) {
+    RecordingHost host;
+    static std::atomic<int> seen;
+    seen = -1;
+    host.OnRecord([](const char* r, uint32_t len) {
+        const std::string bytes(r, len);
+        if (Int32At(bytes, 0) == SERVERRECVTYPE_SDKSTATUSCHANGE && Int32At(bytes, 41) == SDKSTATUS_DISCONNECTED)
+            seen = OcppProtocol_GetStatus();
+    });
+    // Holds the library on its offline-mode log line, just after the record went out.
+    OcppProtocol_SetLog([](LOGLEVEL, const char*, const char*, int, const char* text) {
+        if (strstr(text, "Enter OFFLineMode") != nullptr) WaitFor([] { return seen.load() != -1; }, 1000);
+    });
+    OcppProtocol_InitOcppProtocol(OCPPPROTOCOL_201);
+    GoOnline();
+    OcppProtocol_SetStatus(SDKSTATUS_DISCONNECTED);
+    OcppProtocol_SetLog(nullptr);
+    ASSERT_TRUE(WaitFor([] { return seen.load() != -1; }));
+    EXPECT_EQ(seen.load(), SDKSTATUS_DISCONNECTED) << "an event the host reports on that record must count as offline";
+}
+
 TEST_F(Sdk, DropFromOkAnnouncesOfflineModeOnce) {
     RecordingHost host;
     LogCapture log;
