@@ -9,11 +9,14 @@
 // --csms raw swaps the strict ocpp-rpc CSMS for a bare WebSocket one, so the
 // round trip is mostly the station's own. --sim PATH (repeatable) compares
 // several simulator builds: steps 1 and 2 run for each in turn, --rounds times.
+// --sim floor (raw CSMS only) stands a trivial peer in for a station: the round
+// trip a station cannot go below on this machine.
 // Usage: node bench/loopback/loopback.mjs [--calls N] [--idle S] [--replay N]
 //        [--csms strict|raw] [--sim PATH ...] [--rounds R]
 import { readFileSync } from 'node:fs';
 import { startCsms } from '../../tests/e2e/lib/csms.mjs';
 import { Station, simPath } from '../../tests/e2e/lib/sim.mjs';
+import { startFloorPeer } from './floorpeer.mjs';
 import { startRawCsms } from './rawcsms.mjs';
 
 const arg = (name, fallback) => {
@@ -27,6 +30,10 @@ const raw = arg('--csms', 'strict') === 'raw';
 const rounds = Number(arg('--rounds', 1));
 const sims = process.argv.flatMap((a, i) => (a === '--sim' ? [process.argv[i + 1]] : []));
 if (sims.length === 0) sims.push(simPath);
+if (sims.includes('floor') && !raw) {
+  console.error('--sim floor needs --csms raw');
+  process.exit(2);
+}
 if (replay > 0 && (raw || sims.length > 1 || rounds > 1)) {
   console.error('--replay needs the strict CSMS and one simulator');
   process.exit(2);
@@ -48,7 +55,8 @@ const percentile = (sorted, p) => sorted[Math.min(sorted.length - 1, Math.ceil((
 // Strict checks stay on by default: they cost the CSMS, not the station, and keep the answers honest.
 async function run(sim, label) {
   const csms = raw ? await startRawCsms({ interval: 60 }) : await startCsms({ interval: 60 });
-  const station = new Station({ sim, url: csms.url(), id: 'BENCH001', logLevel: 3, backoff: 1 });
+  const station = sim === 'floor' ? startFloorPeer(csms)
+    : new Station({ sim, url: csms.url(), id: 'BENCH001', logLevel: 3, backoff: 1 });
   const client = () => (raw ? csms : csms.client);
   let result;
   try {
